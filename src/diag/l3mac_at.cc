@@ -1,0 +1,3 @@
+// Placeholder bodies until this module is written.
+#include "diag/l3mac_at.h"
+int sw_l3mac_at_init() { return 0; }

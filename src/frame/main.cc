@@ -1,0 +1,2 @@
+// Placeholder bodies until this module is written.
+int main() { return 0; }
