@@ -12,3 +12,10 @@ int ss_rt_tbl_ds_end_detail(ss_rt_tbl *, int) { return 0; }
 int ss_rt_tbl_add_str(ss_rt_tbl *, const ProtobufCMessage *, int, int) { return 0; }
 int ss_rt_tbl_del_str(ss_rt_tbl *, const ProtobufCMessage *, int, int) { return 0; }
 int kw_mom_scan_sync(kw_global *, int, const ProtobufCMessage *, int, kw_mom_scan_fn, int) { return 0; }
+#include "platform/host/hnx_host.h"
+static std::vector<hnx_tbl_write> g_journal;
+void hnx_host_tbl_reset() {}
+const std::vector<hnx_tbl_write> &hnx_host_tbl_journal() { return g_journal; }
+void hnx_host_tbl_journal_clear() { g_journal.clear(); }
+std::vector<std::vector<uint8_t>> hnx_host_tbl_rows(std::string_view) { return {}; }
+int hnx_host_tbl_poll() { return 0; }

@@ -1,0 +1,52 @@
+// Seams of the host platform for the project's tools and tests. The service
+// never includes this file: it sees only the declarations in platform/.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <uv.h>
+
+#include "platform/kw_runtime.h"
+
+// --- runtime (runtime.cc) ---------------------------------------------------
+
+// The libuv loop behind a runtime record.
+uv_loop_t *hnx_host_loop(kw_global *global);
+
+// The file root: HNX_ROOT from the environment unless a test set another.
+// "" means the real paths.
+void hnx_host_set_root(const std::string &root);
+const std::string &hnx_host_root();
+
+// <root> followed by an absolute path ("/var/run/hnx/16.db").
+std::string hnx_host_path(std::string_view abs_path);
+
+// Replaces the monotonic clock (tests); null gives the real clock back.
+void hnx_host_set_clock(int (*now)(kw_timeval *tv));
+
+// --- table service (tbl_*.cc) -----------------------------------------------
+
+// One write of this process, as the table service received it.
+struct hnx_tbl_write {
+    std::string table;         // the row message's full name, "s_route.l3mac_hw_res"
+    bool is_add;               // add_str (true) or del_str (false)
+    std::vector<uint8_t> row;  // the row, packed
+};
+
+// Forgets every table, subscription, smoothing state and the journal, and
+// closes the stores, so that a test can start again under a new root.
+void hnx_host_tbl_reset();
+
+// Writes of this process since the last clear, in call order.
+const std::vector<hnx_tbl_write> &hnx_host_tbl_journal();
+void hnx_host_tbl_journal_clear();
+
+// The rows that stand in a table of store 16, packed, in key order.
+std::vector<std::vector<uint8_t>> hnx_host_tbl_rows(std::string_view table);
+
+// Delivers the changes of other processes that wait for the subscribers,
+// now, on the calling thread. Returns how many were delivered.
+int hnx_host_tbl_poll();
