@@ -274,4 +274,55 @@ TEST_F(TblService, TheChangeLogStaysBounded) {
     EXPECT_LT(log_size(), 200);
 }
 
+// The runtime's loop: the connect callback first, then smoothing, each once
+// and never inside the call that made it due; changes of another process
+// arrive without a poll.
+std::vector<std::string> g_calls;
+
+int on_connect() {
+    g_calls.push_back("connect");
+    ss_rt_tbl_reg_ds_func([] {
+        g_calls.push_back("smooth");
+        return 0;
+    });
+    return 0;
+}
+
+TEST_F(TblService, TheLoopConnectsSmoothsAndDelivers) {
+    g_calls.clear();
+    kw_global *global = kw_global_init("hnx-tbl-test", 0);
+    ASSERT_NE(global, nullptr);
+    uv_loop_t *loop = hnx_host_loop(global);
+    ASSERT_EQ(ss_rt_tbl_init(global, "hnx-tbl-test", 4), 0);
+    ASSERT_EQ(ss_rt_tbl_connect_db(on_connect), 0);
+    EXPECT_TRUE(g_calls.empty());
+    uv_run(loop, UV_RUN_NOWAIT);
+    uv_run(loop, UV_RUN_NOWAIT);
+    EXPECT_EQ(g_calls, (std::vector<std::string>{"connect", "smooth"}));
+
+    subscribe();
+    pid_t child = in_child([this] {
+        for (uint32_t i = 0; i < 100; i++) {
+            hw_row r(i, i);
+            ss_rt_tbl_add_str(hw_res_, r.get(), 0, 0);
+        }
+    });
+    auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (g_seen.size() < 100 && std::chrono::steady_clock::now() < until)
+        uv_run(loop, UV_RUN_ONCE);
+    ASSERT_TRUE(child_ok(child));
+    EXPECT_EQ(g_seen.size(), 100u);
+    EXPECT_EQ(g_seen.back(), "set 99:99");
+
+    // An unended window times out on the loop's own timer.
+    hw_row old(7, 7);
+    ASSERT_EQ(ss_rt_tbl_add_str(hw_res_, old.get(), 0, 0), 0);
+    ASSERT_EQ(ss_rt_tbl_ds_begin_detail(hw_res_, 0, 0), 0);
+    testing::internal::CaptureStderr();
+    uv_run(loop, UV_RUN_NOWAIT);
+    testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(standing_hw_ids().empty());
+    kw_global_finish(global);
+}
+
 }  // namespace

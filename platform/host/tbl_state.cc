@@ -11,15 +11,27 @@ tbl_process &tbl_proc() {
     return proc;
 }
 
+namespace {
+
+void free_handle(uv_handle_t *h) {
+    switch (h->type) {
+    case UV_TIMER: delete reinterpret_cast<uv_timer_t *>(h); break;
+    case UV_FS_EVENT: delete reinterpret_cast<uv_fs_event_t *>(h); break;
+    default: break;
+    }
+}
+
+}  // namespace
+
+// Closing stops the handle at once; the loop frees it at its next turn, or
+// the runtime's finish does. The runtime's finish closes every handle left
+// on its loop, so a handle found closed that way is only freed.
 void tbl_close_handle(uv_handle_t *h) {
     if (!h) return;
-    uv_close(h, [](uv_handle_t *done) {
-        switch (done->type) {
-        case UV_TIMER: delete reinterpret_cast<uv_timer_t *>(done); break;
-        case UV_FS_EVENT: delete reinterpret_cast<uv_fs_event_t *>(done); break;
-        default: break;
-        }
-    });
+    if (uv_is_closing(h))
+        free_handle(h);
+    else
+        uv_close(h, free_handle);
 }
 
 namespace {
@@ -72,7 +84,5 @@ void hnx_host_tbl_reset() {
     close_feeds(p);
     for (auto &[id, t] : p.tables) tbl_close_handle(reinterpret_cast<uv_handle_t *>(t->ds.timer));
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.kick));
-    // Let the loop finish the closes, so that no handle outlives the reset.
-    if (p.loop) uv_run(p.loop, UV_RUN_NOWAIT);
     p = tbl_process{};
 }

@@ -68,7 +68,8 @@ tbl_process &tbl_proc();
 // after fork opens its own connections.
 tbl_store *tbl_store_of(int db);
 
-// A libuv handle made by the table service, freed once the loop has closed it.
+// A libuv handle of the table service (a timer or an fs event), freed once
+// the loop has closed it.
 template <typename H>
 H *tbl_new_handle() {
     return new H{};
