@@ -372,6 +372,10 @@ TEST_F(StoreTest, InvalidMacTypeLogsEvenInALookup) {
     auto k = make_key<mac_entry>(0);
     k[0] = 9;
     testing::internal::CaptureStdout();
+    EXPECT_EQ(get(mac_, k.data()), nullptr);  // an empty store sets nothing up
+    EXPECT_EQ(captured(), "");
+    add(mac_, make_key<mac_entry>(1).data());
+    testing::internal::CaptureStdout();
     EXPECT_EQ(get(mac_, k.data()), nullptr);
     const std::string out = captured();
     const std::string head = "[ERROR]sw_l3mac_type_is_vfi:", tail = "|invalid mac_type 9\n";
