@@ -75,9 +75,9 @@ l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan,
     res.attr = &attr;
 }
 
-void L3macWorld::capture() { testing::internal::CaptureStdout(); }
+void L3macWorld::capture_stdout() { testing::internal::CaptureStdout(); }
 
-std::string L3macWorld::captured() {
+std::string L3macWorld::captured_stdout() {
     std::fflush(stdout);
     return testing::internal::GetCapturedStdout();
 }

@@ -51,9 +51,9 @@ protected:
     static uint32_t err_count(int code);
     static const sw_rt_res_err_slot &err_slot(int code) { return g_sw_rt_res_ss_err_cnt[code]; }
 
-    // Standard output between capture() and captured().
-    static void capture();
-    static std::string captured();
+    // Standard output between capture_stdout() and captured_stdout().
+    static void capture_stdout();
+    static std::string captured_stdout();
 
     std::string root_;
 };
