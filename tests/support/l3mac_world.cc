@@ -12,6 +12,8 @@
 #include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "platform/sw_rt_res.h"
+#include "request/l3mac_msg.h"
+#include "request/l3mac_user.h"
 #include "s_route.pb-c.h"
 
 namespace fs = std::filesystem;
@@ -181,4 +183,30 @@ std::string l3mac_line(const std::string &word, const std::string &func, int lin
     char num[16];
     std::snprintf(num, sizeof num, "%4d", line);
     return "[" + word + "]" + func + ":" + num + "|" + text;
+}
+
+int L3macWorld::set_row(uint32_t user, const std::string &uuid, uint32_t evlan,
+                        uint32_t mac_type, const uint8_t (&mac)[6], uint32_t phyid) {
+    l3mac_row r(user, uuid, evlan, mac_type, mac, phyid);
+    return l3mac_set_msg_proc(r.get());
+}
+
+int L3macWorld::del_row(uint32_t user, const std::string &uuid) {
+    const uint8_t none[6] = {};
+    l3mac_row r(user, uuid, 0, 0, none);
+    r.res.attr = nullptr;
+    return l3mac_del_msg_proc(r.get());
+}
+
+std::vector<user_entry *> l3mac_users_on(list_head *head) {
+    std::vector<user_entry *> out;
+    for (list_head *l = head->next; l != head; l = l->next) out.push_back(l3mac_user_of(l));
+    return out;
+}
+
+std::vector<mac_entry *> l3mac_pending() {
+    std::vector<mac_entry *> out;
+    for (list_head *l = l3mac_pending_head.next; l != &l3mac_pending_head; l = l->next)
+        out.push_back(l3mac_mac_of_pending(l));
+    return out;
 }
