@@ -210,3 +210,11 @@ std::vector<mac_entry *> l3mac_pending() {
         out.push_back(l3mac_mac_of_pending(l));
     return out;
 }
+
+std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w) {
+    char mac[18];
+    std::snprintf(mac, sizeof mac, "%02x:%02x:%02x:%02x:%02x:%02x", w.mac[0], w.mac[1], w.mac[2],
+                  w.mac[3], w.mac[4], w.mac[5]);
+    return os << (w.is_add ? "add" : "del") << "{evlan=" << w.evlan << " mask=" << w.evlan_mask
+              << " type=" << w.mac_type << " mac=" << mac << " phyid=" << w.phyid << "}";
+}

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -93,6 +94,8 @@ struct l3mac_hw_write {
     uint32_t phyid;
     bool operator==(const l3mac_hw_write &) const = default;
 };
+
+std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w);
 
 // A row that the service wrote to s_route.l3mac_res, unpacked.
 struct l3mac_res_write {
