@@ -211,6 +211,21 @@ int ManagedWorld::withdraw(uint32_t user, const std::string &uuid) {
     return l3mac_del_msg_proc(&row.res);
 }
 
+std::string ManagedWorld::uuid_of(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
+    return "m" + std::to_string(mac[5]) + "-t" + std::to_string(mac_type) + "-v" +
+           std::to_string(vlan);
+}
+
+void ManagedWorld::want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                        uint32_t mac_type, uint32_t user) {
+    for (uint32_t v : vlans) request(user, uuid_of(mac, mac_type, v), v, mac_type, mac);
+}
+
+void ManagedWorld::unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                          uint32_t mac_type, uint32_t user) {
+    for (uint32_t v : vlans) withdraw(user, uuid_of(mac, mac_type, v));
+}
+
 mac_entry *ManagedWorld::mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
     return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(mac_type), mac.data(),
                                       phyid, 0);

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -98,6 +99,14 @@ protected:
                 uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
     // The user deletes the row of the request.
     int withdraw(uint32_t user, const std::string &uuid);
+
+    // One request of `user` per VLAN of the MAC, each with its own uuid;
+    // unwant withdraws them.
+    void want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+              uint32_t mac_type = NORMAL, uint32_t user = 1);
+    void unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                uint32_t mac_type = NORMAL, uint32_t user = 1);
+    static std::string uuid_of(const mac6 &mac, uint32_t mac_type, uint32_t vlan);
 
     static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
     static std::vector<tcam_entry *> entries_of(const mac_entry *mac);
