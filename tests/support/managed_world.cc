@@ -196,6 +196,19 @@ struct key_row {
 
 }  // namespace
 
+void ManagedWorld::write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
+                                 uint32_t mac_type, const mac6 &mac) {
+    uint8_t m[6];
+    std::memcpy(m, mac.data(), 6);
+    l3mac_row row(user, uuid, evlan, mac_type, m);
+    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.get()->base, 0, 0);
+}
+
+void ManagedWorld::erase_request(uint32_t user, const std::string &uuid) {
+    key_row row(user, uuid);
+    ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
+}
+
 int ManagedWorld::request(uint32_t user, const std::string &uuid, uint32_t evlan,
                           uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
     uint8_t m[6];
@@ -206,8 +219,8 @@ int ManagedWorld::request(uint32_t user, const std::string &uuid, uint32_t evlan
 }
 
 int ManagedWorld::withdraw(uint32_t user, const std::string &uuid) {
+    erase_request(user, uuid);
     key_row row(user, uuid);
-    ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
     return l3mac_del_msg_proc(&row.res);
 }
 

@@ -100,6 +100,12 @@ protected:
     // The user deletes the row of the request.
     int withdraw(uint32_t user, const std::string &uuid);
 
+    // A user writes or deletes its row while the service is not there to
+    // hear it (between two lives of the process).
+    static void write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
+                              uint32_t mac_type, const mac6 &mac);
+    static void erase_request(uint32_t user, const std::string &uuid);
+
     // One request of `user` per VLAN of the MAC, each with its own uuid;
     // unwant withdraws them.
     void want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
