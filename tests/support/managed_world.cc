@@ -101,6 +101,15 @@ int managed_fake_clock(kw_timeval *tv) {
 std::vector<hw_entry> managed_hw_rows() { return rows_of("s_route.l3mac_hw_res", unpack_hw); }
 std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", unpack_bak); }
 
+std::vector<tbl_op> managed_res_rows() {
+    std::vector<tbl_op> out;
+    for (const auto &row : hnx_host_tbl_rows("s_route.l3mac_res")) {
+        out.push_back(unpack_res(row));
+        out.back().table = "res";
+    }
+    return out;
+}
+
 std::vector<tbl_op> managed_journal() {
     std::vector<tbl_op> out;
     for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
@@ -224,7 +233,7 @@ int ManagedWorld::withdraw(uint32_t user, const std::string &uuid) {
     return l3mac_del_msg_proc(&row.res);
 }
 
-std::string ManagedWorld::uuid_of(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
+std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
     return "m" + std::to_string(mac[5]) + "-t" + std::to_string(mac_type) + "-v" +
            std::to_string(vlan);
 }

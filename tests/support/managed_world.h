@@ -60,9 +60,14 @@ struct tbl_op {
 
 std::vector<hw_entry> managed_hw_rows();
 std::vector<hw_entry> managed_bak_rows();
+// The standing rows of the input table, as {user, uuid, status, evlan}.
+std::vector<tbl_op> managed_res_rows();
 std::vector<tbl_op> managed_journal();
 // The journal's writes to one table, "hw_res" or "bak".
 std::vector<tbl_op> managed_journal(const std::string &table);
+
+// The uuid of one user's request for one VLAN of a MAC.
+std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan);
 
 // Lines of <root>/var/log/hnx.log that hold `text`.
 int managed_log_count(const std::string &root, const std::string &text);
@@ -112,7 +117,9 @@ protected:
               uint32_t mac_type = NORMAL, uint32_t user = 1);
     void unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
                 uint32_t mac_type = NORMAL, uint32_t user = 1);
-    static std::string uuid_of(const mac6 &mac, uint32_t mac_type, uint32_t vlan);
+    static std::string uuid_of(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
+        return managed_uuid(mac, mac_type, vlan);
+    }
 
     static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
     static std::vector<tcam_entry *> entries_of(const mac_entry *mac);
