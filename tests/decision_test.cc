@@ -136,7 +136,7 @@ TEST_F(DecisionTest, TheTimerResetsTheBudgetsDecidesAndRearms) {
 }
 
 TEST_F(DecisionTest, NoRoundWorksBeforeTheEndOfSmoothing) {
-    write_profile(managed_profile_json({.tcam_cap = 8}));
+    write_profile(l3mac_caps_json({.tcam_cap = 8}));
     bring_up();
     l3mac_commom_decision_counter = 0;
     want(kX, {3});
@@ -176,7 +176,7 @@ TEST_F(DecisionTest, ACoverSearchWithoutMemoryKeepsTheMacPending) {
 // number without a bit takes no part in the set and writes nothing past
 // the bitmap.
 TEST_F(DecisionTest, AnEvlanBeyondTheBitmapIsLeftOut) {
-    start({.tcam_cap = 8, .tcam2_cap = 8, .tcam2_en = true, .is_mng = false});
+    start({.tcam2_en = true, .is_mng = false, .tcam_cap = 8, .tcam2_cap = 8});
     request(1, "far", 20000, NORMAL, kX);
     request(1, "near", 5, NORMAL, kX);
     sw_l3mac_mac_decision();
@@ -187,8 +187,8 @@ TEST_F(DecisionTest, AnEvlanBeyondTheBitmapIsLeftOut) {
 }
 
 TEST_F(DecisionTest, AnOverlayMacIsCoveredInTheVfiSpace) {
-    start({.tcam_cap = 8, .tcam2_cap = 8, .evlan_num = 4096 + 16384, .tcam2_en = true,
-           .copy_to_tcam2 = false});
+    start({.tcam2_en = true, .copy_to_tcam2 = false, .tcam_cap = 8, .tcam2_cap = 8,
+           .evlan_num = 4096 + 16384});
     want(kX, {5000}, OL);
     sw_l3mac_mac_decision();
     EXPECT_EQ(placed(mac_of(OL, kX)), (std::vector<op3>{{5000, 0x3FFF, 0}}));

@@ -77,7 +77,7 @@ TEST_F(DsTest, ARestoredEntryThatNoUserWantsGoesWithBothRows) {
 // Requests that come before smoothing are recorded and queued; the round at
 // its end decides them all.
 TEST_F(DsTest, TheFirstRoundAfterSmoothingTreatsEverythingQueuedBefore) {
-    write_profile(managed_profile_json({.tcam_cap = 16}));
+    write_profile(l3mac_caps_json({.tcam_cap = 16}));
     bring_up();
     want(kA, {3, 5});
     want(kB, {7});

@@ -98,9 +98,9 @@ protected:
         std::filesystem::remove_all(root_);
     }
 
-    void profile(const managed_board &b) {
+    void profile(const l3mac_caps &b) {
         std::filesystem::create_directories(root_ + "/etc/hnx");
-        std::ofstream(root_ + "/etc/hnx/capability.json") << managed_profile_json(b);
+        std::ofstream(root_ + "/etc/hnx/capability.json") << l3mac_caps_json(b);
     }
     void start() { pid_ = managed_daemon_start(HNX_BIN_DIR, root_); }
     void stop() { managed_daemon_kill(pid_); }

@@ -15,19 +15,6 @@
 #include "s_route.pb-c.h"
 #include "store/l3mac_db.h"
 
-std::string managed_profile_json(const managed_board &b) {
-    auto flag = [](bool v) { return v ? "true" : "false"; };
-    return std::string("{\"s_route\": {\"l3mac\": {\"capacity\": {") +
-           "\"algo\": 2, \"tcam-cap\": " + std::to_string(b.tcam_cap) +
-           ", \"tcam2-cap\": " + std::to_string(b.tcam2_cap) +
-           ", \"rsvd-size\": 0}, \"ability\": {\"tcam2-en\": " + flag(b.tcam2_en) +
-           ", \"is-mng\": " + flag(b.is_mng) + ", \"is-mng2\": " + flag(b.is_mng2) +
-           ", \"copy-to-tcam2\": " + flag(b.copy_to_tcam2) +
-           "}}, \"l3intf\": {\"capacity\": {\"l3mac-dec-cnt\": 5}}}, "
-           "\"s_bridge\": {\"ebridge\": {\"capacity\": {\"evlan_num\": " +
-           std::to_string(b.evlan_num) + "}}}}";
-}
-
 namespace {
 
 hw_entry from_attr(const SRoute__L3macHwAttr *a) {
@@ -170,8 +157,8 @@ void ManagedWorld::TearDown() {
     L3macWorld::TearDown();
 }
 
-void ManagedWorld::start(const managed_board &b) {
-    write_profile(managed_profile_json(b));
+void ManagedWorld::start(const l3mac_caps &b) {
+    write_caps(b);
     bring_up();
     l3mac_data_check();
     l3mac_commom_decision_counter = 0;

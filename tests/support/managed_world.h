@@ -22,17 +22,6 @@ inline constexpr uint32_t VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
 inline constexpr uint32_t TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL;
 inline constexpr uint32_t SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
 
-// The capability profile of a board; the defaults are the service's own.
-struct managed_board {
-    int tcam_cap = 256;
-    int tcam2_cap = 256;
-    int evlan_num = 4096;
-    bool tcam2_en = false;
-    bool copy_to_tcam2 = true;
-    bool is_mng = true;
-    bool is_mng2 = true;
-};
-std::string managed_profile_json(const managed_board &b);
 
 // An entry as a row of s_route.l3mac_hw_res or s_route.l3mac_bak shows it.
 struct hw_entry {
@@ -92,7 +81,7 @@ protected:
     // Brings the service up on the board and runs data smoothing over an
     // empty store. Direct decisions are switched off: rounds run only when
     // a test calls them.
-    void start(const managed_board &b = {});
+    void start(const l3mac_caps &b = {});
 
     // A new process over the same table store: zeroed service, tables and
     // pools made again, smoothing not yet run.
