@@ -5,8 +5,10 @@
 // Waking: an inotify watch on the store's WAL file (every commit appends to
 // it) wakes the loop at once; PRAGMA data_version then tells whether another
 // connection committed, so this process's own writes cost one check. A
-// one-second timer backs the watch up; where the WAL cannot be watched it
-// checks every 5 ms instead. Idle, nothing runs but that timer.
+// writer appends its frames before it publishes the commit, so a wake that
+// finds nothing new looks again after 1, 2, 4, 8 and 16 ms. A one-second
+// timer backs the watch up; where the WAL cannot be watched it checks every
+// 5 ms instead. Idle, nothing runs but that timer.
 #include "platform/host/tbl_feed.h"
 
 #include <cstdio>
@@ -24,6 +26,7 @@ constexpr int kBatch = 256;
 constexpr int64_t kRecordEvery = 64;  // readers' position is written this lazily
 constexpr uint64_t kBackstopMs = 1000;
 constexpr uint64_t kUnwatchedMs = 5;
+constexpr int kSettleSteps = 5;
 
 void report_gap(int db, int64_t cursor, int64_t seq) {
     std::fprintf(stderr, "ss_rt_tbl: store %d: %lld changes pruned before they were read\n", db,
@@ -81,16 +84,41 @@ int deliver(int db) {
     return n;
 }
 
-void wake(int db) {
+// Whether another connection had committed; its changes are delivered.
+bool wake(int db) {
     tbl_store *st = tbl_store_of(db);
-    if (st && st->data_changed()) deliver(db);
+    if (!st || !st->data_changed()) return false;
+    deliver(db);
+    return true;
+}
+
+int db_of(const void *handle) {
+    return int(reinterpret_cast<intptr_t>(static_cast<const uv_handle_t *>(handle)->data));
+}
+
+void on_settle(uv_timer_t *t) {
+    int db = db_of(t);
+    tbl_feed &f = tbl_proc().feeds[db];
+    if (!wake(db) && ++f.settle_step < kSettleSteps)
+        uv_timer_start(t, on_settle, uint64_t(1) << f.settle_step, 0);
 }
 
 void on_wal(uv_fs_event_t *h, const char *, int, int) {
-    wake(int(reinterpret_cast<intptr_t>(h->data)));
+    int db = db_of(h);
+    tbl_feed &f = tbl_proc().feeds[db];
+    if (wake(db) || !f.settle) return;
+    f.settle_step = 0;
+    uv_timer_start(f.settle, on_settle, 1, 0);
 }
 
-void on_backstop(uv_timer_t *t) { wake(int(reinterpret_cast<intptr_t>(t->data))); }
+void on_backstop(uv_timer_t *t) { wake(db_of(t)); }
+
+uv_timer_t *new_timer(uv_loop_t *loop, void *tag) {
+    uv_timer_t *t = tbl_new_handle<uv_timer_t>();
+    uv_timer_init(loop, t);
+    t->data = tag;
+    return t;
+}
 
 void watch(int db, tbl_feed &f, const tbl_store *st) {
     uv_loop_t *loop = tbl_proc().loop;
@@ -106,10 +134,10 @@ void watch(int db, tbl_feed &f, const tbl_store *st) {
         tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.wal_watch));
         f.wal_watch = nullptr;
         every = kUnwatchedMs;
+    } else {
+        f.settle = new_timer(loop, tag);
     }
-    f.backstop = tbl_new_handle<uv_timer_t>();
-    uv_timer_init(loop, f.backstop);
-    f.backstop->data = tag;
+    f.backstop = new_timer(loop, tag);
     uv_timer_start(f.backstop, on_backstop, every, every);
 }
 

@@ -82,6 +82,7 @@ namespace {
 void close_feeds(tbl_process &p) {
     for (auto &[db, f] : p.feeds) {
         tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.wal_watch));
+        tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.settle));
         tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.backstop));
         auto st = p.stores.find(db);
         if (st != p.stores.end()) st->second->leave();

@@ -43,6 +43,8 @@ struct tbl_feed {
     int64_t cursor = 0;      // last change handed on (or skipped)
     int64_t recorded = 0;    // last position written to the store's readers
     uv_fs_event_t *wal_watch = nullptr;
+    uv_timer_t *settle = nullptr;    // looks again shortly after a wake
+    int settle_step = 0;
     uv_timer_t *backstop = nullptr;
 };
 
