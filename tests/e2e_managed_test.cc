@@ -89,6 +89,7 @@ protected:
         char tmpl[] = "/tmp/l3mac-e2e-XXXXXX";
         ASSERT_NE(mkdtemp(tmpl), nullptr);
         root_ = tmpl;
+        std::filesystem::create_directories(root_ + "/var/run");  // as the system has it
         hnx_host_tbl_reset();
         hnx_host_set_root(root_);
     }
