@@ -44,10 +44,10 @@ TEST_F(LogTest, LevelsOneFourAndFiveOpenTheThreeWords) {
                             expect{5, 1, 2, 1}, expect{7, 1, 2, 1}}) {
         SCOPED_TRACE(e.level);
         set_log(e.level);
-        capture();
+        capture_stdout();
         refused_set();
         invalid_user_set();
-        const std::string out = captured();
+        const std::string out = captured_stdout();
         EXPECT_EQ(l3mac_count_of(out, "[ERROR]"), e.error);
         EXPECT_EQ(l3mac_count_of(out, "[WARN ]"), e.warn);
         EXPECT_EQ(l3mac_count_of(out, "[IN   ]"), e.info);
@@ -56,9 +56,9 @@ TEST_F(LogTest, LevelsOneFourAndFiveOpenTheThreeWords) {
 
 TEST_F(LogTest, FailureFormNamesItsSiteCodeAndData) {
     set_log(1);
-    capture();
+    capture_stdout();
     refused_set();
-    EXPECT_EQ(captured(),
+    EXPECT_EQ(captured_stdout(),
               l3mac_line("ERROR", "sw_l3mac_user_param_check", err_slot(53).line,
                          "fail:msg->attr.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX code:53 "
                          "data1:5 data2:0\n"));
@@ -66,10 +66,10 @@ TEST_F(LogTest, FailureFormNamesItsSiteCodeAndData) {
 
 TEST_F(LogTest, LevelZeroPrintsNothingAndStillCounts) {
     set_log(0);
-    capture();
+    capture_stdout();
     refused_set();
     invalid_user_set();
-    EXPECT_EQ(captured(), "");
+    EXPECT_EQ(captured_stdout(), "");
     EXPECT_EQ(err_count(53), 1u);
     EXPECT_EQ(err_slot(53).data1, 5);
     EXPECT_EQ(err_slot(53).data2, 0);
@@ -79,19 +79,19 @@ TEST_F(LogTest, LevelZeroPrintsNothingAndStillCounts) {
 
 TEST_F(LogTest, BudgetGivesItsLinesThenSilenceWhileCountersGoOn) {
     set_log(5, 3);
-    capture();
+    capture_stdout();
     refused_set();
     refused_set();
     refused_set();
-    const std::string out = captured();
+    const std::string out = captured_stdout();
     EXPECT_EQ(l3mac_count_of(out, "\n"), 3);
     EXPECT_EQ(g_rt_l3tb_log_cnt, 0);
     EXPECT_EQ(err_count(53), 3u);
 
     set_log(5, -1);
-    capture();
+    capture_stdout();
     for (int i = 0; i < 10; i++) refused_set();
-    EXPECT_EQ(l3mac_count_of(captured(), "\n"), 20);
+    EXPECT_EQ(l3mac_count_of(captured_stdout(), "\n"), 20);
     EXPECT_EQ(g_rt_l3tb_log_cnt, -1);
 }
 
@@ -130,15 +130,15 @@ TEST_F(LogTest, DebugSetPrintsTheTableAndClampsTheLevel) {
         std::snprintf(line, sizeof line, "%10d %20s\n", i, names[i]);
         table += line;
     }
-    capture();
+    capture_stdout();
     l3mac_debug_set(9, -1);
-    EXPECT_EQ(captured(), table + "\nlevel:9 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n");
+    EXPECT_EQ(captured_stdout(), table + "\nlevel:9 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n");
     EXPECT_EQ(g_rt_l3tb_log_level, 7u);
     EXPECT_EQ(g_rt_l3tb_log_cnt, -1);
 
-    capture();
+    capture_stdout();
     l3mac_debug_set(-1, 3);
-    EXPECT_EQ(captured(), table + "\nlevel:-1 log_cnt:3 dbg_info:0\nlevel:CLOSE log_cnt:3\n");
+    EXPECT_EQ(captured_stdout(), table + "\nlevel:-1 log_cnt:3 dbg_info:0\nlevel:CLOSE log_cnt:3\n");
     EXPECT_EQ(g_rt_l3tb_log_level, 0u);
     EXPECT_EQ(g_rt_l3tb_log_cnt, 3);
 }

@@ -49,9 +49,9 @@ TEST_F(RequestTest, RowWithoutKeyIsRefusedAndTheRecordStaysUnwritten) {
     r.res.index = &r.key;
     r.key.uuid = nullptr;
     set_log(1);
-    capture();
+    capture_stdout();
     EXPECT_EQ(l3mac_input_pmsg_parse(r.get(), &msg, 0), -4);
-    const std::string out = captured();
+    const std::string out = captured_stdout();
 
     EXPECT_EQ(std::memcmp(&msg, &before, sizeof msg), 0);
     EXPECT_EQ(err_count(122), 3u);
@@ -64,9 +64,9 @@ TEST_F(RequestTest, SetRowWithoutAttrKeepsItsKeyAndReportsAStep) {
     r.res.attr = nullptr;
     l3mac_msg msg;
     set_log(1);
-    capture();
+    capture_stdout();
     EXPECT_EQ(l3mac_input_pmsg_parse(r.get(), &msg, 1), -11);
-    const std::string out = captured();
+    const std::string out = captured_stdout();
 
     EXPECT_EQ(msg.mng_info.user, 7);
     EXPECT_STREQ(msg.uuid, "key-7");
@@ -134,18 +134,18 @@ TEST_F(RequestTest, UsersOneTo41AreAcceptedAndOthersCountedSilently) {
     EXPECT_EQ(check_user(41), 0);
     EXPECT_EQ(check_user(257), 0);  // reads as user 1
     set_log(4);
-    capture();
+    capture_stdout();
     EXPECT_EQ(check_user(0), -4);
     EXPECT_EQ(check_user(42), -4);
     EXPECT_EQ(check_user(298, 0), -4);  // reads as 42; a delete is checked too
-    EXPECT_EQ(captured(), "");
+    EXPECT_EQ(captured_stdout(), "");
     EXPECT_EQ(err_count(126), 3u);
     EXPECT_EQ(err_slot(126).data1, 42);
 
     set_log(5);
-    capture();
+    capture_stdout();
     EXPECT_EQ(check_user(0), -4);
-    const std::string out = captured();
+    const std::string out = captured_stdout();
     EXPECT_EQ(l3mac_count_lines(out, "IN   ", "sw_l3mac_user_param_check", "user 0 invalid.\n\n"), 1)
         << out;
 }
@@ -181,11 +181,11 @@ TEST_F(RequestTest, SecondTcamTypesNeedTheSecondTcam) {
     l3mac_ctx.is_mng = 1;
     l3mac_ctx.is_mng2 = 1;
     set_log(1);
-    capture();
+    capture_stdout();
     EXPECT_EQ(check(S_ROUTE__L3MAC_TYPE_E__L3MAC_OL, 10), -4);
     EXPECT_EQ(err_slot(53).data1, 1);
     EXPECT_EQ(check(S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL, 10), -4);
-    const std::string out = captured();
+    const std::string out = captured_stdout();
     EXPECT_EQ(err_slot(53).data1, 3);
     EXPECT_NE(out.find("|fail:!((l3mac_get_tcam_id(msg->attr.mac_type) == MY_STATION_TCAM_2) && "
                        "!L3MAC_CAP_TCAM2_EN) code:53 data1:3 data2:0\n"),
@@ -206,9 +206,9 @@ TEST_F(RequestTest, TcamIdFollowsTheMacTypeUnlessTheSecondPoolTakesAll) {
     for (uint8_t t = 0; t < 5; t++) EXPECT_EQ(l3mac_get_tcam_id(t), plain[t]) << int(t);
 
     set_log(1);
-    capture();
+    capture_stdout();
     EXPECT_EQ(l3mac_get_tcam_id(5), 0);
-    const std::string out = captured();
+    const std::string out = captured_stdout();
     EXPECT_EQ(l3mac_count_lines(out, "ERROR", "l3mac_get_tcam_id", "invalid mac_type 5\n"), 1) << out;
 
     // copy_to_tcam2 does nothing until the second pool exists.
@@ -216,9 +216,9 @@ TEST_F(RequestTest, TcamIdFollowsTheMacTypeUnlessTheSecondPoolTakesAll) {
     l3mac_ctx.copy_to_tcam2 = 1;
     EXPECT_EQ(l3mac_get_tcam_id(0), 0);
     l3mac_ctx.tcam_rm[1] = &pool2;
-    capture();
+    capture_stdout();
     for (uint8_t t = 0; t < 7; t++) EXPECT_EQ(l3mac_get_tcam_id(t), 1) << int(t);
-    EXPECT_EQ(captured(), "");
+    EXPECT_EQ(captured_stdout(), "");
     l3mac_ctx.copy_to_tcam2 = 0;
     EXPECT_EQ(l3mac_get_tcam_id(2), 0);
     l3mac_ctx.tcam_rm[1] = nullptr;
@@ -238,10 +238,10 @@ TEST_F(HandlerTest, RowsThatAreNoRequestAreIgnoredWithoutRefusal) {
     set_log(4);
     l3mac_row allocated(1, "k", 10, 0, kMac, 0, S_ROUTE__L3TABLE_STATUS_E__STATUS_ALLOCATED);
     l3mac_row none(1, "k", 10, 0, kMac, 0, S_ROUTE__L3TABLE_STATUS_E__STATUS_NONE);
-    capture();
+    capture_stdout();
     EXPECT_EQ(l3mac_set_msg_proc(allocated.get()), 0);
     EXPECT_EQ(l3mac_set_msg_proc(none.get()), 0);
-    const std::string out = captured();
+    const std::string out = captured_stdout();
     const std::string text = "fail:msg.mng_info.status == S_ROUTE__L3TABLE_STATUS_E__STATUS_REQUEST ";
     EXPECT_EQ(l3mac_count_lines(out, "WARN ", "l3mac_set_msg_proc", text + "data1:2 data2:0\n"), 1);
     EXPECT_EQ(l3mac_count_lines(out, "WARN ", "l3mac_set_msg_proc", text + "data1:0 data2:0\n"), 1);
@@ -251,9 +251,9 @@ TEST_F(HandlerTest, RowsThatAreNoRequestAreIgnoredWithoutRefusal) {
 TEST_F(HandlerTest, RefusedSetChangesNothingAndWarns) {
     set_log(4);
     l3mac_row r(1, "k", 10, 5, kMac);
-    capture();
+    capture_stdout();
     EXPECT_EQ(l3mac_set_msg_proc(r.get()), -4);
-    const std::string out = captured();
+    const std::string out = captured_stdout();
     EXPECT_EQ(l3mac_count_lines(out, "WARN ", "l3mac_set_msg_proc",
                                 "fail:rv == SS_E_NONE data1:-4 data2:0\n"), 1) << out;
     EXPECT_EQ(l3mac_get_or_add_user_db(1, "k", 0), nullptr);

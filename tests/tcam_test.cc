@@ -146,8 +146,8 @@ TEST_F(TcamTest, DeleteFreesTheIndexAndWithdrawsBothRows) {
 // mac_types with phase 0 draw indexes from two pools, so the second
 // TCAM's phase-0 rows stand behind the first TCAM's positions.
 TEST_F(TcamTest, TwoTcamsKeepTheirOutputRowsApart) {
-    start({.tcam_cap = 8, .tcam2_cap = 8, .evlan_num = 4096 + 16384,
-           .tcam2_en = true, .copy_to_tcam2 = false});
+    start({.tcam2_en = true, .copy_to_tcam2 = false, .tcam_cap = 8, .tcam2_cap = 8,
+           .evlan_num = 4096 + 16384});
     managed_tpl t(5, 0xFFFFFFFF);
     ASSERT_EQ(sw_l3mac_add_tcam_entry(t.tpl, make_mac(NORMAL)), 0);
     ASSERT_EQ(sw_l3mac_add_tcam_entry(t.tpl, make_mac(TNL)), 0);
@@ -172,8 +172,8 @@ TEST_F(TcamTest, TwoTcamsKeepTheirOutputRowsApart) {
 }
 
 TEST_F(TcamTest, CopyToTheSecondTcamLeavesTheFirstPoolEmpty) {
-    start({.tcam_cap = 8, .tcam2_cap = 8, .evlan_num = 4096 + 16384,
-           .tcam2_en = true, .copy_to_tcam2 = true});
+    start({.tcam2_en = true, .copy_to_tcam2 = true, .tcam_cap = 8, .tcam2_cap = 8,
+           .evlan_num = 4096 + 16384});
     managed_tpl t(5, 0xFFFFFFFF), filler(0, 0xFFFFFFFF);
     ASSERT_EQ(sw_l3mac_add_tcam_entry(t.tpl, make_mac(NORMAL)), 0);
     ASSERT_EQ(sw_l3mac_add_tcam_entry(t.tpl, make_mac(TNL)), 0);

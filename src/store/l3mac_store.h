@@ -59,22 +59,24 @@ public:
     uint32_t *flags;  // two state bits per bucket
     Rec **slots;      // the record of each live bucket
 
-    // The record of the key, or null. Only the key bytes of the blank
-    // record that a lookup sets up are ever read, so only they are built,
-    // with the set-up's other visible effects (traits::blank).
+    // The record of the key, or null.
     Rec *get(const void *key) {
-        alignas(4) uint8_t k[key_len];
-        traits::key_copy(k, key);
-        traits::blank(k);
-        if (bucket == 0) return nullptr;
-        const uint32_t i = find(k);
+        alignas(4) uint8_t buf[key_len];
+        const uint8_t *k = traits::key_norm(buf, key);
+        const uint32_t i = lookup(k, l3mac_hash(k, key_len));
         return i == bucket ? nullptr : slots[i];
     }
 
     // The record of the key, created from the key when missing; null when
     // memory runs out, and then the store and malloc_db are as they were.
+    // The key is hashed once for the lookup and the placing: the hash does
+    // not depend on the table's size.
     Rec *get_or_add(const void *key) {
-        if (Rec *found = get(key)) return found;
+        alignas(4) uint8_t buf[key_len];
+        const uint8_t *k = traits::key_norm(buf, key);
+        const uint32_t h = l3mac_hash(k, key_len);
+        const uint32_t i = lookup(k, h);
+        if (i != bucket) return slots[i];
         Rec *rec = static_cast<Rec *>(l3mac_malloc(sizeof(Rec)));
         if (rec == nullptr) return nullptr;
         l3mac_ctx.malloc_db++;
@@ -84,16 +86,16 @@ public:
             l3mac_free(rec);
             return nullptr;
         }
-        insert(rec);
+        insert(rec, h);
         return rec;
     }
 
     // Releases the record whose key equals that of `rec`, if there is one.
     int del(const Rec *rec) {
         if (bucket == 0) return SS_E_NONE;
-        alignas(4) uint8_t k[key_len];
-        traits::key_copy(k, traits::key(rec));
-        const uint32_t i = find(k);
+        alignas(4) uint8_t buf[key_len];
+        const uint8_t *k = traits::key_norm(buf, traits::key(rec));
+        const uint32_t i = find(k, l3mac_hash(k, key_len));
         if (i == bucket) return SS_E_NONE;
         l3mac_ctx.malloc_db--;
         l3mac_free(slots[i]);
@@ -132,12 +134,22 @@ public:
     }
 
 private:
+    // Bucket of key k (hash h), or `bucket` when it is absent. An empty
+    // table touches no array. Otherwise a lookup sets up a blank record from
+    // the key; only its key bytes are read, so only they are built, with
+    // the set-up's other visible effects (traits::blank).
+    uint32_t lookup(const uint8_t *k, uint32_t h) const {
+        if (bucket == 0) return 0;
+        traits::blank(k);
+        return find(k, h);
+    }
+
     // Bucket of the live record with key k, or `bucket` when there is none.
     // An empty bucket ends the walk; a deleted one does not, so that it never
     // hides a record placed behind it.
-    uint32_t find(const uint8_t *k) const {
+    uint32_t find(const uint8_t *k, uint32_t h) const {
         const uint32_t mask = bucket - 1;
-        const uint32_t start = l3mac_hash(k, key_len) & mask;
+        const uint32_t start = h & mask;
         uint32_t i = start, step = 0;
         do {
             const uint32_t st = l3mac_bkt_state(flags, i);
@@ -159,17 +171,17 @@ private:
     // Puts a record whose key is absent into the table: the start bucket if
     // it is empty, else the last deleted bucket the walk passes before the
     // first empty one, else that empty one.
-    void insert(Rec *rec) {
-        const uint32_t i = place(traits::key(rec));
+    void insert(Rec *rec, uint32_t h) {
+        const uint32_t i = place(h);
         if (l3mac_bkt_state(flags, i) & L3MAC_BKT_EMPTY) used++;
         slots[i] = rec;
         l3mac_bkt_clear(flags, i, L3MAC_BKT_DEL | L3MAC_BKT_EMPTY);
         cur++;
     }
 
-    uint32_t place(const uint8_t *k) const {
+    uint32_t place(uint32_t h) const {
         const uint32_t mask = bucket - 1;
-        const uint32_t start = l3mac_hash(k, key_len) & mask;
+        const uint32_t start = h & mask;
         uint32_t i = start, step = 0, del = bucket;
         do {
             const uint32_t st = l3mac_bkt_state(flags, i);

@@ -25,6 +25,14 @@ struct l3mac_key_layout {
         if constexpr (Filler >= 0) dst[Filler] = 0;
     }
 
+    // The key to hash and compare: src itself when it has no filler byte to
+    // clear, else its copy in buf.
+    static const uint8_t *key_norm(uint8_t *buf, const void *src) {
+        if constexpr (Filler < 0) return static_cast<const uint8_t *>(src);
+        key_copy(buf, src);
+        return buf;
+    }
+
     // Set-up shared by every record: zeros, then the key bytes.
     static void fill(Rec *r, const void *src) {
         std::memset(static_cast<void *>(r), 0, sizeof(Rec));

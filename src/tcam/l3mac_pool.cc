@@ -46,10 +46,9 @@ int sw_l3mac_op_add_idx(uint32_t mac_type, uint32_t *idx, uint32_t want,
     req.want = static_cast<int32_t>(want);  // sign-extended
 
     // A TCAM without a pool (a backup row of a TCAM that this profile does
-    // not give) answers as the manager does for a null handle: a code, and
-    // nothing held.
-    sw_res_rm *rm = l3mac_ctx.tcam_rm[tcam_id];
-    const int rv = rm ? sw_res_comm_alloc_idx(&req, rm, idx) : L3MAC_E_PARAM;
+    // not give) hands the manager a null handle, which it refuses with a
+    // code and nothing held: the row is skipped.
+    const int rv = sw_res_comm_alloc_idx(&req, l3mac_ctx.tcam_rm[tcam_id], idx);
     if (rv != SS_E_NONE) {
         L3MAC_WARN("rv == SS_E_NONE", rv, 0);
         return rv;
@@ -58,6 +57,5 @@ int sw_l3mac_op_add_idx(uint32_t mac_type, uint32_t *idx, uint32_t want,
 }
 
 int sw_l3mac_op_del_idx(int tcam_id, uint32_t idx) {
-    sw_res_rm *rm = l3mac_ctx.tcam_rm[tcam_id];
-    return rm ? sw_res_comm_free_idx_old(idx, 1, rm) : L3MAC_E_PARAM;
+    return sw_res_comm_free_idx_old(idx, 1, l3mac_ctx.tcam_rm[tcam_id]);
 }

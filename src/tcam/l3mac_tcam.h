@@ -44,7 +44,7 @@ int l3mac_create_tcam2();
 void l3mac_set_vfi_mask(int32_t n);
 
 // Takes an index of the pool of the mac_type's TCAM into *idx; with is_gr 1
-// exactly `want`. 0 or the pool's code (-4 when that pool does not exist).
+// exactly `want`. 0 or the pool's code (also for a TCAM without a pool).
 int sw_l3mac_op_add_idx(uint32_t mac_type, uint32_t *idx, uint32_t want,
                         uint8_t is_gr);
 int sw_l3mac_op_del_idx(int tcam_id, uint32_t idx);

@@ -12,6 +12,8 @@
 #include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "platform/sw_rt_res.h"
+#include "request/l3mac_msg.h"
+#include "request/l3mac_user.h"
 #include "s_route.pb-c.h"
 
 namespace fs = std::filesystem;
@@ -75,9 +77,9 @@ l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan,
     res.attr = &attr;
 }
 
-void L3macWorld::capture() { testing::internal::CaptureStdout(); }
+void L3macWorld::capture_stdout() { testing::internal::CaptureStdout(); }
 
-std::string L3macWorld::captured() {
+std::string L3macWorld::captured_stdout() {
     std::fflush(stdout);
     return testing::internal::GetCapturedStdout();
 }
@@ -181,4 +183,38 @@ std::string l3mac_line(const std::string &word, const std::string &func, int lin
     char num[16];
     std::snprintf(num, sizeof num, "%4d", line);
     return "[" + word + "]" + func + ":" + num + "|" + text;
+}
+
+int L3macWorld::set_row(uint32_t user, const std::string &uuid, uint32_t evlan,
+                        uint32_t mac_type, const uint8_t (&mac)[6], uint32_t phyid) {
+    l3mac_row r(user, uuid, evlan, mac_type, mac, phyid);
+    return l3mac_set_msg_proc(r.get());
+}
+
+int L3macWorld::del_row(uint32_t user, const std::string &uuid) {
+    const uint8_t none[6] = {};
+    l3mac_row r(user, uuid, 0, 0, none);
+    r.res.attr = nullptr;
+    return l3mac_del_msg_proc(r.get());
+}
+
+std::vector<user_entry *> l3mac_users_on(list_head *head) {
+    std::vector<user_entry *> out;
+    for (list_head *l = head->next; l != head; l = l->next) out.push_back(l3mac_user_of(l));
+    return out;
+}
+
+std::vector<mac_entry *> l3mac_pending() {
+    std::vector<mac_entry *> out;
+    for (list_head *l = l3mac_pending_head.next; l != &l3mac_pending_head; l = l->next)
+        out.push_back(l3mac_mac_of_pending(l));
+    return out;
+}
+
+std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w) {
+    char mac[18];
+    std::snprintf(mac, sizeof mac, "%02x:%02x:%02x:%02x:%02x:%02x", w.mac[0], w.mac[1], w.mac[2],
+                  w.mac[3], w.mac[4], w.mac[5]);
+    return os << (w.is_add ? "add" : "del") << "{evlan=" << w.evlan << " mask=" << w.evlan_mask
+              << " type=" << w.mac_type << " mac=" << mac << " phyid=" << w.phyid << "}";
 }

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,10 @@
 
 #include "platform/sw_rt_res.h"
 #include "s_route.pb-c.h"
+
+struct list_head;
+struct mac_entry;
+struct user_entry;
 
 // Values of a test profile; the defaults are the board's built-in ones.
 struct l3mac_caps {
@@ -44,6 +49,11 @@ protected:
     // subscribed. Smoothing is not run.
     void bring_up();
 
+    // A row through the set handler, or its key through the delete handler.
+    static int set_row(uint32_t user, const std::string &uuid, uint32_t evlan,
+                       uint32_t mac_type, const uint8_t (&mac)[6], uint32_t phyid = 0);
+    static int del_row(uint32_t user, const std::string &uuid);
+
     // Sets the log level and budget as the `debug` command would, silently.
     static void set_log(uint32_t level, int32_t budget = -1);
 
@@ -51,9 +61,9 @@ protected:
     static uint32_t err_count(int code);
     static const sw_rt_res_err_slot &err_slot(int code) { return g_sw_rt_res_ss_err_cnt[code]; }
 
-    // Standard output between capture() and captured().
-    static void capture();
-    static std::string captured();
+    // Standard output between capture_stdout() and captured_stdout().
+    static void capture_stdout();
+    static std::string captured_stdout();
 
     std::string root_;
 };
@@ -85,6 +95,8 @@ struct l3mac_hw_write {
     bool operator==(const l3mac_hw_write &) const = default;
 };
 
+std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w);
+
 // A row that the service wrote to s_route.l3mac_res, unpacked.
 struct l3mac_res_write {
     bool is_add;
@@ -101,6 +113,10 @@ struct l3mac_res_write {
 // The writes of the journal to one of these tables, in call order.
 std::vector<l3mac_hw_write> l3mac_vrrp_writes();
 std::vector<l3mac_res_write> l3mac_res_writes();
+
+// The user entries on a user_head list, and the pending MACs, from the front.
+std::vector<user_entry *> l3mac_users_on(list_head *head);
+std::vector<mac_entry *> l3mac_pending();
 
 // Occurrences of `needle` in `text`.
 int l3mac_count_of(const std::string &text, const std::string &needle);

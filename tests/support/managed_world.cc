@@ -15,19 +15,6 @@
 #include "s_route.pb-c.h"
 #include "store/l3mac_db.h"
 
-std::string managed_profile_json(const managed_board &b) {
-    auto flag = [](bool v) { return v ? "true" : "false"; };
-    return std::string("{\"s_route\": {\"l3mac\": {\"capacity\": {") +
-           "\"algo\": 2, \"tcam-cap\": " + std::to_string(b.tcam_cap) +
-           ", \"tcam2-cap\": " + std::to_string(b.tcam2_cap) +
-           ", \"rsvd-size\": 0}, \"ability\": {\"tcam2-en\": " + flag(b.tcam2_en) +
-           ", \"is-mng\": " + flag(b.is_mng) + ", \"is-mng2\": " + flag(b.is_mng2) +
-           ", \"copy-to-tcam2\": " + flag(b.copy_to_tcam2) +
-           "}}, \"l3intf\": {\"capacity\": {\"l3mac-dec-cnt\": 5}}}, "
-           "\"s_bridge\": {\"ebridge\": {\"capacity\": {\"evlan_num\": " +
-           std::to_string(b.evlan_num) + "}}}}";
-}
-
 namespace {
 
 hw_entry from_attr(const SRoute__L3macHwAttr *a) {
@@ -101,6 +88,15 @@ int managed_fake_clock(kw_timeval *tv) {
 std::vector<hw_entry> managed_hw_rows() { return rows_of("s_route.l3mac_hw_res", unpack_hw); }
 std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", unpack_bak); }
 
+std::vector<tbl_op> managed_res_rows() {
+    std::vector<tbl_op> out;
+    for (const auto &row : hnx_host_tbl_rows("s_route.l3mac_res")) {
+        out.push_back(unpack_res(row));
+        out.back().table = "res";
+    }
+    return out;
+}
+
 std::vector<tbl_op> managed_journal() {
     std::vector<tbl_op> out;
     for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
@@ -161,8 +157,8 @@ void ManagedWorld::TearDown() {
     L3macWorld::TearDown();
 }
 
-void ManagedWorld::start(const managed_board &b) {
-    write_profile(managed_profile_json(b));
+void ManagedWorld::start(const l3mac_caps &b) {
+    write_caps(b);
     bring_up();
     l3mac_data_check();
     l3mac_commom_decision_counter = 0;
@@ -196,6 +192,19 @@ struct key_row {
 
 }  // namespace
 
+void ManagedWorld::write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
+                                 uint32_t mac_type, const mac6 &mac) {
+    uint8_t m[6];
+    std::memcpy(m, mac.data(), 6);
+    l3mac_row row(user, uuid, evlan, mac_type, m);
+    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.get()->base, 0, 0);
+}
+
+void ManagedWorld::erase_request(uint32_t user, const std::string &uuid) {
+    key_row row(user, uuid);
+    ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
+}
+
 int ManagedWorld::request(uint32_t user, const std::string &uuid, uint32_t evlan,
                           uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
     uint8_t m[6];
@@ -206,9 +215,24 @@ int ManagedWorld::request(uint32_t user, const std::string &uuid, uint32_t evlan
 }
 
 int ManagedWorld::withdraw(uint32_t user, const std::string &uuid) {
+    erase_request(user, uuid);
     key_row row(user, uuid);
-    ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
     return l3mac_del_msg_proc(&row.res);
+}
+
+std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
+    return "m" + std::to_string(mac[5]) + "-t" + std::to_string(mac_type) + "-v" +
+           std::to_string(vlan);
+}
+
+void ManagedWorld::want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                        uint32_t mac_type, uint32_t user) {
+    for (uint32_t v : vlans) request(user, uuid_of(mac, mac_type, v), v, mac_type, mac);
+}
+
+void ManagedWorld::unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                          uint32_t mac_type, uint32_t user) {
+    for (uint32_t v : vlans) withdraw(user, uuid_of(mac, mac_type, v));
 }
 
 mac_entry *ManagedWorld::mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid) {

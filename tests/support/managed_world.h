@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -21,17 +22,6 @@ inline constexpr uint32_t VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
 inline constexpr uint32_t TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL;
 inline constexpr uint32_t SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
 
-// The capability profile of a board; the defaults are the service's own.
-struct managed_board {
-    int tcam_cap = 256;
-    int tcam2_cap = 256;
-    int evlan_num = 4096;
-    bool tcam2_en = false;
-    bool copy_to_tcam2 = true;
-    bool is_mng = true;
-    bool is_mng2 = true;
-};
-std::string managed_profile_json(const managed_board &b);
 
 // An entry as a row of s_route.l3mac_hw_res or s_route.l3mac_bak shows it.
 struct hw_entry {
@@ -59,9 +49,14 @@ struct tbl_op {
 
 std::vector<hw_entry> managed_hw_rows();
 std::vector<hw_entry> managed_bak_rows();
+// The standing rows of the input table, as {user, uuid, status, evlan}.
+std::vector<tbl_op> managed_res_rows();
 std::vector<tbl_op> managed_journal();
 // The journal's writes to one table, "hw_res" or "bak".
 std::vector<tbl_op> managed_journal(const std::string &table);
+
+// The uuid of one user's request for one VLAN of a MAC.
+std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan);
 
 // Lines of <root>/var/log/hnx.log that hold `text`.
 int managed_log_count(const std::string &root, const std::string &text);
@@ -86,7 +81,7 @@ protected:
     // Brings the service up on the board and runs data smoothing over an
     // empty store. Direct decisions are switched off: rounds run only when
     // a test calls them.
-    void start(const managed_board &b = {});
+    void start(const l3mac_caps &b = {});
 
     // A new process over the same table store: zeroed service, tables and
     // pools made again, smoothing not yet run.
@@ -98,6 +93,22 @@ protected:
                 uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
     // The user deletes the row of the request.
     int withdraw(uint32_t user, const std::string &uuid);
+
+    // A user writes or deletes its row while the service is not there to
+    // hear it (between two lives of the process).
+    static void write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
+                              uint32_t mac_type, const mac6 &mac);
+    static void erase_request(uint32_t user, const std::string &uuid);
+
+    // One request of `user` per VLAN of the MAC, each with its own uuid;
+    // unwant withdraws them.
+    void want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+              uint32_t mac_type = NORMAL, uint32_t user = 1);
+    void unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                uint32_t mac_type = NORMAL, uint32_t user = 1);
+    static std::string uuid_of(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
+        return managed_uuid(mac, mac_type, vlan);
+    }
 
     static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
     static std::vector<tcam_entry *> entries_of(const mac_entry *mac);
