@@ -1,5 +1,6 @@
 // The debug commands end to end: the real daemon under a temporary root,
 // driven with hnx-cmd, its output table read with hnx-tbl.
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -33,9 +34,10 @@ ran sh(const std::string &cmd) {
     return r;
 }
 
-// Polls `ok` every 20 ms for at most `ms`; true as soon as it holds.
+// Polls `ok` every 20 ms until `ms` have passed; true as soon as it holds.
 template <class F> bool wait_for(F ok, int ms = 10000) {
-    for (int waited = 0; waited < ms; waited += 20) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    while (std::chrono::steady_clock::now() < end) {
         if (ok()) return true;
         usleep(20 * 1000);
     }
