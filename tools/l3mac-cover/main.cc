@@ -1,0 +1,101 @@
+// l3mac-cover: the cover that the L3 MAC service would program for a VLAN
+// or VFI set, for operators who plan VLANs against TCAM space. One set from
+// the command line, or one per line of standard input with --batch.
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cover_set.h"
+#include "cover_show.h"
+
+namespace {
+
+constexpr int EXIT_BAD_INPUT = 2;
+constexpr int EXIT_NO_MEMORY = 1;
+
+const char USAGE[] =
+    "usage: l3mac-cover [--vfi] SET\n"
+    "       l3mac-cover --batch < lines of 'vlan SET' or 'vfi SET'\n"
+    "SET: numbers and ranges of 0-16383, e.g. 1-7,9,100-103; '-' is empty\n";
+
+int usage(FILE *to, int status) {
+    std::fputs(USAGE, to);
+    return status;
+}
+
+int run_single(std::string_view text, bool vfi) {
+    std::vector<uint32_t> numbers;
+    std::string error;
+    if (!cover_parse_set(text, &numbers, &error)) {
+        std::fprintf(stderr, "l3mac-cover: bad set '%.*s': %s\n",
+                     static_cast<int>(text.size()), text.data(), error.c_str());
+        return EXIT_BAD_INPUT;
+    }
+    cover_result c;
+    if (cover_compute(numbers, vfi, &c) != 0) {
+        std::fputs("l3mac-cover: no memory for the cover\n", stderr);
+        return EXIT_NO_MEMORY;
+    }
+    std::fputs(cover_report(c).c_str(), stdout);
+    return 0;
+}
+
+std::vector<std::string_view> split_words(std::string_view line) {
+    std::vector<std::string_view> words;
+    const char *blank = " \t\r";
+    for (size_t at = line.find_first_not_of(blank); at != std::string_view::npos;) {
+        const size_t end = line.find_first_of(blank, at);
+        words.push_back(line.substr(at, end - at));
+        at = line.find_first_not_of(blank, end);
+    }
+    return words;
+}
+
+// One batch line into its answer; false with *error on bad input.
+bool answer_line(std::string_view line, std::string *answer, std::string *error) {
+    const std::vector<std::string_view> words = split_words(line);
+    if (words.size() != 2 || (words[0] != "vlan" && words[0] != "vfi")) {
+        *error = "expected 'vlan SET' or 'vfi SET'";
+        return false;
+    }
+    std::vector<uint32_t> numbers;
+    if (!cover_parse_set(words[1], &numbers, error)) return false;
+    cover_result c;
+    if (cover_compute(numbers, words[0] == "vfi", &c) != 0) {
+        *error = "no memory for the cover";
+        return false;
+    }
+    *answer = cover_batch_line(c);
+    return true;
+}
+
+// One output line per input line; a bad line gets an empty one, an error
+// line on stderr, and status 2 at the end.
+int run_batch() {
+    int status = 0;
+    std::string line;
+    for (long number = 1; std::getline(std::cin, line); ++number) {
+        std::string answer, error;
+        if (!answer_line(line, &answer, &error)) {
+            std::fprintf(stderr, "l3mac-cover: line %ld: %s\n", number, error.c_str());
+            status = EXIT_BAD_INPUT;
+        }
+        std::cout << answer << '\n';
+    }
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    std::vector<std::string_view> args(argv + 1, argv + argc);
+    if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h"))
+        return usage(stdout, 0);
+    if (args.size() == 1 && args[0] == "--batch") return run_batch();
+    const bool vfi = !args.empty() && args[0] == "--vfi";
+    if (vfi) args.erase(args.begin());
+    if (args.size() != 1 || args[0].starts_with("--")) return usage(stderr, EXIT_BAD_INPUT);
+    return run_single(args[0], vfi);
+}
