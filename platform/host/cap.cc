@@ -1,12 +1,118 @@
-// Placeholder bodies until this part of the host platform is written.
-#include "platform/kw_runtime.h"
-#include "platform/printk_syslog.h"
-#include "platform/sw_rt_res.h"
-#include "platform/ssat.h"
-#include "platform/libkw_cap.h"
-#include "platform/sw_res_comm.h"
+// The host capability service: the board's profile is one JSON file whose
+// nested objects follow the segments of a path ("s_route/l3mac/...").
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
-#include <cstdarg>
-int libkw_cap_init(kw_global *, const char *) { return -1; }
-int libkw_cap_get_capacity_int32(kw_global *, const char *, int32_t *) { return -1; }
-int libkw_cap_get_capacity_bool(kw_global *, const char *, uint8_t *) { return -1; }
+#include <cstring>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/host/cap.h"
+#include "platform/host/hnx_host.h"
+#include "platform/libkw_cap.h"
+
+using nlohmann::json;
+
+namespace {
+
+// The profile of the last successful init; empty before it or after a
+// failed one, so that no value of an older file is served.
+std::optional<json> g_profile;
+
+bool file_exists(const std::string &path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+int parse_profile(const std::string &path, std::ifstream &in) {
+    try {
+        json doc = json::parse(in);
+        if (!doc.is_object()) {
+            std::fprintf(stderr, "hnx: capability profile %s: the top is a JSON %s, not an object\n",
+                         path.c_str(), doc.type_name());
+            return HNX_CAP_E_BAD_FILE;
+        }
+        g_profile = std::move(doc);
+        return 0;
+    } catch (const json::exception &e) {
+        std::fprintf(stderr, "hnx: capability profile %s is not valid JSON: %s\n", path.c_str(),
+                     e.what());
+        return HNX_CAP_E_BAD_FILE;
+    }
+}
+
+// The value at a path, walking one object per segment; null when missing.
+const json *lookup(const json &doc, std::string_view path) {
+    const json *at = &doc;
+    while (true) {
+        size_t cut = path.find('/');
+        std::string key(path.substr(0, cut));
+        if (!at->is_object()) return nullptr;
+        auto it = at->find(key);
+        if (it == at->end()) return nullptr;
+        at = &*it;
+        if (cut == std::string_view::npos) return at;
+        path.remove_prefix(cut + 1);
+    }
+}
+
+int find_value(const char *path, const json *&value) {
+    if (!g_profile) return HNX_CAP_E_NOT_READY;
+    if (path == nullptr) return HNX_CAP_E_NO_VALUE;
+    value = lookup(*g_profile, path);
+    return value ? 0 : HNX_CAP_E_NO_VALUE;
+}
+
+bool int32_of(const json &v, int32_t &out) {
+    if (v.is_number_unsigned()) {
+        uint64_t u = v.get<uint64_t>();
+        if (u > INT32_MAX) return false;
+        out = static_cast<int32_t>(u);
+        return true;
+    }
+    if (!v.is_number_integer()) return false;
+    int64_t s = v.get<int64_t>();
+    if (s < INT32_MIN || s > INT32_MAX) return false;
+    out = static_cast<int32_t>(s);
+    return true;
+}
+
+}  // namespace
+
+int libkw_cap_init(kw_global *, const char *) {
+    g_profile.reset();
+    std::string path = hnx_host_path(HNX_CAP_FILE);
+    if (!file_exists(path)) {
+        std::fprintf(stderr, "hnx: no capability profile at %s\n", path.c_str());
+        return HNX_CAP_E_NO_FILE;
+    }
+    std::ifstream in(path);
+    if (!in) {
+        std::fprintf(stderr, "hnx: capability profile %s cannot be read: %s\n", path.c_str(),
+                     std::strerror(errno));
+        return HNX_CAP_E_BAD_FILE;
+    }
+    return parse_profile(path, in);
+}
+
+int libkw_cap_get_capacity_int32(kw_global *, const char *path, int32_t *value) {
+    const json *v = nullptr;
+    if (int rv = find_value(path, v)) return rv;
+    int32_t n;
+    if (value == nullptr || !int32_of(*v, n)) return HNX_CAP_E_TYPE;
+    *value = n;
+    return 0;
+}
+
+int libkw_cap_get_capacity_bool(kw_global *, const char *path, uint8_t *value) {
+    const json *v = nullptr;
+    if (int rv = find_value(path, v)) return rv;
+    if (value == nullptr || !v->is_boolean()) return HNX_CAP_E_TYPE;
+    *value = v->get<bool>() ? 1 : 0;
+    return 0;
+}

@@ -16,6 +16,10 @@
 // The libuv loop behind a runtime record.
 uv_loop_t *hnx_host_loop(kw_global *global);
 
+// The runtime record made last by kw_global_init, for components whose
+// calls carry no handle; null before the first and after its finish.
+kw_global *hnx_host_global();
+
 // The file root: HNX_ROOT from the environment unless a test set another.
 // "" means the real paths.
 void hnx_host_set_root(const std::string &root);

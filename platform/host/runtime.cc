@@ -1,24 +1,112 @@
-// Placeholder bodies until this part of the host platform is written.
-#include "platform/kw_runtime.h"
-#include "platform/printk_syslog.h"
-#include "platform/sw_rt_res.h"
-#include "platform/ssat.h"
-#include "platform/libkw_cap.h"
-#include "platform/sw_res_comm.h"
-#include <cstdio>
-#include <cstdarg>
-kw_global *kw_global_init(const char *, int) { return nullptr; }
-int kw_global_run(kw_global *) { return 0; }
-void kw_global_finish(kw_global *) {}
-int kw_thread_insert_timer(kw_thread *, kw_timer **, kw_timer_fn, void *, uint32_t, const char *) { return 0; }
-int kw_monotime(kw_timeval *tv) { tv->tv_sec = 0; tv->tv_usec = 0; return 0; }
-int64_t kw_timeval_to_us(kw_timeval tv) { return int64_t(tv.tv_sec) * 1000000 + tv.tv_usec; }
-int reg_process_exit_action(pid_t, int) { return 0; }
-const char *kw_root_path(const char *p, char *buf, size_t len) { std::snprintf(buf, len, "%s", p); return buf; }
+// The host runtime: one libuv loop per runtime record, run until SIGTERM or
+// SIGINT; the process-wide last runtime; exit supervision kept in memory.
+#include <csignal>
+#include <new>
+#include <unordered_set>
+#include <vector>
+
 #include "platform/host/hnx_host.h"
-uv_loop_t *hnx_host_loop(kw_global *) { return nullptr; }
-static std::string g_root;
-void hnx_host_set_root(const std::string &r) { g_root = r; }
-const std::string &hnx_host_root() { return g_root; }
-std::string hnx_host_path(std::string_view p) { return g_root + std::string(p); }
-void hnx_host_set_clock(int (*)(kw_timeval *)) {}
+#include "platform/host/runtime_rec.h"
+#include "platform/kw_runtime.h"
+
+namespace {
+
+// Every live runtime, so that one a test never finishes is still held.
+std::unordered_set<host_runtime *> g_runtimes;
+host_runtime *g_last;
+
+struct exit_registration {
+    pid_t pid;
+    int action;
+};
+std::vector<exit_registration> g_exit_regs;
+
+void close_once(uv_handle_t *h) {
+    if (!uv_is_closing(h)) uv_close(h, nullptr);
+}
+
+// The end of the process's life: stop the loop and give the two signals
+// back, so that a second one acts as the default again.
+void on_signal(uv_signal_t *sig, int) {
+    host_runtime *rt = static_cast<host_runtime *>(sig->data);
+    close_once(reinterpret_cast<uv_handle_t *>(&rt->on_term));
+    close_once(reinterpret_cast<uv_handle_t *>(&rt->on_int));
+    uv_stop(&rt->loop);
+}
+
+void watch_signal(host_runtime *rt, uv_signal_t *sig, int signum) {
+    uv_signal_init(&rt->loop, sig);
+    sig->data = rt;
+    uv_signal_start(sig, on_signal, signum);
+}
+
+// The loop may have been stopped from elsewhere, with the signals still
+// watched: give them back to the process.
+void unwatch_signals(host_runtime *rt) {
+    auto *term = reinterpret_cast<uv_handle_t *>(&rt->on_term);
+    auto *intr = reinterpret_cast<uv_handle_t *>(&rt->on_int);
+    if (uv_is_closing(term)) return;
+    uv_close(term, nullptr);
+    uv_close(intr, nullptr);
+    uv_run(&rt->loop, UV_RUN_NOWAIT);
+}
+
+void close_foreign(uv_handle_t *h, void *) { close_once(h); }
+
+}  // namespace
+
+host_runtime *host_runtime_of(kw_global *global) {
+    return global ? static_cast<host_runtime *>(global->rt) : nullptr;
+}
+
+kw_global *kw_global_init(const char *name, int flags) {
+    auto *rt = new (std::nothrow) host_runtime{};
+    if (rt == nullptr) return nullptr;
+    if (uv_loop_init(&rt->loop) != 0) {
+        delete rt;
+        return nullptr;
+    }
+    rt->pub = {rt, &rt->thread};
+    rt->thread.rt = rt;
+    rt->name = name ? name : "";
+    rt->flags = flags;
+    g_runtimes.insert(rt);
+    g_last = rt;
+    return &rt->pub;
+}
+
+int kw_global_run(kw_global *global) {
+    host_runtime *rt = host_runtime_of(global);
+    if (rt == nullptr) return -4;
+    watch_signal(rt, &rt->on_term, SIGTERM);
+    watch_signal(rt, &rt->on_int, SIGINT);
+    uv_run(&rt->loop, UV_RUN_DEFAULT);
+    unwatch_signals(rt);
+    return 0;
+}
+
+// Handles that other components left on the loop are closed too: after
+// this their owners must not touch them.
+void kw_global_finish(kw_global *global) {
+    host_runtime *rt = host_runtime_of(global);
+    if (rt == nullptr) return;
+    host_timers_close(rt);
+    uv_walk(&rt->loop, close_foreign, nullptr);
+    uv_run(&rt->loop, UV_RUN_DEFAULT);
+    uv_loop_close(&rt->loop);
+    g_runtimes.erase(rt);
+    if (g_last == rt) g_last = nullptr;
+    delete rt;
+}
+
+int reg_process_exit_action(pid_t pid, int action) {
+    g_exit_regs.push_back({pid, action});
+    return 0;
+}
+
+uv_loop_t *hnx_host_loop(kw_global *global) {
+    host_runtime *rt = host_runtime_of(global);
+    return rt ? &rt->loop : nullptr;
+}
+
+kw_global *hnx_host_global() { return g_last ? &g_last->pub : nullptr; }

@@ -1,4 +1,36 @@
-// Placeholder bodies until this module is written.
+// Data smoothing: after a start, the entries come back from the backup
+// table at their old indexes and the requests from the input table; the
+// first working decision round then publishes the outcome between the
+// begin and end of smoothing on both output tables.
 #include "frame/l3mac_ds.h"
-int l3mac_data_check() { return 0; }
-uint8_t l3mac_is_ds_end() { return 0; }
+
+#include "decision/l3mac_decision.h"
+#include "diag/l3mac_log.h"
+#include "frame/l3mac_ctx.h"
+#include "platform/ss_rt_tbl.h"
+#include "s_route.pb-c.h"
+#include "tcam/l3mac_output.h"
+
+int l3mac_data_check() {
+    if (!l3mac_ctx.ser_ready) {
+        L3MAC_WARN("RT_L3TABLE_L3MAC_SER_READY", 0, 0);
+        return SS_E_NONE;
+    }
+    l3mac_ctx.is_ds_end = 0;
+    ss_rt_tbl_ds_begin_detail(l3mac_ctx.tbl_hw_res, 3600, 0);
+    ss_rt_tbl_ds_begin_detail(l3mac_ctx.tbl_vrrp_hw_res, 3600, 0);
+
+    SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
+    SRoute__L3macBak tpl = S_ROUTE__L3MAC_BAK__INIT;
+    tpl.index = &attr;
+    kw_mom_scan_sync(l3mac_ctx.global, 16, &tpl.base, 0, l3mac_tcam_gr_backup, 0);
+    ss_rt_tbl_scan_detail(l3mac_ctx.tbl_res, 0, 0);
+
+    l3mac_ctx.is_ds_end = 1;
+    sw_l3mac_mac_decision();
+    ss_rt_tbl_ds_end_detail(l3mac_ctx.tbl_hw_res, 0);
+    ss_rt_tbl_ds_end_detail(l3mac_ctx.tbl_vrrp_hw_res, 0);
+    return SS_E_NONE;
+}
+
+uint8_t l3mac_is_ds_end() { return l3mac_ctx.is_ds_end; }

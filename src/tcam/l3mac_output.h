@@ -9,9 +9,19 @@
 int l3mac_set_output(const tcam_entry *entry, int is_add);
 int l3mac_set_backup(const tcam_entry *entry, int is_add);
 
+// The output row's key {hw_id, phase} of an entry. hw_id is the entry's
+// idx, except on a board that uses both TCAMs at once (both pools, no copy
+// to the second): there an entry of the second TCAM with phase 0 stands at
+// tcam_cap + idx, so that it cannot take the row of the first TCAM's entry
+// with the same idx.
+uint32_t l3mac_output_hw_id(const tcam_entry *entry);
+uint32_t l3mac_output_phase(const tcam_entry *entry);
+
 // Reads the row of a kw_mom_scan_rec into a scratch entry. 0 or -4.
 int l3mac_backup_pmsg_parse(void *scan_rec, tcam_entry *entry);
 int l3mac_tcam_param_check(const tcam_entry *entry);
 
-// Callback of kw_mom_scan_sync for each backup row. 0, -2, -4 or a code.
+// Callback of kw_mom_scan_sync for each backup row: takes the entry's old
+// index again, links it to its MAC and queues the MAC. Writes no table.
+// 0, -2, -4 or the pool's code.
 int l3mac_tcam_gr_backup(void *arg, void *scan_rec);

@@ -12,6 +12,11 @@
 #include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "platform/sw_rt_res.h"
+#include "request/l3mac_msg.h"
+#include "request/l3mac_user.h"
+#include "s_route.pb-c.h"
+#include "store/l3mac_db.h"
+#include "store/l3mac_store.h"
 
 namespace fs = std::filesystem;
 
@@ -29,7 +34,30 @@ void L3macWorld::SetUp() {
     set_log(0, -1);
 }
 
+namespace {
+
+// The service never releases its stores; a test world does, so that the
+// leak checker sees only what a test itself lost.
+template <class Rec> void l3mac_release_store(l3mac_store<Rec> *&d) {
+    if (d == nullptr) return;
+    std::vector<Rec *> all;
+    d->scan([&](Rec *r) { return all.push_back(r), 0; });
+    for (Rec *r : all) l3mac_free(r);
+    l3mac_free(d->flags);
+    l3mac_free(d->slots);
+    l3mac_free(d);
+    d = nullptr;
+}
+
+}  // namespace
+
 void L3macWorld::TearDown() {
+    l3mac_release_store(l3mac_ctx.mac_db);
+    l3mac_release_store(l3mac_ctx.tcam_db);
+    l3mac_release_store(l3mac_ctx.user_db);
+    l3mac_release_store(l3mac_ctx.vrrp_db);
+    l3mac_free(l3mac_ctx.l3mac_time_ring.samples);
+    l3mac_ctx.l3mac_time_ring.samples = nullptr;
     hnx_host_tbl_reset();
     std::error_code ec;
     fs::remove_all(root_, ec);
@@ -72,4 +100,146 @@ l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan,
     res.index = &key;
     res.status = static_cast<SRoute__L3tableStatusE>(status);
     res.attr = &attr;
+}
+
+void L3macWorld::capture_stdout() { testing::internal::CaptureStdout(); }
+
+std::string L3macWorld::captured_stdout() {
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+std::string l3mac_caps_json(const l3mac_caps &c) {
+    auto b = [](bool v) { return v ? "true" : "false"; };
+    std::string j;
+    j += "{\"s_route\": {\"l3mac\": {\"capacity\": {";
+    j += "\"algo\": " + std::to_string(c.algo);
+    j += ", \"tcam-cap\": " + std::to_string(c.tcam_cap);
+    j += ", \"tcam2-cap\": " + std::to_string(c.tcam2_cap);
+    j += ", \"rsvd-size\": " + std::to_string(c.rsvd_size) + "},";
+    j += " \"ability\": {\"tcam2-en\": " + std::string(b(c.tcam2_en));
+    j += ", \"is-mng\": " + std::string(b(c.is_mng));
+    j += ", \"is-mng2\": " + std::string(b(c.is_mng2));
+    j += ", \"copy-to-tcam2\": " + std::string(b(c.copy_to_tcam2)) + "}},";
+    j += " \"l3intf\": {\"capacity\": {\"l3mac-dec-cnt\": " + std::to_string(c.dec_cnt) + "}}},";
+    j += " \"s_bridge\": {\"ebridge\": {\"capacity\": {\"evlan_num\": " +
+         std::to_string(c.evlan_num) + "}}}}";
+    return j;
+}
+
+namespace {
+
+std::array<uint8_t, 6> l3mac_mac_of(const PLibpub__Mac *m) {
+    std::array<uint8_t, 6> mac{};
+    if (m && m->data.len == 6) std::memcpy(mac.data(), m->data.data, 6);
+    return mac;
+}
+
+}  // namespace
+
+std::vector<l3mac_hw_write> l3mac_vrrp_writes() {
+    std::vector<l3mac_hw_write> out;
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
+        if (w.table != "s_route.l3mac_vrrp_hw_res") continue;
+        SRoute__L3macVrrpHwRes *row =
+            s_route__l3mac_vrrp_hw_res__unpack(nullptr, w.row.size(), w.row.data());
+        if (!row) continue;
+        const SRoute__L3macHwAttr *a = row->index;
+        if (a) {
+            out.push_back({w.is_add, a->evlan, a->evlan_mask, a->mac_type, l3mac_mac_of(a->mac),
+                           a->phyid});
+        }
+        s_route__l3mac_vrrp_hw_res__free_unpacked(row, nullptr);
+    }
+    return out;
+}
+
+std::vector<l3mac_res_write> l3mac_res_writes() {
+    std::vector<l3mac_res_write> out;
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
+        if (w.table != "s_route.l3mac_res") continue;
+        SRoute__L3macRes *row = s_route__l3mac_res__unpack(nullptr, w.row.size(), w.row.data());
+        if (!row) continue;
+        l3mac_res_write r{};
+        r.is_add = w.is_add;
+        r.status = row->status;
+        if (row->index) {
+            r.user = row->index->t_user;
+            r.uuid = row->index->uuid ? row->index->uuid : "";
+        }
+        if (row->attr) {
+            r.is_match_evlan = row->attr->is_match_evlan;
+            r.evlan = row->attr->evlan;
+            r.mac_type = row->attr->mac_type;
+            r.phyid = row->attr->phyid;
+            if (row->attr->mac)
+                r.mac.assign(row->attr->mac->data.data,
+                             row->attr->mac->data.data + row->attr->mac->data.len);
+        }
+        out.push_back(std::move(r));
+        s_route__l3mac_res__free_unpacked(row, nullptr);
+    }
+    return out;
+}
+
+int l3mac_count_of(const std::string &text, const std::string &needle) {
+    int n = 0;
+    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
+        n++;
+    return n;
+}
+
+int l3mac_count_lines(const std::string &out, const std::string &word,
+                      const std::string &func, const std::string &text) {
+    const std::string head = "[" + word + "]" + func + ":";
+    int n = 0;
+    for (size_t at = out.find(head); at != std::string::npos; at = out.find(head, at + 1)) {
+        size_t bar = out.find('|', at + head.size());
+        if (bar == std::string::npos || bar - (at + head.size()) < 4) continue;
+        const std::string num = out.substr(at + head.size(), bar - at - head.size());
+        if (num.find_first_not_of(" 0123456789") != std::string::npos) continue;
+        if (out.compare(bar + 1, text.size(), text) == 0) n++;
+    }
+    return n;
+}
+
+std::string l3mac_line(const std::string &word, const std::string &func, int line,
+                       const std::string &text) {
+    char num[16];
+    std::snprintf(num, sizeof num, "%4d", line);
+    return "[" + word + "]" + func + ":" + num + "|" + text;
+}
+
+int L3macWorld::set_row(uint32_t user, const std::string &uuid, uint32_t evlan,
+                        uint32_t mac_type, const uint8_t (&mac)[6], uint32_t phyid) {
+    l3mac_row r(user, uuid, evlan, mac_type, mac, phyid);
+    return l3mac_set_msg_proc(r.get());
+}
+
+int L3macWorld::del_row(uint32_t user, const std::string &uuid) {
+    const uint8_t none[6] = {};
+    l3mac_row r(user, uuid, 0, 0, none);
+    r.res.attr = nullptr;
+    return l3mac_del_msg_proc(r.get());
+}
+
+std::vector<user_entry *> l3mac_users_on(list_head *head) {
+    std::vector<user_entry *> out;
+    for (list_head *l = head->next; l != head; l = l->next) out.push_back(l3mac_user_of(l));
+    return out;
+}
+
+std::vector<mac_entry *> l3mac_pending() {
+    std::vector<mac_entry *> out;
+    for (list_head *l = l3mac_pending_head.next; l != &l3mac_pending_head; l = l->next)
+        out.push_back(l3mac_mac_of_pending(l));
+    return out;
+}
+
+std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w) {
+    char mac[18];
+    std::snprintf(mac, sizeof mac, "%02x:%02x:%02x:%02x:%02x:%02x", w.mac[0], w.mac[1], w.mac[2],
+                  w.mac[3], w.mac[4], w.mac[5]);
+    return os << (w.is_add ? "add" : "del") << "{evlan=" << w.evlan << " mask=" << w.evlan_mask
+              << " type=" << w.mac_type << " mac=" << mac << " phyid=" << w.phyid << "}";
 }

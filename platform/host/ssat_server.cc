@@ -1,0 +1,178 @@
+// The command socket of one module, on the runtime's libuv loop. Each
+// connection carries one line; the handler runs inside the read callback,
+// so commands run on the event thread one at a time by construction.
+#include "platform/host/ssat_server.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "platform/host/ssat_host.h"
+#include "platform/host/ssat_proto.h"
+#include "platform/ssat.h"
+
+struct ssat_server {
+    uv_pipe_t pipe;
+    std::string module;
+    std::string path;
+};
+
+namespace {
+
+struct ssat_conn {
+    uv_pipe_t pipe;
+    uv_write_t write;
+    std::string module;
+    std::string in;
+    std::string out;
+    char buf[1024];
+};
+
+ssat_conn *conn_of(void *handle) {
+    return static_cast<ssat_conn *>(static_cast<uv_handle_t *>(handle)->data);
+}
+
+void close_conn(ssat_conn *c) {
+    if (uv_is_closing(reinterpret_cast<uv_handle_t *>(&c->pipe))) return;
+    uv_close(reinterpret_cast<uv_handle_t *>(&c->pipe),
+             [](uv_handle_t *h) { delete conn_of(h); });
+}
+
+void send_reply(ssat_conn *c, const ssat_reply &reply) {
+    auto *stream = reinterpret_cast<uv_stream_t *>(&c->pipe);
+    uv_read_stop(stream);
+    c->out = ssat_encode_reply(reply);
+    uv_buf_t b = uv_buf_init(c->out.data(), static_cast<unsigned>(c->out.size()));
+    auto done = [](uv_write_t *w, int) { close_conn(static_cast<ssat_conn *>(w->data)); };
+    c->write.data = c;
+    if (uv_write(&c->write, stream, &b, 1, done) != 0) close_conn(c);
+}
+
+void answer(ssat_conn *c, std::string_view line) {
+    if (line.size() > SSAT_LINE_MAX) {
+        send_reply(c, ssat_reply{false, 0, "command line longer than " +
+                                               std::to_string(SSAT_LINE_MAX) + " bytes\n"});
+        return;
+    }
+    send_reply(c, ssat_run_line(c->module, line));
+}
+
+void on_alloc(uv_handle_t *h, size_t, uv_buf_t *buf) {
+    ssat_conn *c = conn_of(h);
+    *buf = uv_buf_init(c->buf, sizeof c->buf);
+}
+
+void on_read(uv_stream_t *stream, ssize_t n, const uv_buf_t *buf) {
+    ssat_conn *c = conn_of(stream);
+    if (n > 0) c->in.append(buf->base, static_cast<size_t>(n));
+    size_t nl = c->in.find('\n');
+    if (nl != std::string::npos) return answer(c, std::string_view(c->in).substr(0, nl));
+    if (c->in.size() > SSAT_LINE_MAX) return answer(c, c->in);
+    if (n == UV_EOF && !c->in.empty()) return answer(c, c->in);
+    if (n < 0) close_conn(c);
+}
+
+void on_connection(uv_stream_t *listener, int status) {
+    if (status < 0) return;
+    auto *s = static_cast<ssat_server *>(listener->data);
+    auto *c = new ssat_conn{};
+    c->module = s->module;
+    uv_pipe_init(listener->loop, &c->pipe, 0);
+    c->pipe.data = c;
+    auto *stream = reinterpret_cast<uv_stream_t *>(&c->pipe);
+    if (uv_accept(listener, stream) != 0 || uv_read_start(stream, on_alloc, on_read) != 0)
+        close_conn(c);
+}
+
+bool fill_addr(const std::string &path, sockaddr_un *a) {
+    std::memset(a, 0, sizeof *a);
+    a->sun_family = AF_UNIX;
+    if (path.size() >= sizeof a->sun_path) return false;
+    std::memcpy(a->sun_path, path.c_str(), path.size() + 1);
+    return true;
+}
+
+bool someone_listens(const std::string &path) {
+    sockaddr_un a;
+    if (!fill_addr(path, &a)) return false;
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return false;
+    bool live = connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0;
+    close(fd);
+    return live;
+}
+
+// Makes the path free for a new socket: directories made, the socket of an
+// ended process removed. Anything else at the path is left alone.
+int prepare_path(const std::string &path) {
+    sockaddr_un a;
+    if (!fill_addr(path, &a)) return SSAT_E_SOCKET;
+    std::error_code ec;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
+    if (ec) return SSAT_E_SOCKET;
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0) return errno == ENOENT ? 0 : SSAT_E_SOCKET;
+    if (!S_ISSOCK(st.st_mode)) return SSAT_E_SOCKET;
+    if (someone_listens(path)) return SSAT_E_BUSY;
+    return unlink(path.c_str()) == 0 ? 0 : SSAT_E_SOCKET;
+}
+
+// The socket is made under a umask that lets no one else in, so there is
+// no moment at which it stands open to other users.
+int bind_private(uv_pipe_t *pipe, const std::string &path) {
+    mode_t old = umask(0177);
+    int r = uv_pipe_bind(pipe, path.c_str());
+    umask(old);
+    if (r == 0) chmod(path.c_str(), 0600);
+    return r;
+}
+
+// A client that goes away before its answer is written must not end the
+// process: a write to a closed socket gives EPIPE instead of the signal.
+void ignore_sigpipe() {
+    struct sigaction sa;
+    if (sigaction(SIGPIPE, nullptr, &sa) == 0 && sa.sa_handler == SIG_DFL)
+        std::signal(SIGPIPE, SIG_IGN);
+}
+
+void delete_server(uv_handle_t *h) { delete static_cast<ssat_server *>(h->data); }
+
+}  // namespace
+
+ssat_server *ssat_server_open(uv_loop_t *loop, std::string module,
+                              const std::string &path, int *rv) {
+    *rv = prepare_path(path);
+    if (*rv != 0) return nullptr;
+    ignore_sigpipe();
+    auto *s = new ssat_server{};
+    s->module = std::move(module);
+    s->path = path;
+    uv_pipe_init(loop, &s->pipe, 0);
+    s->pipe.data = s;
+    int r = bind_private(&s->pipe, path);
+    if (r == 0 && uv_listen(reinterpret_cast<uv_stream_t *>(&s->pipe), 16, on_connection) != 0) {
+        unlink(path.c_str());
+        r = SSAT_E_SOCKET;
+    }
+    if (r != 0) {
+        *rv = SSAT_E_SOCKET;
+        uv_close(reinterpret_cast<uv_handle_t *>(&s->pipe), delete_server);
+        return nullptr;
+    }
+    return s;
+}
+
+bool ssat_server_is(const ssat_server *s, const uv_loop_t *loop,
+                    const std::string &path) {
+    return s->pipe.loop == loop && s->path == path;
+}
+
+void ssat_server_close(ssat_server *s) {
+    unlink(s->path.c_str());
+    uv_close(reinterpret_cast<uv_handle_t *>(&s->pipe), delete_server);
+}

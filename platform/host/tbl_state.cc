@@ -1,0 +1,101 @@
+// The table service's process state, the stores it opens, and the reset
+// that tests use to start again: see tbl_state.h.
+#include "platform/host/tbl_state.h"
+
+#include <set>
+#include <string>
+
+#include <unistd.h>
+
+// Never destroyed: its stores and loop handles last to the end of the
+// process, and destruction at exit would free handles that a loop still
+// links.
+tbl_process &tbl_proc() {
+    static tbl_process *proc = new tbl_process;
+    return *proc;
+}
+
+namespace {
+
+// Handles whose close waits for a turn of the loop, held here meanwhile.
+std::set<uv_handle_t *> &closing() {
+    static auto *handles = new std::set<uv_handle_t *>;
+    return *handles;
+}
+
+void free_handle(uv_handle_t *h) {
+    closing().erase(h);
+    switch (h->type) {
+    case UV_TIMER: delete reinterpret_cast<uv_timer_t *>(h); break;
+    case UV_FS_EVENT: delete reinterpret_cast<uv_fs_event_t *>(h); break;
+    default: break;
+    }
+}
+
+}  // namespace
+
+// Closing stops the handle at once; the loop frees it at its next turn, or
+// the runtime's finish does. The runtime's finish closes every handle left
+// on its loop, so a handle found closed that way is only freed.
+void tbl_close_handle(uv_handle_t *h) {
+    if (!h || closing().count(h)) return;
+    if (uv_is_closing(h)) {
+        free_handle(h);
+    } else {
+        closing().insert(h);
+        uv_close(h, free_handle);
+    }
+}
+
+namespace {
+
+// After fork the parent's connections and loop handles are the parent's:
+// the child forgets them, unclosed, and opens its own stores on demand.
+void forget_parent() {
+    tbl_process &p = tbl_proc();
+    for (auto &[db, st] : p.stores) st->abandon();
+    p.stores.clear();
+    p.feeds.clear();
+    for (auto &[id, t] : p.tables) t->ds.timer = nullptr;
+    p.kick = nullptr;
+    p.loop = nullptr;
+}
+
+std::string store_path(int db) {
+    return hnx_host_path("/var/run/hnx/store-" + std::to_string(db) + ".db");
+}
+
+}  // namespace
+
+tbl_store *tbl_store_of(int db) {
+    tbl_process &p = tbl_proc();
+    if (!p.stores.empty() && p.stores.begin()->second->owner() != getpid()) forget_parent();
+    auto it = p.stores.find(db);
+    if (it != p.stores.end()) return it->second.get();
+    std::unique_ptr<tbl_store> st = tbl_store::open(db, store_path(db));
+    if (!st) return nullptr;
+    return p.stores.emplace(db, std::move(st)).first->second.get();
+}
+
+namespace {
+
+void close_feeds(tbl_process &p) {
+    for (auto &[db, f] : p.feeds) {
+        tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.wal_watch));
+        tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.backstop));
+        auto st = p.stores.find(db);
+        if (st != p.stores.end()) st->second->leave();
+    }
+    p.feeds.clear();
+}
+
+}  // namespace
+
+void hnx_host_tbl_reset() {
+    tbl_process &p = tbl_proc();
+    if (!p.stores.empty() && p.stores.begin()->second->owner() != getpid()) forget_parent();
+    close_feeds(p);
+    for (auto &[id, t] : p.tables) tbl_close_handle(reinterpret_cast<uv_handle_t *>(t->ds.timer));
+    tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.kick));
+    p = tbl_process{};
+}

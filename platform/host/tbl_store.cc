@@ -1,0 +1,342 @@
+// One table store over SQLite: see tbl_store.h.
+#include "platform/host/tbl_store.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+
+#include <sqlite3.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kFail = -11;
+constexpr int kBusyMs = 5000;
+constexpr int kPruneEvery = 128;
+
+const char *const kSchema =
+    "CREATE TABLE IF NOT EXISTS rows("
+    " tbl TEXT NOT NULL, key BLOB NOT NULL, val BLOB NOT NULL,"
+    " PRIMARY KEY(tbl, key)) WITHOUT ROWID;"
+    "CREATE TABLE IF NOT EXISTS changes("
+    " seq INTEGER PRIMARY KEY AUTOINCREMENT, tbl TEXT NOT NULL, op INTEGER NOT NULL,"
+    " key BLOB NOT NULL, val BLOB NOT NULL, writer INTEGER NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS readers(pid INTEGER PRIMARY KEY, seq INTEGER NOT NULL);";
+
+enum stmt_id {
+    kGet, kPut, kErase, kLog, kPageFirst, kPageNext, kTop, kChanges, kJoin, kRecord,
+    kLeave, kReaders, kDropReader, kPrune, kLogSize, kDataVersion, kBegin, kCommit,
+    kRollback, kStmtCount
+};
+
+const char *const kSql[kStmtCount] = {
+    "SELECT val FROM rows WHERE tbl = ?1 AND key = ?2",
+    "INSERT INTO rows(tbl, key, val) VALUES(?1, ?2, ?3)"
+    " ON CONFLICT(tbl, key) DO UPDATE SET val = excluded.val",
+    "DELETE FROM rows WHERE tbl = ?1 AND key = ?2",
+    "INSERT INTO changes(tbl, op, key, val, writer) VALUES(?1, ?2, ?3, ?4, ?5)",
+    "SELECT key, val FROM rows WHERE tbl = ?1 ORDER BY key LIMIT ?2",
+    "SELECT key, val FROM rows WHERE tbl = ?1 AND key > ?3 ORDER BY key LIMIT ?2",
+    "SELECT seq FROM sqlite_sequence WHERE name = 'changes'",
+    "SELECT seq, tbl, op, val, writer FROM changes WHERE seq > ?1 ORDER BY seq LIMIT ?2",
+    "INSERT INTO readers(pid, seq) VALUES(?1, ?2)"
+    " ON CONFLICT(pid) DO UPDATE SET seq = excluded.seq",
+    "UPDATE readers SET seq = ?2 WHERE pid = ?1",
+    "DELETE FROM readers WHERE pid = ?1",
+    "SELECT pid FROM readers",
+    "DELETE FROM readers WHERE pid = ?1",
+    "DELETE FROM changes WHERE seq <= COALESCE((SELECT MIN(seq) FROM readers), ?1)"
+    " OR seq <= ?1 - ?2",
+    "SELECT count(*) FROM changes",
+    "PRAGMA data_version",
+    "BEGIN IMMEDIATE",
+    "COMMIT",
+    "ROLLBACK",
+};
+
+enum change_op { kOpSet = 1, kOpDel = 2 };
+
+// Resets a statement when the scope ends, so that every path leaves it
+// ready for the next use and releases its read snapshot.
+struct stmt_use {
+    sqlite3_stmt *s;
+    ~stmt_use() {
+        sqlite3_reset(s);
+        sqlite3_clear_bindings(s);
+    }
+};
+
+void bind_text(sqlite3_stmt *s, int i, std::string_view t) {
+    sqlite3_bind_text(s, i, t.data(), int(t.size()), SQLITE_STATIC);
+}
+
+// An empty blob must stay a blob: a null pointer would bind NULL.
+void bind_blob(sqlite3_stmt *s, int i, const tbl_bytes &b) {
+    static const uint8_t kNone = 0;
+    sqlite3_bind_blob(s, i, b.empty() ? &kNone : b.data(), int(b.size()), SQLITE_STATIC);
+}
+
+tbl_bytes column_blob(sqlite3_stmt *s, int i) {
+    auto *p = static_cast<const uint8_t *>(sqlite3_column_blob(s, i));
+    return tbl_bytes(p, p + sqlite3_column_bytes(s, i));
+}
+
+bool pid_is_dead(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
+
+}  // namespace
+
+std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path) {
+    std::error_code ec;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
+    std::unique_ptr<tbl_store> st(new tbl_store(db, path));
+    st->owner_ = getpid();
+    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    if (sqlite3_open_v2(path.c_str(), &st->sql_, flags, nullptr) != SQLITE_OK) {
+        st->fail("open");
+        return nullptr;
+    }
+    sqlite3_busy_timeout(st->sql_, kBusyMs);
+    if (st->setup() != 0) return nullptr;
+    return st;
+}
+
+int tbl_store::setup() {
+    if (exec("PRAGMA synchronous=NORMAL") || exec("PRAGMA journal_mode=WAL") || exec(kSchema))
+        return kFail;
+    stmts_.assign(kStmtCount, nullptr);
+    for (int i = 0; i < kStmtCount; i++) {
+        if (sqlite3_prepare_v3(sql_, kSql[i], -1, SQLITE_PREPARE_PERSISTENT, &stmts_[i], nullptr))
+            return fail("prepare");
+    }
+    data_changed();
+    return 0;
+}
+
+tbl_store::~tbl_store() {
+    if (!sql_) return;
+    for (sqlite3_stmt *s : stmts_) sqlite3_finalize(s);
+    sqlite3_close_v2(sql_);
+}
+
+void tbl_store::abandon() {
+    sql_ = nullptr;
+    stmts_.clear();
+}
+
+int tbl_store::fail(const char *what) {
+    std::fprintf(stderr, "ss_rt_tbl: store %d (%s): %s: %s\n", db_, path_.c_str(), what,
+                 sql_ ? sqlite3_errmsg(sql_) : "no connection");
+    return kFail;
+}
+
+int tbl_store::exec(const char *sql) {
+    char *err = nullptr;
+    if (sqlite3_exec(sql_, sql, nullptr, nullptr, &err) == SQLITE_OK) return 0;
+    std::fprintf(stderr, "ss_rt_tbl: store %d (%s): %s\n", db_, path_.c_str(),
+                 err ? err : "failed");
+    sqlite3_free(err);
+    return kFail;
+}
+
+sqlite3_stmt *tbl_store::prep(int which) { return stmts_[which]; }
+
+int tbl_store::begin() {
+    if (depth_++ > 0) return 0;
+    stmt_use u{prep(kBegin)};
+    if (sqlite3_step(u.s) == SQLITE_DONE) return 0;
+    depth_ = 0;
+    return fail("begin");
+}
+
+int tbl_store::commit() {
+    if (depth_ == 0 || --depth_ > 0) return 0;
+    stmt_use u{prep(kCommit)};
+    if (sqlite3_step(u.s) == SQLITE_DONE) return 0;
+    int rv = fail("commit");
+    stmt_use r{prep(kRollback)};
+    sqlite3_step(r.s);
+    return rv;
+}
+
+// Ends a write begun with begin(): commits it, or rolls it back when a step
+// failed, so that a row and its logged change stand or fall together.
+int tbl_store::finish(int rv) {
+    if (rv == 0) return commit();
+    if (depth_ > 0 && --depth_ == 0) {
+        stmt_use r{prep(kRollback)};
+        sqlite3_step(r.s);
+    }
+    return rv;
+}
+
+int tbl_store::get(std::string_view table, const tbl_bytes &key, tbl_bytes *row, bool *found) {
+    stmt_use u{prep(kGet)};
+    bind_text(u.s, 1, table);
+    bind_blob(u.s, 2, key);
+    int rc = sqlite3_step(u.s);
+    *found = rc == SQLITE_ROW;
+    if (*found && row) *row = column_blob(u.s, 0);
+    return rc == SQLITE_ROW || rc == SQLITE_DONE ? 0 : fail("read row");
+}
+
+int tbl_store::log_change(std::string_view table, bool is_del, const tbl_bytes &key,
+                          const tbl_bytes &row) {
+    stmt_use u{prep(kLog)};
+    bind_text(u.s, 1, table);
+    sqlite3_bind_int(u.s, 2, is_del ? kOpDel : kOpSet);
+    bind_blob(u.s, 3, key);
+    bind_blob(u.s, 4, row);
+    sqlite3_bind_int64(u.s, 5, owner_);
+    if (sqlite3_step(u.s) != SQLITE_DONE) return fail("log change");
+    logged_++;
+    return 0;
+}
+
+int tbl_store::put(std::string_view table, const tbl_bytes &key, const tbl_bytes &row,
+                   bool *changed) {
+    *changed = false;
+    if (begin() != 0) return kFail;
+    tbl_bytes old;
+    bool found = false;
+    int rv = get(table, key, &old, &found);
+    if (rv == 0 && !(found && old == row)) {
+        stmt_use u{prep(kPut)};
+        bind_text(u.s, 1, table);
+        bind_blob(u.s, 2, key);
+        bind_blob(u.s, 3, row);
+        rv = sqlite3_step(u.s) == SQLITE_DONE ? log_change(table, false, key, row) : fail("write row");
+        *changed = rv == 0;
+    }
+    rv = finish(rv);
+    if (rv == 0 && depth_ == 0) prune();
+    return rv;
+}
+
+int tbl_store::erase(std::string_view table, const tbl_bytes &key, const tbl_bytes &key_row,
+                     bool *changed) {
+    *changed = false;
+    if (begin() != 0) return kFail;
+    int rv = 0;
+    {
+        stmt_use u{prep(kErase)};
+        bind_text(u.s, 1, table);
+        bind_blob(u.s, 2, key);
+        rv = sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("delete row");
+    }
+    if (rv == 0 && sqlite3_changes(sql_) > 0) {
+        rv = log_change(table, true, key, key_row);
+        *changed = rv == 0;
+    }
+    rv = finish(rv);
+    if (rv == 0 && depth_ == 0) prune();
+    return rv;
+}
+
+int tbl_store::page(std::string_view table, const tbl_bytes *after, int limit,
+                    std::vector<tbl_row> *out) {
+    stmt_use u{prep(after ? kPageNext : kPageFirst)};
+    bind_text(u.s, 1, table);
+    sqlite3_bind_int(u.s, 2, limit);
+    if (after) bind_blob(u.s, 3, *after);
+    int rc;
+    while ((rc = sqlite3_step(u.s)) == SQLITE_ROW)
+        out->push_back({column_blob(u.s, 0), column_blob(u.s, 1)});
+    return rc == SQLITE_DONE ? 0 : fail("read rows");
+}
+
+int tbl_store::top(int64_t *seq) {
+    stmt_use u{prep(kTop)};
+    int rc = sqlite3_step(u.s);
+    *seq = rc == SQLITE_ROW ? sqlite3_column_int64(u.s, 0) : 0;
+    return rc == SQLITE_ROW || rc == SQLITE_DONE ? 0 : fail("read log top");
+}
+
+int tbl_store::changes(int64_t after, int limit, std::vector<tbl_change> *out) {
+    stmt_use u{prep(kChanges)};
+    sqlite3_bind_int64(u.s, 1, after);
+    sqlite3_bind_int(u.s, 2, limit);
+    int rc;
+    while ((rc = sqlite3_step(u.s)) == SQLITE_ROW) {
+        auto *name = reinterpret_cast<const char *>(sqlite3_column_text(u.s, 1));
+        out->push_back({sqlite3_column_int64(u.s, 0), name ? name : "",
+                        sqlite3_column_int(u.s, 2) == kOpDel, column_blob(u.s, 3),
+                        pid_t(sqlite3_column_int64(u.s, 4))});
+    }
+    return rc == SQLITE_DONE ? 0 : fail("read changes");
+}
+
+int tbl_store::join(int64_t *seq) {
+    if (begin() != 0) return kFail;
+    int rv = top(seq);
+    if (rv == 0) {
+        stmt_use u{prep(kJoin)};
+        sqlite3_bind_int64(u.s, 1, owner_);
+        sqlite3_bind_int64(u.s, 2, *seq);
+        rv = sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("join readers");
+    }
+    return finish(rv);
+}
+
+int tbl_store::record(int64_t seq) {
+    stmt_use u{prep(kRecord)};
+    sqlite3_bind_int64(u.s, 1, owner_);
+    sqlite3_bind_int64(u.s, 2, seq);
+    return sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("record reader");
+}
+
+int tbl_store::leave() {
+    stmt_use u{prep(kLeave)};
+    sqlite3_bind_int64(u.s, 1, owner_);
+    return sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("leave readers");
+}
+
+// A reader that died without leaving would hold the log forever.
+int tbl_store::drop_dead_readers() {
+    std::vector<pid_t> dead;
+    {
+        stmt_use u{prep(kReaders)};
+        while (sqlite3_step(u.s) == SQLITE_ROW) {
+            pid_t pid = pid_t(sqlite3_column_int64(u.s, 0));
+            if (pid_is_dead(pid)) dead.push_back(pid);
+        }
+    }
+    for (pid_t pid : dead) {
+        stmt_use u{prep(kDropReader)};
+        sqlite3_bind_int64(u.s, 1, pid);
+        if (sqlite3_step(u.s) != SQLITE_DONE) return fail("drop reader");
+    }
+    return 0;
+}
+
+int tbl_store::prune() {
+    if (logged_ < kPruneEvery) return 0;
+    logged_ = 0;
+    if (begin() != 0) return kFail;
+    int64_t newest = 0;
+    int rv = drop_dead_readers();
+    if (rv == 0) rv = top(&newest);
+    if (rv == 0) {
+        stmt_use u{prep(kPrune)};
+        sqlite3_bind_int64(u.s, 1, newest);
+        sqlite3_bind_int64(u.s, 2, kTblLogCap);
+        rv = sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("prune changes");
+    }
+    return finish(rv);
+}
+
+int tbl_store::log_size(int64_t *n) {
+    stmt_use u{prep(kLogSize)};
+    int rc = sqlite3_step(u.s);
+    *n = rc == SQLITE_ROW ? sqlite3_column_int64(u.s, 0) : 0;
+    return rc == SQLITE_ROW ? 0 : fail("count changes");
+}
+
+bool tbl_store::data_changed() {
+    stmt_use u{prep(kDataVersion)};
+    if (sqlite3_step(u.s) != SQLITE_ROW) return true;
+    int64_t v = sqlite3_column_int64(u.s, 0);
+    bool moved = v != data_version_;
+    data_version_ = v;
+    return moved;
+}

@@ -1,0 +1,110 @@
+// One table store: a SQLite database in WAL mode, shared by every process
+// that opens it. Rows stand in `rows`, keyed by table name and packed key.
+// Every change of a row is logged in `changes`, in the transaction that
+// makes it, so that other processes replay changes in write order.
+//
+// The log's bound: each subscribing process records in `readers` how far
+// it has read (at least every 64 changes). Every 128 changes it logs, a
+// writer drops the readers whose process is gone and prunes the log up to
+// the slowest live reader, or wholly when there is none (a new reader
+// starts from the end). Changes more than kTblLogCap behind the newest go
+// in any case.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "platform/host/tbl_codec.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+struct tbl_row {
+    tbl_bytes key;
+    tbl_bytes val;
+};
+
+// One logged change. A delete carries a row with only its key set.
+struct tbl_change {
+    int64_t seq;
+    std::string table;
+    bool is_del;
+    tbl_bytes row;
+    pid_t writer;
+};
+
+// Changes further than this behind the newest are pruned even when a reader
+// still stands on them: a reader that stalls this long loses the oldest
+// (and says so when it reads on).
+constexpr int64_t kTblLogCap = 1 << 20;
+
+class tbl_store {
+public:
+    // Opens or creates the store file, with its directories. Null after one
+    // error line on stderr when the file is no usable store.
+    static std::unique_ptr<tbl_store> open(int db, const std::string &path);
+    ~tbl_store();
+    tbl_store(const tbl_store &) = delete;
+    tbl_store &operator=(const tbl_store &) = delete;
+
+    int db() const { return db_; }
+    pid_t owner() const { return owner_; }
+    const std::string &path() const { return path_; }
+
+    // A child process after fork must not touch its parent's connection:
+    // this drops the handle without closing it.
+    void abandon();
+
+    // Writes: 0, or -11 after an error line. *changed is false when the
+    // table stands as it was (an equal rewrite, a delete of an absent row),
+    // and then nothing is logged.
+    int put(std::string_view table, const tbl_bytes &key, const tbl_bytes &row, bool *changed);
+    int erase(std::string_view table, const tbl_bytes &key, const tbl_bytes &key_row,
+              bool *changed);
+
+    // Reads: 0 or -11. get sets *found.
+    int get(std::string_view table, const tbl_bytes &key, tbl_bytes *row, bool *found);
+    // Up to `limit` rows in key order, after the key `after` (from the
+    // first row when null).
+    int page(std::string_view table, const tbl_bytes *after, int limit, std::vector<tbl_row> *out);
+
+    // Writes between begin and commit share one transaction; they nest.
+    int begin();
+    int commit();
+    int finish(int rv);
+
+    // The change log. `top` is the last sequence ever given.
+    int top(int64_t *seq);
+    int changes(int64_t after, int limit, std::vector<tbl_change> *out);
+    int join(int64_t *seq);      // reader from the current top on
+    int record(int64_t seq);     // reader has delivered up to seq
+    int leave();                 // no longer a reader
+    int prune();
+    int log_size(int64_t *n);
+    // Whether another connection committed since the last call.
+    bool data_changed();
+
+private:
+    tbl_store(int db, std::string path) : db_(db), path_(std::move(path)) {}
+    int setup();
+    sqlite3_stmt *prep(int which);
+    int fail(const char *what);
+    int exec(const char *sql);
+    int log_change(std::string_view table, bool is_del, const tbl_bytes &key,
+                   const tbl_bytes &row);
+    int drop_dead_readers();
+
+    int db_;
+    std::string path_;
+    pid_t owner_ = 0;
+    sqlite3 *sql_ = nullptr;
+    std::vector<sqlite3_stmt *> stmts_;
+    int depth_ = 0;
+    int64_t data_version_ = -1;
+    int logged_ = 0;  // changes logged since the last prune
+};

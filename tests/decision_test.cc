@@ -1,0 +1,200 @@
+// The decision round and its timer: the two passes over the pool, the
+// report of a full table (paced message, failure rows of VRRP users), and
+// the rounds that must not work or must leave a MAC alone.
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+#include "decision/l3mac_decision.h"
+#include "frame/l3mac_ctx.h"
+#include "frame/l3mac_mem.h"
+#include "platform/host/hnx_host.h"
+#include "platform/sw_rt_res.h"
+#include "support/managed_world.h"
+
+namespace {
+
+const mac6 kX{0x02, 0, 0, 0, 0, 0x01};
+const mac6 kY{0x02, 0, 0, 0, 0, 0x02};
+
+using op3 = std::array<uint32_t, 3>;
+constexpr const char *kFull = "L3MAC table is full.";
+
+using DecisionTest = ManagedWorld;
+
+// X was queued last and comes first: 3 + 4 - 1 = 6 is above the limit, so
+// X waits. Y shrinks from three entries to one new one: its add meets the
+// full pool, its old entries go, and two are in use. X then gives
+// 3 + 2 - 1 = 4 and fills the pool, with no message.
+TEST_F(DecisionTest, SecondPassServesAMacThatAShrinkingMacMadeRoomFor) {
+    managed_clock_install(50'000'000);
+    start({.tcam_cap = 4});
+    want(kX, {3});
+    sw_l3mac_mac_decision();
+    want(kY, {5, 6, 9});
+    sw_l3mac_mac_decision();
+    ASSERT_EQ(in_use(), 4u);
+
+    unwant(kY, {5, 6, 9});
+    want(kY, {10});
+    want(kX, {12, 15});
+    ASSERT_EQ(l3mac_pending_head.next, &mac_of(NORMAL, kX)->pending_lst);
+    EXPECT_EQ(sw_l3mac_mac_decision(), 0);
+
+    EXPECT_EQ(placed(mac_of(NORMAL, kY)), (std::vector<op3>{{10, 0xFFF, 1}}));
+    EXPECT_EQ(placed(mac_of(NORMAL, kX)),
+              (std::vector<op3>{{3, 0xFFF, 0}, {12, 0xFFF, 3}, {15, 0xFFF, 2}}));
+    EXPECT_EQ(in_use(), 4u);
+    EXPECT_FALSE(pending(mac_of(NORMAL, kX)));
+    EXPECT_EQ(l3mac_ctx.no_res_log.interval, 0u);
+    EXPECT_EQ(managed_log_count(root_, kFull), 0);
+}
+
+// Two MACs fail in one round: one message (the second is within the
+// interval), and STATUS_FAILED rows for the VRRP users whose VLAN is new to
+// their MAC, none for its old user nor for the NORMAL MAC's users.
+TEST_F(DecisionTest, AFullTableTellsTheOperatorAndTheVrrpUsersOfNewVlans) {
+    managed_clock_install(50'000'000);
+    start({.tcam_cap = 2});
+    request(1, "old", 3, VRRP, kX);
+    request(1, "other", 5, NORMAL, kY);
+    sw_l3mac_mac_decision();
+    ASSERT_EQ(in_use(), 2u);
+
+    request(2, "new-a", 9, VRRP, kX);
+    request(3, "new-b", 9, VRRP, kX);
+    request(1, "other-new", 6, NORMAL, kY);
+    hnx_host_tbl_journal_clear();
+    sw_l3mac_mac_decision();
+
+    std::vector<std::pair<uint32_t, std::string>> told;
+    for (const l3mac_res_write &op : l3mac_res_writes()) {
+        EXPECT_EQ(op.status, (uint32_t)S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED);
+        EXPECT_EQ(op.evlan, 9u);
+        told.emplace_back(op.user, op.uuid);
+    }
+    std::sort(told.begin(), told.end());
+    EXPECT_EQ(told, (std::vector<std::pair<uint32_t, std::string>>{{2, "new-a"}, {3, "new-b"}}));
+    EXPECT_TRUE(managed_journal("hw_res").empty());
+    EXPECT_EQ(managed_log_count(root_, kFull), 1);
+    EXPECT_EQ(l3mac_ctx.no_res_log.interval, 1u);
+    EXPECT_FALSE(pending(mac_of(VRRP, kX)));
+    EXPECT_FALSE(pending(mac_of(NORMAL, kY)));
+
+    // Queued again with nothing added, X fails again: the message is due
+    // again a second later, and nobody is told twice.
+    managed_clock_set(51'000'000);
+    request(1, "old", 3, VRRP, kX);
+    hnx_host_tbl_journal_clear();
+    sw_l3mac_mac_decision();
+    EXPECT_TRUE(l3mac_res_writes().empty());
+    EXPECT_EQ(managed_log_count(root_, kFull), 2);
+}
+
+// A failure that recurs at the message's own pace: five messages one second
+// apart, five at two, five at four, five at eight, then one every sixteen;
+// a pause starts again at one second.
+TEST_F(DecisionTest, TheFullTableMessageIsPaced) {
+    const int64_t t0 = 100'000'000;
+    managed_clock_install(t0);
+    std::vector<int64_t> emitted;
+    for (int64_t t = 0; t <= 200'000'000; t += 500'000) {
+        managed_clock_set(t0 + t);
+        const kw_timeval before = l3mac_ctx.no_res_log.last;
+        l3mac_no_res_log();
+        const kw_timeval after = l3mac_ctx.no_res_log.last;
+        if (after.tv_sec != before.tv_sec || after.tv_usec != before.tv_usec)
+            emitted.push_back(t / 1'000'000);
+    }
+    EXPECT_EQ(emitted, (std::vector<int64_t>{0, 1, 2, 3, 4, 6, 8, 10, 12, 14, 18, 22,
+                                             26, 30, 34, 42, 50, 58, 66, 74, 90, 106,
+                                             122, 138, 154, 170, 186}));
+    EXPECT_EQ(managed_log_count(root_, kFull), 27);
+    EXPECT_EQ(l3mac_ctx.no_res_log.interval, 16u);
+
+    managed_clock_set(t0 + 207'000'000);  // 21 s after the last: a pause
+    l3mac_no_res_log();
+    EXPECT_EQ(l3mac_ctx.no_res_log.interval, 1u);
+    EXPECT_EQ(l3mac_ctx.no_res_log.burst, 0u);
+    managed_clock_set(t0 + 208'000'000);
+    l3mac_no_res_log();
+    EXPECT_EQ(managed_log_count(root_, kFull), 29);
+}
+
+TEST_F(DecisionTest, TheTimerResetsTheBudgetsDecidesAndRearms) {
+    start({.tcam_cap = 8});
+    l3mac_ctx.commom_decision_cnt = 3;
+    l3mac_ctx.drv_decision_cnt = 4;
+    want(kX, {3});
+    EXPECT_EQ(l3mac_decision_timer(nullptr), 0);
+    EXPECT_EQ(l3mac_ctx.commom_decision_cnt, 0u);
+    EXPECT_EQ(l3mac_ctx.drv_decision_cnt, 0u);
+    EXPECT_EQ(placed(mac_of(NORMAL, kX)), (std::vector<op3>{{3, 0xFFF, 0}}));
+    EXPECT_NE(l3mac_ctx.decision_timer, nullptr);
+    EXPECT_EQ(l3mac_decision_timer(nullptr), 0);
+    EXPECT_EQ(err_count(59), 2u);
+}
+
+TEST_F(DecisionTest, NoRoundWorksBeforeTheEndOfSmoothing) {
+    write_profile(l3mac_caps_json({.tcam_cap = 8}));
+    bring_up();
+    l3mac_commom_decision_counter = 0;
+    want(kX, {3});
+    EXPECT_EQ(sw_l3mac_mac_decision(), 0);
+    l3mac_decision_timer(nullptr);
+    ASSERT_NE(mac_of(NORMAL, kX), nullptr);
+    EXPECT_TRUE(pending(mac_of(NORMAL, kX)));
+    EXPECT_TRUE(entries_of(mac_of(NORMAL, kX)).empty());
+    EXPECT_EQ(in_use(), 0u);
+}
+
+// A cover search without memory leaves the MAC as it was, pending, and the
+// next round applies the change.
+TEST_F(DecisionTest, ACoverSearchWithoutMemoryKeepsTheMacPending) {
+    start({.tcam_cap = 8});
+    want(kX, {3, 5});
+    sw_l3mac_mac_decision();
+    const auto before = placed(mac_of(NORMAL, kX));
+    want(kX, {6});
+    hnx_host_tbl_journal_clear();
+
+    l3mac_mem_fail_after = 1;  // the round's record, then the search fails
+    EXPECT_EQ(sw_l3mac_mac_decision(), 0);
+    mac_entry *x = mac_of(NORMAL, kX);
+    EXPECT_TRUE(pending(x));
+    EXPECT_EQ(placed(x), before);
+    for (const tcam_entry *e : entries_of(x)) EXPECT_EQ(e->ref_cnt, 1u);
+    EXPECT_TRUE(managed_journal("hw_res").empty());
+    EXPECT_FALSE(l3mac_bmp_test(&x->evlan_bmp, 6));
+
+    sw_l3mac_mac_decision();
+    EXPECT_FALSE(pending(x));
+    EXPECT_EQ(entries_of(x).size(), 3u);
+}
+
+// With is_mng clear nothing bounds a NORMAL evlan on the second TCAM: a
+// number without a bit takes no part in the set and writes nothing past
+// the bitmap.
+TEST_F(DecisionTest, AnEvlanBeyondTheBitmapIsLeftOut) {
+    start({.tcam2_en = true, .is_mng = false, .tcam_cap = 8, .tcam2_cap = 8});
+    request(1, "far", 20000, NORMAL, kX);
+    request(1, "near", 5, NORMAL, kX);
+    sw_l3mac_mac_decision();
+    mac_entry *x = mac_of(NORMAL, kX);
+    ASSERT_NE(x, nullptr);
+    EXPECT_EQ(placed(x), (std::vector<op3>{{5, 0xFFF, 0}}));
+    EXPECT_EQ(in_use(1), 1u);
+}
+
+TEST_F(DecisionTest, AnOverlayMacIsCoveredInTheVfiSpace) {
+    start({.tcam2_en = true, .copy_to_tcam2 = false, .tcam_cap = 8, .tcam2_cap = 8,
+           .evlan_num = 4096 + 16384});
+    want(kX, {5000}, OL);
+    sw_l3mac_mac_decision();
+    EXPECT_EQ(placed(mac_of(OL, kX)), (std::vector<op3>{{5000, 0x3FFF, 0}}));
+    auto hw = managed_hw_rows();
+    ASSERT_EQ(hw.size(), 1u);
+    EXPECT_EQ(hw[0].phase, 1u);
+}
+
+}  // namespace

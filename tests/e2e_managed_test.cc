@@ -1,0 +1,192 @@
+// The managed path end to end: the daemon under a temporary root, users'
+// rows written with hnx-tbl, and the output and backup tables read from
+// the store, across a kill and a restart.
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "decision/l3mac_mask.h"
+#include "platform/host/hnx_host.h"
+#include "support/managed_proc.h"
+#include "support/managed_world.h"
+
+namespace {
+
+const mac6 kA{0x02, 0, 0, 0, 0, 0x0A};
+const mac6 kB{0x02, 0, 0, 0, 0, 0x0B};
+const mac6 kC{0x02, 0, 0, 0, 0, 0x0C};
+const mac6 kD{0x02, 0, 0, 0, 0, 0x0D};
+
+std::string mac_text(const mac6 &m) {
+    char buf[18];
+    std::snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", m[0], m[1], m[2],
+                  m[3], m[4], m[5]);
+    return buf;
+}
+
+const char *type_name(uint32_t mac_type) {
+    return mac_type == VRRP ? "L3MAC_VRRP" : "L3MAC_NORMAL";
+}
+
+// The entries that the cover search gives for a VLAN set, without the
+// filler template.
+std::vector<hw_entry> cover(const mac6 &mac, uint32_t mac_type,
+                            std::initializer_list<uint32_t> vlans) {
+    evlan_bmp_t bmp{};
+    for (uint32_t v : vlans) l3mac_bmp_set(&bmp, v);
+    list_head head;
+    list_init(&head);
+    EXPECT_EQ(l3mac_masklist_calc(&bmp, &head), 0);
+    std::vector<hw_entry> out;
+    for (list_head *p = head.next; p != &head; p = p->next) {
+        const mask_template *t = l3mac_mask_of(p);
+        const uint32_t cut = t->mask & 0xFFF;
+        if (t->key == 0 && cut == 0xFFF) continue;
+        out.push_back({.evlan = t->key, .evlan_mask = cut, .mac_type = mac_type, .mac = mac});
+    }
+    l3mac_masklist_free(&head);
+    return out;
+}
+
+// Rows without their positions, sorted, to compare with covers.
+std::vector<hw_entry> content(std::vector<hw_entry> rows) {
+    for (hw_entry &e : rows) e.hw_id = e.phase = 0;
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+std::vector<hw_entry> join(std::initializer_list<std::vector<hw_entry>> parts) {
+    std::vector<hw_entry> out;
+    for (const auto &p : parts) out.insert(out.end(), p.begin(), p.end());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+// Both tables hold exactly `want`, each entry at one hw_id in both.
+bool tables_hold(const std::vector<hw_entry> &want) {
+    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
+    if (content(hw) != want || content(bak) != want) return false;
+    std::map<std::vector<uint32_t>, uint32_t> at;
+    for (const hw_entry &e : hw) at[{e.evlan, e.evlan_mask, e.mac_type, e.mac[5]}] = e.hw_id;
+    for (const hw_entry &e : bak)
+        if (at[{e.evlan, e.evlan_mask, e.mac_type, e.mac[5]}] != e.hw_id) return false;
+    return true;
+}
+
+std::vector<hw_entry> without_mac(std::vector<hw_entry> rows, const mac6 &mac) {
+    std::erase_if(rows, [&](const hw_entry &e) { return e.mac == mac; });
+    return rows;
+}
+
+class ManagedE2e : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char tmpl[] = "/tmp/l3mac-e2e-XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        root_ = tmpl;
+        std::filesystem::create_directories(root_ + "/var/run");  // as the system has it
+        hnx_host_tbl_reset();
+        hnx_host_set_root(root_);
+    }
+    void TearDown() override {
+        managed_daemon_kill(pid_);
+        hnx_host_tbl_reset();
+        std::filesystem::remove_all(root_);
+    }
+
+    void profile(const l3mac_caps &b) {
+        std::filesystem::create_directories(root_ + "/etc/hnx");
+        std::ofstream(root_ + "/etc/hnx/capability.json") << l3mac_caps_json(b);
+    }
+    void start() { pid_ = managed_daemon_start(HNX_BIN_DIR, root_); }
+    void stop() { managed_daemon_kill(pid_); }
+
+    void set(const mac6 &mac, uint32_t mac_type, uint32_t vlan, uint32_t user = 1) {
+        ASSERT_EQ(managed_tbl(HNX_BIN_DIR, root_,
+                              {"set", "s_route.l3mac_res", "index.t_user=" + std::to_string(user),
+                               "index.uuid=" + managed_uuid(mac, mac_type, vlan),
+                               "status=STATUS_REQUEST", "attr.evlan=" + std::to_string(vlan),
+                               std::string("attr.mac_type=") + type_name(mac_type),
+                               "attr.mac=" + mac_text(mac)}),
+                  0);
+    }
+    void del(const mac6 &mac, uint32_t mac_type, uint32_t vlan, uint32_t user = 1) {
+        ASSERT_EQ(managed_tbl(HNX_BIN_DIR, root_,
+                              {"del", "s_route.l3mac_res", "index.t_user=" + std::to_string(user),
+                               "index.uuid=" + managed_uuid(mac, mac_type, vlan)}),
+                  0);
+    }
+
+    std::string root_;
+    pid_t pid_ = 0;
+};
+
+TEST_F(ManagedE2e, EntriesFollowTheRequestsAndStayInPlaceAcrossAKill) {
+    profile({});
+    start();
+    for (uint32_t v : {1, 2, 3, 10}) set(kA, NORMAL, v);
+    for (uint32_t v : {5, 7}) set(kB, NORMAL, v);
+    set(kB, NORMAL, 7, 2);  // a second user on the same VLAN
+    for (uint32_t v : {100, 101, 102, 103}) set(kC, VRRP, v);
+    const auto want = join({cover(kA, NORMAL, {1, 2, 3, 10}), cover(kB, NORMAL, {5, 7}),
+                            cover(kC, VRRP, {100, 101, 102, 103})});
+    ASSERT_TRUE(managed_wait([&] { return tables_hold(want); }));
+    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
+
+    stop();
+    start();
+    // Two requests one after the other: the second is handled after the
+    // round that served the first, so after the end of smoothing.
+    set(kD, NORMAL, 300);
+    ASSERT_TRUE(managed_wait([&] { return managed_hw_rows().size() == hw.size() + 1; }));
+    set(kD, NORMAL, 700);
+    const auto want_d = join({want, cover(kD, NORMAL, {300, 700})});
+    ASSERT_TRUE(managed_wait([&] { return tables_hold(want_d); }));
+    EXPECT_EQ(without_mac(managed_hw_rows(), kD), hw);
+    EXPECT_EQ(without_mac(managed_bak_rows(), kD), bak);
+
+    del(kB, NORMAL, 7, 2);  // VLAN 7 stays: user 1 still wants it
+    del(kA, NORMAL, 10);
+    const auto want_del = join({cover(kA, NORMAL, {1, 2, 3}), cover(kB, NORMAL, {5, 7}),
+                                cover(kC, VRRP, {100, 101, 102, 103}),
+                                cover(kD, NORMAL, {300, 700})});
+    EXPECT_TRUE(managed_wait([&] { return tables_hold(want_del); }));
+}
+
+// M's users ask, while the service is down, for more than the full TCAM
+// holds. After the restart and the end of smoothing the output table still
+// holds M's old entries, where they were.
+TEST_F(ManagedE2e, AMacThatNoLongerFitsKeepsItsEntriesThroughARestart) {
+    profile({.tcam_cap = 4});
+    start();
+    for (uint32_t v : {3, 5, 6}) set(kA, VRRP, v);
+    set(kB, NORMAL, 9);
+    const auto want = join({cover(kA, VRRP, {3, 5, 6}), cover(kB, NORMAL, {9})});
+    ASSERT_EQ(want.size(), 4u);
+    ASSERT_TRUE(managed_wait([&] { return tables_hold(want); }));
+    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
+
+    stop();
+    set(kA, VRRP, 10);
+    start();
+    ASSERT_TRUE(managed_wait(
+        [&] { return managed_log_count(root_, "L3MAC table is full.") >= 1; }));
+    // A request handled after smoothing: it fails as well and is told so.
+    set(kA, VRRP, 12);
+    const std::string uuid12 = managed_uuid(kA, VRRP, 12);
+    ASSERT_TRUE(managed_wait([&] {
+        for (const l3mac_res_write &r : managed_res_rows())
+            if (r.uuid == uuid12 && r.status == S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED)
+                return true;
+        return false;
+    }));
+    EXPECT_EQ(managed_hw_rows(), hw);
+    EXPECT_EQ(managed_bak_rows(), bak);
+}
+
+}  // namespace

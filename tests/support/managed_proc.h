@@ -1,0 +1,26 @@
+// Programs of the project run from a test under a temporary root: the
+// daemon in the background and the hnx-tbl client to completion, and a
+// bounded wait on a condition.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// `bin` is the build's program folder (HNX_BIN_DIR of the test programs).
+
+// Starts hnx-l3table-l3mac with HNX_ROOT=root and a short timer unit; its
+// output goes to <root>/daemon.out. Returns its pid.
+pid_t managed_daemon_start(const std::string &bin, const std::string &root);
+// SIGKILL, then waits for it. No-op for pid 0.
+void managed_daemon_kill(pid_t &pid);
+
+// Runs hnx-tbl --root root with the arguments; its exit status.
+int managed_tbl(const std::string &bin, const std::string &root,
+                const std::vector<std::string> &args);
+
+// Polls `cond` until it holds or `limit` has passed. True when it held.
+bool managed_wait(const std::function<bool()> &cond,
+                  std::chrono::milliseconds limit = std::chrono::seconds(20));

@@ -1,0 +1,251 @@
+// The managed-path fixture and its helpers: see managed_world.h.
+#include "support/managed_world.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "frame/l3mac_ctx.h"
+#include "frame/l3mac_ds.h"
+#include "frame/l3mac_mem.h"
+#include "platform/host/hnx_host.h"
+#include "platform/ss_rt_tbl.h"
+#include "request/l3mac_msg.h"
+#include "s_route.pb-c.h"
+#include "store/l3mac_db.h"
+
+namespace {
+
+hw_entry from_attr(const SRoute__L3macHwAttr *a) {
+    hw_entry e;
+    if (!a) {
+        e.has_attr = false;
+        return e;
+    }
+    e.evlan = a->evlan;
+    e.evlan_mask = a->evlan_mask;
+    e.mac_type = a->mac_type;
+    e.phyid = a->phyid;
+    if (a->mac && a->mac->data.len == 6) std::memcpy(e.mac.data(), a->mac->data.data, 6);
+    return e;
+}
+
+hw_entry unpack_hw(const std::vector<uint8_t> &row) {
+    SRoute__L3macHwRes *r = s_route__l3mac_hw_res__unpack(nullptr, row.size(), row.data());
+    if (!r) return hw_entry{};
+    hw_entry e = from_attr(r->attr);
+    if (r->index) {
+        e.hw_id = r->index->hw_id;
+        e.phase = r->index->phase;
+    }
+    s_route__l3mac_hw_res__free_unpacked(r, nullptr);
+    return e;
+}
+
+hw_entry unpack_bak(const std::vector<uint8_t> &row) {
+    SRoute__L3macBak *r = s_route__l3mac_bak__unpack(nullptr, row.size(), row.data());
+    if (!r) return hw_entry{};
+    hw_entry e = from_attr(r->index);
+    e.hw_id = r->hw_id;
+    e.phase = r->phase;
+    s_route__l3mac_bak__free_unpacked(r, nullptr);
+    return e;
+}
+
+l3mac_res_write unpack_res(const std::vector<uint8_t> &row) {
+    l3mac_res_write out{};
+    SRoute__L3macRes *r = s_route__l3mac_res__unpack(nullptr, row.size(), row.data());
+    if (!r) return out;
+    out.is_add = true;
+    if (r->index) {
+        out.user = r->index->t_user;
+        out.uuid = r->index->uuid ? r->index->uuid : "";
+    }
+    out.status = r->status;
+    if (r->attr) out.evlan = r->attr->evlan;
+    s_route__l3mac_res__free_unpacked(r, nullptr);
+    return out;
+}
+
+template <class F>
+std::vector<hw_entry> rows_of(const char *table, F unpack) {
+    std::vector<hw_entry> out;
+    for (const auto &row : hnx_host_tbl_rows(table)) out.push_back(unpack(row));
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+int64_t g_clock_us;
+
+int managed_fake_clock(kw_timeval *tv) {
+    tv->tv_sec = static_cast<int32_t>(g_clock_us / 1000000);
+    tv->tv_usec = static_cast<int32_t>(g_clock_us % 1000000);
+    return 0;
+}
+
+}  // namespace
+
+std::vector<hw_entry> managed_hw_rows() { return rows_of("s_route.l3mac_hw_res", unpack_hw); }
+std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", unpack_bak); }
+
+std::vector<l3mac_res_write> managed_res_rows() {
+    std::vector<l3mac_res_write> out;
+    for (const auto &row : hnx_host_tbl_rows("s_route.l3mac_res")) out.push_back(unpack_res(row));
+    return out;
+}
+
+std::vector<tbl_op> managed_journal() {
+    std::vector<tbl_op> out;
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
+        if (w.table == "s_route.l3mac_hw_res")
+            out.push_back({"hw_res", w.is_add, unpack_hw(w.row)});
+        else if (w.table == "s_route.l3mac_bak")
+            out.push_back({"bak", w.is_add, unpack_bak(w.row)});
+    }
+    return out;
+}
+
+std::vector<tbl_op> managed_journal(const std::string &table) {
+    std::vector<tbl_op> out;
+    for (const tbl_op &op : managed_journal())
+        if (op.table == table) out.push_back(op);
+    return out;
+}
+
+int managed_log_count(const std::string &root, const std::string &text) {
+    std::ifstream in(root + "/var/log/hnx.log");
+    int n = 0;
+    for (std::string line; std::getline(in, line);)
+        if (line.find(text) != std::string::npos) n++;
+    return n;
+}
+
+void managed_clock_install(int64_t now_us) {
+    g_clock_us = now_us;
+    hnx_host_set_clock(managed_fake_clock);
+}
+
+void managed_clock_set(int64_t now_us) { g_clock_us = now_us; }
+
+void managed_clock_remove() { hnx_host_set_clock(nullptr); }
+
+managed_tpl::managed_tpl(uint32_t key, uint32_t mask)
+    : tpl(static_cast<mask_template *>(std::calloc(1, sizeof(mask_template)))) {
+    list_init(&tpl->lst);
+    tpl->key = key;
+    tpl->mask = mask;
+}
+
+managed_tpl::~managed_tpl() { std::free(tpl); }
+
+void ManagedWorld::TearDown() {
+    managed_clock_remove();
+    L3macWorld::TearDown();
+}
+
+void ManagedWorld::start(const l3mac_caps &b) {
+    write_caps(b);
+    bring_up();
+    l3mac_data_check();
+    l3mac_commom_decision_counter = 0;
+    l3mac_ctx.drv_decision_max_counter = 0;
+    hnx_host_tbl_journal_clear();
+}
+
+void ManagedWorld::restart() {
+    hnx_host_tbl_reset();
+    std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
+    list_init(&l3mac_pending_head);
+    l3mac_mem_fail_after = -1;
+    bring_up();
+    l3mac_commom_decision_counter = 0;
+    l3mac_ctx.drv_decision_max_counter = 0;
+    hnx_host_tbl_journal_clear();
+}
+
+namespace {
+
+struct key_row {
+    SRoute__ResSubKey key = S_ROUTE__RES_SUB_KEY__INIT;
+    SRoute__L3macRes res = S_ROUTE__L3MAC_RES__INIT;
+    std::string uuid;
+    key_row(uint32_t user, std::string u) : uuid(std::move(u)) {
+        key.t_user = user;
+        key.uuid = uuid.data();
+        res.index = &key;
+    }
+};
+
+}  // namespace
+
+void ManagedWorld::write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
+                                 uint32_t mac_type, const mac6 &mac) {
+    uint8_t m[6];
+    std::memcpy(m, mac.data(), 6);
+    l3mac_row row(user, uuid, evlan, mac_type, m);
+    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.get()->base, 0, 0);
+}
+
+void ManagedWorld::erase_request(uint32_t user, const std::string &uuid) {
+    key_row row(user, uuid);
+    ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
+}
+
+int ManagedWorld::request(uint32_t user, const std::string &uuid, uint32_t evlan,
+                          uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
+    uint8_t m[6];
+    std::memcpy(m, mac.data(), 6);
+    l3mac_row row(user, uuid, evlan, mac_type, m, phyid);
+    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.get()->base, 0, 0);
+    return l3mac_set_msg_proc(row.get());
+}
+
+int ManagedWorld::withdraw(uint32_t user, const std::string &uuid) {
+    erase_request(user, uuid);
+    key_row row(user, uuid);
+    return l3mac_del_msg_proc(&row.res);
+}
+
+std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
+    return "m" + std::to_string(mac[5]) + "-t" + std::to_string(mac_type) + "-v" +
+           std::to_string(vlan);
+}
+
+void ManagedWorld::want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                        uint32_t mac_type, uint32_t user) {
+    for (uint32_t v : vlans) request(user, uuid_of(mac, mac_type, v), v, mac_type, mac);
+}
+
+void ManagedWorld::unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                          uint32_t mac_type, uint32_t user) {
+    for (uint32_t v : vlans) withdraw(user, uuid_of(mac, mac_type, v));
+}
+
+mac_entry *ManagedWorld::mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
+    return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(mac_type), mac.data(),
+                                      phyid, 0);
+}
+
+std::vector<tcam_entry *> ManagedWorld::entries_of(const mac_entry *mac) {
+    std::vector<tcam_entry *> out;
+    if (!mac) return out;
+    for (list_head *p = mac->tcam_head.next; p != &mac->tcam_head; p = p->next)
+        out.push_back(l3mac_tcam_of(p));
+    return out;
+}
+
+std::vector<std::array<uint32_t, 3>> ManagedWorld::placed(const mac_entry *mac) {
+    std::vector<std::array<uint32_t, 3>> out;
+    for (const tcam_entry *e : entries_of(mac))
+        out.push_back({e->key.evlan, e->key.evlan_mask, e->idx});
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+uint32_t ManagedWorld::in_use(int tcam_id) {
+    const sw_res_rm *rm = l3mac_ctx.tcam_rm[tcam_id];
+    return rm ? rm->in_use : 0;
+}
+
+bool ManagedWorld::pending(const mac_entry *mac) { return !list_empty(&mac->pending_lst); }

@@ -1,0 +1,116 @@
+// Fixture and helpers of the managed-path tests: board profiles, users'
+// requests, a process restart over the same table store, and the rows of
+// the output, backup and input tables as plain values.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include "decision/l3mac_mac.h"
+#include "decision/l3mac_mask.h"
+#include "support/l3mac_world.h"
+#include "tcam/l3mac_tcam.h"
+
+using mac6 = std::array<uint8_t, 6>;
+
+inline constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
+inline constexpr uint32_t OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
+inline constexpr uint32_t VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
+inline constexpr uint32_t TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL;
+inline constexpr uint32_t SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
+
+
+// An entry as a row of s_route.l3mac_hw_res or s_route.l3mac_bak shows it.
+struct hw_entry {
+    uint32_t hw_id = 0;
+    uint32_t phase = 0;
+    uint32_t evlan = 0;
+    uint32_t evlan_mask = 0;
+    uint32_t mac_type = 0;
+    uint32_t phyid = 0;
+    mac6 mac{};
+    bool has_attr = true;  // false: a delete of the output table
+    auto operator<=>(const hw_entry &) const = default;
+};
+
+// One write of this process to the output or backup table.
+struct tbl_op {
+    std::string table;  // "hw_res" or "bak"
+    bool is_add = false;
+    hw_entry entry;
+};
+
+std::vector<hw_entry> managed_hw_rows();
+std::vector<hw_entry> managed_bak_rows();
+// The standing rows of the input table.
+std::vector<l3mac_res_write> managed_res_rows();
+// The journal's writes to the output and backup tables, in call order, or
+// to one of them ("hw_res" or "bak").
+std::vector<tbl_op> managed_journal();
+std::vector<tbl_op> managed_journal(const std::string &table);
+
+// The uuid of one user's request for one VLAN of a MAC.
+std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan);
+
+// Lines of <root>/var/log/hnx.log that hold `text`.
+int managed_log_count(const std::string &root, const std::string &text);
+
+// The monotonic clock of the platform, replaced by one that the test sets.
+void managed_clock_install(int64_t now_us);
+void managed_clock_set(int64_t now_us);
+void managed_clock_remove();
+
+// A template as the cover search makes it, owned by the holder.
+struct managed_tpl {
+    mask_template *tpl;
+    managed_tpl(uint32_t key, uint32_t mask);
+    ~managed_tpl();
+    managed_tpl(const managed_tpl &) = delete;
+};
+
+class ManagedWorld : public L3macWorld {
+protected:
+    void TearDown() override;
+
+    // Brings the service up on the board and runs data smoothing over an
+    // empty store. Direct decisions are switched off: rounds run only when
+    // a test calls them.
+    void start(const l3mac_caps &b = {});
+
+    // A new process over the same table store: zeroed service, tables and
+    // pools made again, smoothing not yet run.
+    void restart();
+
+    // A user's request as the user writes it into the input table and the
+    // table service hands it to the set handler.
+    int request(uint32_t user, const std::string &uuid, uint32_t evlan,
+                uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
+    // The user deletes the row of the request.
+    int withdraw(uint32_t user, const std::string &uuid);
+
+    // A user writes or deletes its row while the service is not there to
+    // hear it (between two lives of the process).
+    static void write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
+                              uint32_t mac_type, const mac6 &mac);
+    static void erase_request(uint32_t user, const std::string &uuid);
+
+    // One request of `user` per VLAN of the MAC, each with its own uuid;
+    // unwant withdraws them.
+    void want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+              uint32_t mac_type = NORMAL, uint32_t user = 1);
+    void unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
+                uint32_t mac_type = NORMAL, uint32_t user = 1);
+    static std::string uuid_of(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
+        return managed_uuid(mac, mac_type, vlan);
+    }
+
+    static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
+    static std::vector<tcam_entry *> entries_of(const mac_entry *mac);
+    // {evlan, evlan_mask, idx} of the MAC's entries, sorted by evlan.
+    static std::vector<std::array<uint32_t, 3>> placed(const mac_entry *mac);
+    static uint32_t in_use(int tcam_id = 0);
+    static bool pending(const mac_entry *mac);
+};

@@ -1,0 +1,73 @@
+// hnx-cmd [--root DIR] MODULE [COMMAND [ARG...]]: runs one debug command of
+// a running module and prints its output, or opens a prompt without one.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "hnx_cmd.h"
+#include "platform/host/hnx_host.h"
+#include "platform/host/ssat_args.h"
+#include "platform/host/ssat_host.h"
+
+namespace {
+
+void usage(FILE *out) {
+    std::fprintf(out,
+                 "usage: hnx-cmd [--root DIR] MODULE COMMAND [ARG...]   run one command\n"
+                 "       hnx-cmd [--root DIR] MODULE help               list the commands\n"
+                 "       hnx-cmd [--root DIR] MODULE                    interactive prompt\n"
+                 "--root DIR places the files under DIR (else HNX_ROOT, else the real paths).\n"
+                 "Exit status: 0 done, 1 the command gave a non-zero result, 2 refused,\n"
+                 "3 the module is not running.\n");
+}
+
+// Options come first; the rest are the module, the command and its words.
+bool read_options(int argc, char **argv, std::vector<std::string> *rest) {
+    int i = 1;
+    for (; i < argc && argv[i][0] == '-'; i++) {
+        std::string a = argv[i];
+        if (a == "--root" && i + 1 < argc) hnx_host_set_root(argv[++i]);
+        else if (a.rfind("--root=", 0) == 0) hnx_host_set_root(a.substr(7));
+        else if (a == "--") { i++; break; }
+        else return false;
+    }
+    rest->assign(argv + i, argv + argc);
+    return !rest->empty();
+}
+
+// The words travel as one line separated by blanks, so a word cannot hold
+// one, and an empty word would vanish.
+bool join_words(const std::vector<std::string> &words, std::string *line) {
+    for (const std::string &w : words) {
+        if (w.empty() || ssat_split_words(w).size() != 1) {
+            std::fprintf(stderr, "hnx-cmd: argument \"%s\" is not one word\n", w.c_str());
+            return false;
+        }
+        *line += (line->empty() ? "" : " ") + w;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (argc == 2 && (!std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help"))) {
+        usage(stdout);
+        return HNX_CMD_OK;
+    }
+    std::vector<std::string> rest;
+    if (!read_options(argc, argv, &rest)) {
+        usage(stderr);
+        return HNX_CMD_REFUSED;
+    }
+    const std::string module = rest[0];
+    if (!ssat_module_name_ok(module)) {
+        std::fprintf(stderr, "hnx-cmd: \"%s\" is not a module name\n", module.c_str());
+        return HNX_CMD_REFUSED;
+    }
+    if (rest.size() == 1) return hnx_cmd_prompt(module);
+    std::string line;
+    if (!join_words({rest.begin() + 1, rest.end()}, &line)) return HNX_CMD_REFUSED;
+    return hnx_cmd_run(module, line, false);
+}
