@@ -120,6 +120,11 @@ protected:
     bool locked(const daemon_proc &d) const {
         return pid_file() == std::to_string(d.pid()) + std::string(1, '\0');
     }
+    // Its loop runs, and handles SIGTERM, once the connect callback has
+    // opened the module's debug command socket.
+    bool serving() const {
+        return fs::exists(root_ + "/var/run/hnx/hnx-l3table-l3mac.sock");
+    }
     // Runs hnx-tbl on this root; its standard output, or "!" on failure.
     std::string tbl(const std::string &args) const {
         const std::string cmd = kTbl + " --root " + root_ + " " + args + " 2>/dev/null";
@@ -149,7 +154,7 @@ protected:
 TEST_F(DaemonTest, PidFileHoldsThePidAndASecondInstanceExitsWithMinusSix) {
     level_file("1");
     daemon_proc first(root_, "first");
-    ASSERT_TRUE(poll_until([&] { return locked(first); })) << pid_file();
+    ASSERT_TRUE(poll_until([&] { return locked(first) && serving(); })) << pid_file();
 
     daemon_proc second(root_, "second");
     EXPECT_EQ(second.wait_exit(), 250);  // -6 as an exit status
@@ -162,6 +167,7 @@ TEST_F(DaemonTest, PidFileHoldsThePidAndASecondInstanceExitsWithMinusSix) {
 }
 
 struct level_case {
+    const char *name;
     const char *file;
     const char *status;  // the two status lines, or "" for none
 };
@@ -171,7 +177,7 @@ class DaemonLevelTest : public DaemonTest, public ::testing::WithParamInterface<
 TEST_P(DaemonLevelTest, LevelFileSetsTheLog) {
     level_file(GetParam().file);
     daemon_proc d(root_, "daemon");
-    ASSERT_TRUE(poll_until([&] { return locked(d); }));
+    ASSERT_TRUE(poll_until([&] { return locked(d) && serving(); }));
     EXPECT_EQ(d.stop(), 0);
     const std::string out = d.out();
     if (*GetParam().status == '\0') {
@@ -184,21 +190,24 @@ TEST_P(DaemonLevelTest, LevelFileSetsTheLog) {
 
 INSTANTIATE_TEST_SUITE_P(
     Files, DaemonLevelTest,
-    ::testing::Values(level_case{"0", ""},
-                      level_case{"9", "\nlevel:9 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n"},
-                      level_case{"-1", "\nlevel:-1 log_cnt:-1 dbg_info:0\nlevel:CLOSE log_cnt:-1\n"},
-                      level_case{"", "\nlevel:7 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n"},
-                      level_case{"x", "\nlevel:7 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n"}));
+    ::testing::Values(
+        level_case{"Zero", "0", ""},
+        level_case{"Nine", "9", "\nlevel:9 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n"},
+        level_case{"MinusOne", "-1", "\nlevel:-1 log_cnt:-1 dbg_info:0\nlevel:CLOSE log_cnt:-1\n"},
+        level_case{"Empty", "", "\nlevel:7 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n"},
+        level_case{"Letter", "x", "\nlevel:7 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n"}),
+    [](const ::testing::TestParamInfo<level_case> &i) { return std::string(i.param.name); });
 
 TEST_F(DaemonTest, RowsReachTheHandlersAndARefusedRowPrintsItsFailure) {
     level_file("5");
     daemon_proc d(root_, "daemon");
-    ASSERT_TRUE(poll_until([&] { return locked(d); }));
+    ASSERT_TRUE(poll_until([&] { return locked(d) && serving(); }));
 
     ASSERT_NE(request(1, "e2e-accepted", 10, "L3MAC_NORMAL"), "!");
     EXPECT_TRUE(poll_until([&] {
-        return l3mac_count_lines(d.out(), "IN   ", "sw_l3mac_op_user_bind_mac", "") > 0 &&
-               d.out().find("e2e-accepted") != std::string::npos;
+        const std::string out = d.out();
+        return l3mac_count_lines(out, "IN   ", "l3mac_get_or_add_user_db", "user entry 0\n") == 1 &&
+               out.find("e2e-accepted") != std::string::npos;
     })) << d.out();
 
     ASSERT_NE(request(1, "e2e-refused", 10, "L3MAC_MAX"), "!");
@@ -220,7 +229,7 @@ TEST_F(DaemonTest, UnmanagedBoardPublishesSharesAndWithdrawsTheDirectRow) {
     profile(caps);
     level_file("5");
     daemon_proc d(root_, "daemon");
-    ASSERT_TRUE(poll_until([&] { return locked(d); }));
+    ASSERT_TRUE(poll_until([&] { return locked(d) && serving(); }));
 
     ASSERT_NE(request(1, "u1", 20, "L3MAC_VRRP"), "!");
     ASSERT_TRUE(poll_until([&] { return vrrp_rows() == 1; })) << d.out();
