@@ -2,6 +2,7 @@
 // processes, scans, data smoothing, corrupt rows and the change log's bound.
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -246,6 +247,25 @@ TEST_F(TblService, ACorruptRowIsSkippedWithOneLine) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "ss_rt_tbl: table s_route.l3mac_hw_res: row of 3 bytes cannot be unpacked, skipped\n");
     EXPECT_EQ(g_seen, (std::vector<std::string>{"set 1:1", "set 3:3"}));
+}
+
+TEST_F(TblService, AStoreFileThatIsNoStoreIsRefusedWithALine) {
+    hnx_host_tbl_reset();
+    std::FILE *f = std::fopen((root_ + "/var/run/hnx/store-16.db").c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fputs("these are not the rows you are looking for, not even a header of one\n", f);
+    std::fclose(f);
+    SRoute__L3macHwRes tpl = S_ROUTE__L3MAC_HW_RES__INIT;
+    SRoute__L3macHwKey key = S_ROUTE__L3MAC_HW_KEY__INIT;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(ss_rt_tbl_create_detail(16, 1, &tpl.base, 20, 12, &key.base, 20, 1), nullptr);
+    EXPECT_EQ(ss_rt_tbl_connect_db([] { return 0; }), -11);
+    std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_NE(err.find("ss_rt_tbl: store 16 (" + root_ + "/var/run/hnx/store-16.db): "),
+              std::string::npos) << err;
+    EXPECT_NE(err.find("file is not a database"), std::string::npos) << err;
+    hw_row r(1, 1);
+    EXPECT_EQ(ss_rt_tbl_add_str(nullptr, r.get(), 0, 0), -4);
 }
 
 TEST_F(TblService, TheChangeLogStaysBounded) {

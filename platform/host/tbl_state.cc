@@ -2,18 +2,29 @@
 // that tests use to start again: see tbl_state.h.
 #include "platform/host/tbl_state.h"
 
+#include <set>
 #include <string>
 
 #include <unistd.h>
 
+// Never destroyed: its stores and loop handles last to the end of the
+// process, and destruction at exit would free handles that a loop still
+// links.
 tbl_process &tbl_proc() {
-    static tbl_process proc;
-    return proc;
+    static tbl_process *proc = new tbl_process;
+    return *proc;
 }
 
 namespace {
 
+// Handles whose close waits for a turn of the loop, held here meanwhile.
+std::set<uv_handle_t *> &closing() {
+    static auto *handles = new std::set<uv_handle_t *>;
+    return *handles;
+}
+
 void free_handle(uv_handle_t *h) {
+    closing().erase(h);
     switch (h->type) {
     case UV_TIMER: delete reinterpret_cast<uv_timer_t *>(h); break;
     case UV_FS_EVENT: delete reinterpret_cast<uv_fs_event_t *>(h); break;
@@ -27,11 +38,13 @@ void free_handle(uv_handle_t *h) {
 // the runtime's finish does. The runtime's finish closes every handle left
 // on its loop, so a handle found closed that way is only freed.
 void tbl_close_handle(uv_handle_t *h) {
-    if (!h) return;
-    if (uv_is_closing(h))
+    if (!h || closing().count(h)) return;
+    if (uv_is_closing(h)) {
         free_handle(h);
-    else
+    } else {
+        closing().insert(h);
         uv_close(h, free_handle);
+    }
 }
 
 namespace {

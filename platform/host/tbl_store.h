@@ -1,9 +1,14 @@
 // One table store: a SQLite database in WAL mode, shared by every process
 // that opens it. Rows stand in `rows`, keyed by table name and packed key.
 // Every change of a row is logged in `changes`, in the transaction that
-// makes it, so that other processes replay changes in write order; each
-// subscribing process records in `readers` how far it has read, and the log
-// is pruned behind the slowest live reader.
+// makes it, so that other processes replay changes in write order.
+//
+// The log's bound: each subscribing process records in `readers` how far
+// it has read (at least every 64 changes). Every 128 changes it logs, a
+// writer drops the readers whose process is gone and prunes the log up to
+// the slowest live reader, or wholly when there is none (a new reader
+// starts from the end). Changes more than kTblLogCap behind the newest go
+// in any case.
 #pragma once
 
 #include <cstdint>
