@@ -58,8 +58,7 @@ protected:
 };
 
 TEST_F(AtCmds, RegistersThirtyOneCommandsInOrder) {
-    l3mac_ctx.global = kw_global_init(MOD, 0);
-    ASSERT_EQ(sw_l3mac_at_init(), 0);
+    bring_up();  // bring-up registers the commands first thing
     const std::vector<std::string> want = {
         "time-init-l3mac", "time-set-l3mac", "time-dump-l3mac", "debug", "show-cap",
         "dump-evlan-mbr", "dump-mac-vlanbmp", "wk-user-head", "wk-tcam-head", "get-user-db",
@@ -218,8 +217,6 @@ TEST_F(AtCmds, GetMacDbReadsPhyidZero) {
     ASSERT_EQ(add("a", 10), 0);
     EXPECT_EQ(l3mac_at_get_mac_db(0, MAC, 0), 0);
     EXPECT_EQ(l3mac_at_get_mac_db(0, MAC, 7), -7);
-    l3mac_ctx.global = kw_global_init(MOD, 0);
-    ASSERT_EQ(sw_l3mac_at_init(), 0);
     ssat_reply r = ssat_run_line(MOD, "get-mac-db 0 00:11:22:33:44:55");
     EXPECT_TRUE(r.ran);
     EXPECT_EQ(r.result, 0);
