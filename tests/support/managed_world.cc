@@ -53,18 +53,19 @@ hw_entry unpack_bak(const std::vector<uint8_t> &row) {
     return e;
 }
 
-tbl_op unpack_res(const std::vector<uint8_t> &row) {
-    tbl_op op;
+l3mac_res_write unpack_res(const std::vector<uint8_t> &row) {
+    l3mac_res_write out{};
     SRoute__L3macRes *r = s_route__l3mac_res__unpack(nullptr, row.size(), row.data());
-    if (!r) return op;
+    if (!r) return out;
+    out.is_add = true;
     if (r->index) {
-        op.user = r->index->t_user;
-        op.uuid = r->index->uuid ? r->index->uuid : "";
+        out.user = r->index->t_user;
+        out.uuid = r->index->uuid ? r->index->uuid : "";
     }
-    op.status = r->status;
-    if (r->attr) op.evlan = r->attr->evlan;
+    out.status = r->status;
+    if (r->attr) out.evlan = r->attr->evlan;
     s_route__l3mac_res__free_unpacked(r, nullptr);
-    return op;
+    return out;
 }
 
 template <class F>
@@ -88,33 +89,19 @@ int managed_fake_clock(kw_timeval *tv) {
 std::vector<hw_entry> managed_hw_rows() { return rows_of("s_route.l3mac_hw_res", unpack_hw); }
 std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", unpack_bak); }
 
-std::vector<tbl_op> managed_res_rows() {
-    std::vector<tbl_op> out;
-    for (const auto &row : hnx_host_tbl_rows("s_route.l3mac_res")) {
-        out.push_back(unpack_res(row));
-        out.back().table = "res";
-    }
+std::vector<l3mac_res_write> managed_res_rows() {
+    std::vector<l3mac_res_write> out;
+    for (const auto &row : hnx_host_tbl_rows("s_route.l3mac_res")) out.push_back(unpack_res(row));
     return out;
 }
 
 std::vector<tbl_op> managed_journal() {
     std::vector<tbl_op> out;
     for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
-        tbl_op op;
-        if (w.table == "s_route.l3mac_hw_res") {
-            op.table = "hw_res";
-            op.entry = unpack_hw(w.row);
-        } else if (w.table == "s_route.l3mac_bak") {
-            op.table = "bak";
-            op.entry = unpack_bak(w.row);
-        } else if (w.table == "s_route.l3mac_res") {
-            op = unpack_res(w.row);
-            op.table = "res";
-        } else {
-            op.table = "vrrp";
-        }
-        op.is_add = w.is_add;
-        out.push_back(op);
+        if (w.table == "s_route.l3mac_hw_res")
+            out.push_back({"hw_res", w.is_add, unpack_hw(w.row)});
+        else if (w.table == "s_route.l3mac_bak")
+            out.push_back({"bak", w.is_add, unpack_bak(w.row)});
     }
     return out;
 }
