@@ -63,6 +63,9 @@ struct tbl_process {
     bool connected = false;
     bool ds_called = false;
     uv_timer_t *kick = nullptr;
+    std::set<int> turn_open;                 // stores with this turn's transaction open
+    uv_prepare_t *turn_prepare = nullptr;
+    uv_check_t *turn_check = nullptr;
 };
 
 tbl_process &tbl_proc();
