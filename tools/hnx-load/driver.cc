@@ -54,8 +54,10 @@ int write_batch(run_state &s, const std::vector<load_req> &reqs, size_t from, si
     if ((rv = st->finish(rv)) != 0) return rv;
     s.last_commit = load_clock::now();
     s.written += to - from;
-    for (size_t i = from; i < to && track; i++)
+    for (size_t i = from; i < to && track; i++) {
+        s.track.forget(reqs[i]);
         if (!reqs[i].del) s.track.expect(reqs[i], s.last_commit);
+    }
     hnx_host_tbl_poll();
     return 0;
 }

@@ -52,8 +52,26 @@ int follow(ss_rt_tbl_row_fn set, Row row, Key key) {
 }  // namespace
 
 void load_track::expect(const load_req &r, load_clock::time_point t) {
-    pending[{r.mac_type, mac48(r.mac)}].push_back({r.vlan, t});
+    mac_key k{r.mac_type, mac48(r.mac)};
+    pending[k].push_back({r.vlan, t, r.uuid});
+    waiting[r.uuid] = k;
     pending_count++;
+}
+
+void load_track::forget(const load_req &r) {
+    auto at = waiting.find(r.uuid);
+    if (at == waiting.end()) return;
+    auto it = pending.find(at->second);
+    waiting.erase(at);
+    if (it == pending.end()) return;
+    std::vector<wait> &w = it->second;
+    for (size_t i = 0; i < w.size(); i++) {
+        if (w[i].uuid != r.uuid) continue;
+        w.erase(w.begin() + long(i));
+        pending_count--;
+        break;
+    }
+    if (w.empty()) pending.erase(it);
 }
 
 void load_track::resolve(uint32_t type, const uint8_t *mac, uint32_t evlan, uint32_t mask) {
@@ -66,6 +84,7 @@ void load_track::resolve(uint32_t type, const uint8_t *mac, uint32_t evlan, uint
         if (((w[i].vlan ^ evlan) & mask) == 0) {
             latency_ms.push_back(std::chrono::duration<double, std::milli>(now - w[i].committed).count());
             last_resolved = now;
+            waiting.erase(w[i].uuid);
             pending_count--;
         } else {
             w[kept++] = w[i];
