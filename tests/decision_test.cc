@@ -68,7 +68,7 @@ TEST_F(DecisionTest, AFullTableTellsTheOperatorAndTheVrrpUsersOfNewVlans) {
     sw_l3mac_mac_decision();
 
     std::vector<std::pair<uint32_t, std::string>> told;
-    for (const tbl_op &op : managed_journal("res")) {
+    for (const l3mac_res_write &op : l3mac_res_writes()) {
         EXPECT_EQ(op.status, (uint32_t)S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED);
         EXPECT_EQ(op.evlan, 9u);
         told.emplace_back(op.user, op.uuid);
@@ -87,7 +87,7 @@ TEST_F(DecisionTest, AFullTableTellsTheOperatorAndTheVrrpUsersOfNewVlans) {
     request(1, "old", 3, VRRP, kX);
     hnx_host_tbl_journal_clear();
     sw_l3mac_mac_decision();
-    EXPECT_TRUE(managed_journal("res").empty());
+    EXPECT_TRUE(l3mac_res_writes().empty());
     EXPECT_EQ(managed_log_count(root_, kFull), 2);
 }
 

@@ -62,8 +62,7 @@ TEST_F(DsTest, ARestoredEntryThatNoUserWantsGoesWithBothRows) {
     l3mac_data_check();
     // A's entry is written again, B's withdrawn from both tables.
     std::vector<std::pair<std::string, bool>> seen;
-    for (const tbl_op &op : managed_journal())
-        if (op.table != "res") seen.emplace_back(op.table, op.is_add);
+    for (const tbl_op &op : managed_journal()) seen.emplace_back(op.table, op.is_add);
     std::sort(seen.begin(), seen.end());
     EXPECT_EQ(seen, (std::vector<std::pair<std::string, bool>>{
                         {"bak", false}, {"bak", true}, {"hw_res", false}, {"hw_res", true}}));
@@ -122,7 +121,7 @@ TEST_F(DsTest, AMacThatNoLongerFitsKeepsItsRowsThroughSmoothing) {
     }
     // After a restart the MAC's former set is empty: every user is new.
     std::vector<uint32_t> failed;
-    for (const tbl_op &op : managed_journal("res")) {
+    for (const l3mac_res_write &op : l3mac_res_writes()) {
         EXPECT_EQ(op.status, (uint32_t)S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED);
         failed.push_back(op.evlan);
     }

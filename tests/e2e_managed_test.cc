@@ -89,6 +89,7 @@ protected:
         char tmpl[] = "/tmp/l3mac-e2e-XXXXXX";
         ASSERT_NE(mkdtemp(tmpl), nullptr);
         root_ = tmpl;
+        std::filesystem::create_directories(root_ + "/var/run");  // as the system has it
         hnx_host_tbl_reset();
         hnx_host_set_root(root_);
     }
@@ -179,7 +180,7 @@ TEST_F(ManagedE2e, AMacThatNoLongerFitsKeepsItsEntriesThroughARestart) {
     set(kA, VRRP, 12);
     const std::string uuid12 = managed_uuid(kA, VRRP, 12);
     ASSERT_TRUE(managed_wait([&] {
-        for (const tbl_op &r : managed_res_rows())
+        for (const l3mac_res_write &r : managed_res_rows())
             if (r.uuid == uuid12 && r.status == S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED)
                 return true;
         return false;

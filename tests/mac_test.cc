@@ -70,20 +70,6 @@ TEST_F(MacTest, LookupWithoutTheAddFlagCreatesNothing) {
     EXPECT_EQ(l3mac_ctx.malloc_db, 0u);
 }
 
-TEST_F(MacTest, MacsDifferingOnlyInPhyidOrTypeAreApart) {
-    start();
-    ASSERT_EQ(set_row(1, "a", 10, NORMAL, kMacA, 1), 0);
-    ASSERT_EQ(set_row(1, "b", 10, NORMAL, kMacA, 2), 0);
-    ASSERT_EQ(set_row(1, "c", 10, S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP, kMacA, 1), 0);
-    mac_entry *m1 = mac_of(NORMAL, kMacA, 1);
-    mac_entry *m2 = mac_of(NORMAL, kMacA, 2);
-    mac_entry *m3 = mac_of(S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP, kMacA, 1);
-    EXPECT_TRUE(m1 && m2 && m3);
-    EXPECT_NE(m1, m2);
-    EXPECT_NE(m1, m3);
-    EXPECT_EQ(l3mac_pending(), (macs{m3, m2, m1}));
-}
-
 TEST_F(MacTest, OverlayMacsCountInVfis) {
     l3mac_caps caps;
     caps.tcam2_en = true;

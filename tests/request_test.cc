@@ -275,16 +275,4 @@ TEST_F(HandlerTest, DeleteWithAnInvalidUserIsRefusedBeforeLookup) {
     EXPECT_EQ(err_count(135), 0u);
 }
 
-TEST_F(HandlerTest, AcceptedSetRecordsTheRequestAndDeleteRemovesIt) {
-    l3mac_row r(2, "rq", 100, S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF, kMac, 6);
-    ASSERT_EQ(l3mac_set_msg_proc(r.get()), 0);
-    const user_entry *e = l3mac_get_or_add_user_db(2, "rq", 0);
-    ASSERT_NE(e, nullptr);
-    EXPECT_EQ(e->mac_type, S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF);
-    EXPECT_EQ(e->evlan, 100u);
-    EXPECT_EQ(e->phyid, 6u);
-    EXPECT_EQ(l3mac_del_msg_proc(r.get()), 0);
-    EXPECT_EQ(l3mac_get_or_add_user_db(2, "rq", 0), nullptr);
-}
-
 }  // namespace

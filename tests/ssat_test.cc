@@ -234,6 +234,23 @@ TEST_F(SsatModule, RoundTripThroughTheSocket) {
     EXPECT_EQ(seen.calls, 1);
 }
 
+// The runtime closes every handle of its loop when it finishes; the module
+// is then served anew, and its old handle is not closed twice.
+TEST_F(SsatModule, ServerClosedByTheRuntimeIsServedAnew) {
+    uv_walk(&loop_, [](uv_handle_t *h, void *) {
+        if (!uv_is_closing(h)) uv_close(h, nullptr);
+    }, nullptr);
+    uv_run(&loop_, UV_RUN_NOWAIT);
+    ASSERT_EQ(ssat_serve(&loop_, MOD, path_), 0);
+    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "void", 0, " void ", no_result), 0);
+    ssat_reply r;
+    std::string err;
+    ssat_call_result rc = SSAT_CALL_IO;
+    run_with([&] { rc = ssat_client_call(path_, "void", &r, &err); });
+    ASSERT_EQ(rc, SSAT_CALL_OK) << err;
+    EXPECT_EQ(r.text, "void ran\n");
+}
+
 TEST_F(SsatModule, LiveSocketIsKeptStaleOneReplaced) {
     EXPECT_EQ(ssat_serve(&loop_, "intruder", path_), SSAT_E_BUSY);
     ssat_host_reset();

@@ -117,11 +117,6 @@ template <> tcam_db_t *&StoreTest::store<tcam_entry>() { return tcam_; }
 template <> user_db_t *&StoreTest::store<user_entry>() { return user_; }
 template <> vrrp_db_t *&StoreTest::store<mac_hw>() { return vrrp_; }
 
-std::string captured() {
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
-
 // Mac keys numbered from `from` whose start bucket among `n` is that of key `from`.
 std::vector<key_t<mac_entry>> colliding(uint32_t from, uint32_t n, size_t want) {
     std::vector<key_t<mac_entry>> out;
@@ -263,11 +258,11 @@ TEST_F(StoreTest, NullHandlesAndEmptyStore) {
     EXPECT_EQ(get(mac_, k.data()), nullptr);  // no arrays to touch yet
     EXPECT_EQ(del(mac_, &blank), 0);
     EXPECT_EQ(mac_db_scan(mac_, [](mac_entry *, void *) { return 1; }, nullptr), 0);
-    testing::internal::CaptureStdout();
+    capture_stdout();
     EXPECT_EQ(dump(mac_, -1, 0), 0);
     char head[64];
     std::snprintf(head, sizeof head, "\ndb:%p cur:0 bucket:0\n", static_cast<void *>(mac_));
-    EXPECT_EQ(captured(), std::string(head) + "\ndump max count:  -1\ndump cur count:  0");
+    EXPECT_EQ(captured_stdout(), std::string(head) + "\ndump max count:  -1\ndump cur count:  0");
 }
 
 TEST_F(StoreTest, ScanStopsAtFirstNonZeroAndAllowsDelete) {
@@ -371,13 +366,13 @@ TEST_F(StoreTest, InvalidMacTypeLogsEvenInALookup) {
     ASSERT_EQ(create(&mac_), 0);
     auto k = make_key<mac_entry>(0);
     k[0] = 9;
-    testing::internal::CaptureStdout();
+    capture_stdout();
     EXPECT_EQ(get(mac_, k.data()), nullptr);  // an empty store sets nothing up
-    EXPECT_EQ(captured(), "");
+    EXPECT_EQ(captured_stdout(), "");
     add(mac_, make_key<mac_entry>(1).data());
-    testing::internal::CaptureStdout();
+    capture_stdout();
     EXPECT_EQ(get(mac_, k.data()), nullptr);
-    const std::string out = captured();
+    const std::string out = captured_stdout();
     const std::string head = "[ERROR]sw_l3mac_type_is_vfi:", tail = "|invalid mac_type 9\n";
     EXPECT_TRUE(out.starts_with(head) && out.ends_with(tail)) << out;
     EXPECT_EQ(out.size(), head.size() + 4 + tail.size()) << out;  // "%4d" line
@@ -389,9 +384,9 @@ TEST_F(StoreTest, DumpCountRules) {
     ASSERT_EQ(create(&vrrp_), 0);
     for (uint32_t n = 0; n < 5; n++) add(vrrp_, make_key<mac_hw>(n).data());
     auto rows = [&](int32_t count) {
-        testing::internal::CaptureStdout();
+        capture_stdout();
         EXPECT_EQ(dump(vrrp_, count, 0), 0);
-        const std::string out = captured();
+        const std::string out = captured_stdout();
         const size_t body = out.find("bucket:8\n") + 9, end = out.find("\ndump max count:");
         EXPECT_NE(end, std::string::npos);
         const auto printed = std::count(out.begin() + body, out.begin() + end, '\n');
@@ -418,9 +413,9 @@ TEST_F(StoreTest, RowsAndHeaders) {
     uint8_t km[12] = {1};
     std::memcpy(km + 1, mac, 6);
     km[8] = 0x2a;
-    testing::internal::CaptureStdout();
+    capture_stdout();
     EXPECT_EQ(mac_db_show(add(mac_, km), 1), 0);
-    EXPECT_EQ(captured(), "\nmac_type  mac                 phyid     \n"
+    EXPECT_EQ(captured_stdout(), "\nmac_type  mac                 phyid     \n"
                           "1         " + mtxt + "   0x2a      \n");
 
     uint8_t kt[20] = {100, 0, 0, 0, 0xff, 0x0f, 0, 0};
@@ -431,9 +426,9 @@ TEST_F(StoreTest, RowsAndHeaders) {
     t->idx = 7;
     t->ref_cnt = 2;
     t->valid = 1;
-    testing::internal::CaptureStdout();
+    capture_stdout();
     EXPECT_EQ(tcam_db_show(t, 1), 0);
-    EXPECT_EQ(captured(),
+    EXPECT_EQ(captured_stdout(),
               "\nevlan     evlan_mask          mac_type  mac                 phyid     idx       ref_cnt   valid     \n"
               "100       4095                2         " + mtxt + "   0x10      7         2         1         \n");
 
@@ -446,9 +441,9 @@ TEST_F(StoreTest, RowsAndHeaders) {
     u->mac_entry = reinterpret_cast<void *>(0x1234);
     std::memcpy(u->mac, mac, 6);
     u->phyid = 0xff;
-    testing::internal::CaptureStdout();
+    capture_stdout();
     EXPECT_EQ(user_db_show(u, 1), 0);
-    EXPECT_EQ(captured(),
+    EXPECT_EQ(captured_stdout(),
               "\nuser      uuid                          is_match_evlan  mac_type  evlan     mac_entry      mac                 phyid     \n"
               "3         u-1                           1               4         10        0x1234         " + mtxt + "   0xff      \n");
 
@@ -457,9 +452,9 @@ TEST_F(StoreTest, RowsAndHeaders) {
     kh[14] = 2;
     mac_hw *h = add(vrrp_, kh);
     h->is_hw = 1;
-    testing::internal::CaptureStdout();
+    capture_stdout();
     EXPECT_EQ(vrrp_db_row(h), 0);
     EXPECT_EQ(vrrp_db_show(nullptr, 1), -4);  // the header alone
-    EXPECT_EQ(captured(), "20        4095        2         " + mtxt + "1         \n"
+    EXPECT_EQ(captured_stdout(), "20        4095        2         " + mtxt + "1         \n"
                           "\nevlan     evlan_mask  mac_type  mac            is_hw     \n");
 }

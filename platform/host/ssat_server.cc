@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <vector>
 
 #include "platform/host/ssat_host.h"
 #include "platform/host/ssat_proto.h"
@@ -167,12 +168,24 @@ ssat_server *ssat_server_open(uv_loop_t *loop, std::string module,
     return s;
 }
 
+// The runtime may have closed the handle already, when it finished its
+// loop: such a server serves nothing, and its handle must not be closed
+// twice.
 bool ssat_server_is(const ssat_server *s, const uv_loop_t *loop,
                     const std::string &path) {
-    return s->pipe.loop == loop && s->path == path;
+    return !uv_is_closing(reinterpret_cast<const uv_handle_t *>(&s->pipe)) &&
+           s->pipe.loop == loop && s->path == path;
 }
 
 void ssat_server_close(ssat_server *s) {
+    auto *h = reinterpret_cast<uv_handle_t *>(&s->pipe);
+    if (uv_is_closing(h)) {
+        // Closed by the runtime without our callback: the loop may still
+        // hold the handle, so the record is kept for good.
+        static auto *orphans = new std::vector<ssat_server *>;  // never destroyed
+        orphans->push_back(s);
+        return;
+    }
     unlink(s->path.c_str());
-    uv_close(reinterpret_cast<uv_handle_t *>(&s->pipe), delete_server);
+    uv_close(h, delete_server);
 }

@@ -15,25 +15,25 @@
 
 namespace {
 
-// `found` shares the allocation of the neighbour table. Every member gets
-// a template in its own search before any later one reads its slot, so
-// the slots need no setting up.
+// The neighbour table carries `found` and the member bitmap behind it.
+// Every member gets a template in its own search before any later one
+// reads its `found` slot.
 int open_run(mask_run *r, uint8_t is_vfi, list_head *head) {
     r->head = head;
     r->width = is_vfi ? 14 : 12;
     r->space = 1u << r->width;
     r->comb = is_vfi ? l3mac_ctx.mask_comb.vfi : l3mac_ctx.mask_comb.vlan;
-    r->node = static_cast<mask_node *>(l3mac_malloc(r->space * sizeof(mask_node)));
+    r->cnt = static_cast<int32_t *>(l3mac_malloc(r->space * sizeof(int32_t)));
     r->nbr = static_cast<uint32_t *>(l3mac_malloc(
-        r->space * (sizeof(uint32_t) + sizeof(mask_template *))));
-    if (!r->node || !r->nbr) {
-        l3mac_free(r->node);
+        r->space * (sizeof(uint32_t) + sizeof(mask_template *)) + r->space / 8));
+    if (!r->cnt || !r->nbr) {
+        l3mac_free(r->cnt);
         l3mac_free(r->nbr);
         return -1;
     }
     r->found = reinterpret_cast<mask_template **>(r->nbr + r->space);
-    for (uint32_t i = 0; i < r->space; ++i) r->node[i] = {NODE_OUT, 0};
-    std::memset(r->nbr, 0, r->space * sizeof(uint32_t));
+    r->member = reinterpret_cast<uint32_t *>(r->found + r->space);
+    std::memset(r->member, 0, r->space / 8);
     r->counted = false;
     for (uint32_t l = 0; l <= MASK_MAX_LEVEL; ++l) {
         r->level_cnt[l] = 0;
@@ -43,7 +43,7 @@ int open_run(mask_run *r, uint8_t is_vfi, list_head *head) {
 }
 
 void close_run(mask_run *r) {
-    l3mac_free(r->node);
+    l3mac_free(r->cnt);
     l3mac_free(r->nbr);
 }
 
@@ -66,9 +66,14 @@ void free_levels(mask_run *r) {
     for (list_head &level : r->level_head) l3mac_masklist_free(&level);
 }
 
+void clear_counts(mask_run *r, const mask_template *t) {
+    const uint32_t total = 1u << t->level;
+    for (uint32_t i = 0; i < total; ++i) r->cnt[t->members[i]] = 0;
+}
+
 void count_members(mask_run *r, const mask_template *t, int32_t delta) {
     const uint32_t total = 1u << t->level;
-    for (uint32_t i = 0; i < total; ++i) r->node[t->members[i]].cnt += delta;
+    for (uint32_t i = 0; i < total; ++i) r->cnt[t->members[i]] += delta;
 }
 
 // The highest number of a template, the member through which it was found.
@@ -138,7 +143,8 @@ void l3mac_mask_insert(mask_run *r, mask_template *t) {
 }
 
 // A template for the sub-cube of v that ignores `bits`, its numbers from v
-// down: v first, then v with each subset of `bits` cleared, ascending.
+// down: v first, then v with each subset of `bits` cleared, in ascending
+// order of the subsets. Each bit doubles the numbers so far.
 mask_template *new_template(uint32_t v, uint32_t bits, int32_t level) {
     const size_t size = sizeof(mask_template) + (sizeof(uint32_t) << level);
     auto *t = static_cast<mask_template *>(l3mac_malloc(size));
@@ -147,11 +153,12 @@ mask_template *new_template(uint32_t v, uint32_t bits, int32_t level) {
     t->mask = ~bits;
     t->key = v & ~bits;
     t->level = level;
-    uint32_t i = 0, s = 0;
-    do {
-        t->members[i++] = v ^ s;
-        s = (s - bits) & bits;
-    } while (s != 0);
+    t->members[0] = v;
+    uint32_t total = 1;
+    for (; bits; bits &= bits - 1, total *= 2) {
+        const uint32_t b = bits & (0u - bits);
+        for (uint32_t i = 0; i < total; ++i) t->members[total + i] = t->members[i] ^ b;
+    }
     return t;
 }
 
@@ -171,7 +178,7 @@ int l3mac_mask_search(mask_run *r, uint32_t v) {
 // Members join in ascending order, so only the numbers below v, across
 // the bits that are 1 in v, can be neighbours already.
 int l3mac_mask_add_member(mask_run *r, uint32_t v) {
-    r->node[v].state = NODE_MEMBER;
+    r->member[v / 32] |= 1u << (v % 32);
     uint32_t around = 0;
     for (uint32_t ones = v; ones; ones &= ones - 1) {
         const uint32_t b = 1u << std::countr_zero(ones);
@@ -187,13 +194,15 @@ int l3mac_mask_add_member(mask_run *r, uint32_t v) {
 bool sole_cover(const mask_run *r, const mask_template *t) {
     const uint32_t total = 1u << t->level;
     for (uint32_t i = 0; i < total; ++i)
-        if (r->node[t->members[i]].cnt == 1) return true;
+        if (r->cnt[t->members[i]] == 1) return true;
     return false;
 }
 
 // Smallest templates first, newest first within a level: a template that
 // goes lowers the counts seen by those still to come.
 void l3mac_mask_sweep(mask_run *r) {
+    for (list_head *pos = r->head->next; pos != r->head; pos = pos->next)
+        clear_counts(r, l3mac_mask_of(pos));
     for (list_head *pos = r->head->next; pos != r->head; pos = pos->next)
         count_members(r, l3mac_mask_of(pos), 1);
     r->counted = true;

@@ -37,7 +37,8 @@ int l3mac_input_pmsg_parse(const l3mac_pmsg_t *l3mac_pmsg, l3mac_msg *msg,
     }
     std::memset(msg, 0, sizeof *msg);
     msg->mng_info.user = static_cast<uint8_t>(l3mac_pmsg->index->t_user);
-    std::strncpy(msg->uuid, l3mac_pmsg->index->uuid, sizeof msg->uuid - 1);
+    const char *uuid = l3mac_pmsg->index->uuid;
+    std::memcpy(msg->uuid, uuid, strnlen(uuid, sizeof msg->uuid - 1));
     if (!is_add) return SS_E_NONE;  // a delete is its key alone
 
     if (!l3mac_pmsg->attr) {

@@ -51,7 +51,7 @@ user_entry *l3mac_get_or_add_user_db(uint32_t user, const char *uuid, int is_add
     l3mac_user_key key;
     std::memset(&key, 0, sizeof key);
     key.user = user;
-    if (uuid) std::strncpy(key.uuid, uuid, sizeof key.uuid - 1);
+    if (uuid) std::memcpy(key.uuid, uuid, strnlen(uuid, sizeof key.uuid - 1));
     user_entry *entry = is_add ? user_db_get_or_add(l3mac_ctx.user_db, &key)
                                : user_db_get(l3mac_ctx.user_db, &key);
     if (l3mac_info_on()) {

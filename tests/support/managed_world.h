@@ -36,23 +36,20 @@ struct hw_entry {
     auto operator<=>(const hw_entry &) const = default;
 };
 
-// One write of this process to the table service.
+// One write of this process to the output or backup table.
 struct tbl_op {
-    std::string table;  // "hw_res", "bak", "res", "vrrp"
+    std::string table;  // "hw_res" or "bak"
     bool is_add = false;
-    hw_entry entry;     // hw_res and bak
-    uint32_t user = 0;  // res
-    std::string uuid;
-    uint32_t status = 0;
-    uint32_t evlan = 0;
+    hw_entry entry;
 };
 
 std::vector<hw_entry> managed_hw_rows();
 std::vector<hw_entry> managed_bak_rows();
-// The standing rows of the input table, as {user, uuid, status, evlan}.
-std::vector<tbl_op> managed_res_rows();
+// The standing rows of the input table.
+std::vector<l3mac_res_write> managed_res_rows();
+// The journal's writes to the output and backup tables, in call order, or
+// to one of them ("hw_res" or "bak").
 std::vector<tbl_op> managed_journal();
-// The journal's writes to one table, "hw_res" or "bak".
 std::vector<tbl_op> managed_journal(const std::string &table);
 
 // The uuid of one user's request for one VLAN of a MAC.
