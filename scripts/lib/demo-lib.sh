@@ -7,6 +7,14 @@ pid=
 ROUTER_MAC=00:1e:08:00:00:01
 MODULE=hnx-l3table-l3mac
 
+# Only the programs that the demo runs: the tests need not be built first.
+build_programs() {
+  local dir=${BUILD_DIR:-build}
+  cmake -S . -B "$dir" -DHNX_WERROR=ON ${HNX_CMAKE_ARGS:-} >/dev/null
+  cmake --build "$dir" -j"$(nproc)" --target hnx-l3table-l3mac hnx-tbl hnx-cmd l3mac-feed \
+    -- --no-print-directory >/dev/null
+}
+
 step() { printf '\n=== %s\n' "$1"; }
 say() { printf '    %s\n' "$*"; }
 fail() {
