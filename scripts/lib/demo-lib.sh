@@ -123,11 +123,18 @@ summary() {
   say "TCAM 2 (direct):    $vreq requests, 1 MAC, $vrows rows in s_route.l3mac_vrrp_hw_res"
   say "                    (one row per distinct request, placed by the hardware side)"
   say ""
-  say "the router MAC's entries (value/mask pairs over VLANs 2-3001):"
-  dump_hw | grep "$ROUTER_MAC" | sed 's/^/      /'
+  say "the router MAC's entries for VLANs 2-3001 (hnx-tbl dump s_route.l3mac_hw_res --ranges):"
+  entry_table "$ROUTER_MAC"
   say "VRRP group 1 ($(vrrp_mac 1), VLANs 11-14):"
-  dump_hw | grep "$(vrrp_mac 1)" | sed 's/^/      /'
-  say "an overlay row: $(dump_vrrp | head -1)"
+  entry_table "$(vrrp_mac 1)"
+  say "an overlay row of the direct path: $(dump_vrrp | head -1)"
+}
+
+# One line per TCAM entry of a MAC: index, value/mask, the VLANs it matches.
+entry_table() {
+  printf '      %-6s %-6s %-6s %s\n' hw_id evlan mask vlans
+  tbl dump s_route.l3mac_hw_res --ranges | grep "$1" | sed 's/[a-z_.]*=/ /g' |
+    awk '{ v = $8; if (length(v) > 60) v = substr(v, 1, 57) "..."; printf "      %-6s %-6s %-6s %s\n", $1, $3, $4, v }'
 }
 
 same_vrrp_rows() {
