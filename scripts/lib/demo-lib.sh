@@ -142,20 +142,25 @@ same_vrrp_rows() {
   [ "$(wc -l <"$root/vrrp.after")" = 500 ]
 }
 
+# A debug command, what it shows, and its output.
 show_cmd() {
-  printf '\n    $ hnx-cmd %s %s\n' "$MODULE" "$*"
-  cmd "$@" | sed '/^$/d; s/^/      /'
+  [ -z "$1" ] || printf '\n    # %s' "$1"
+  printf '\n    $ hnx-cmd %s %s\n' "$MODULE" "${*:2}"
+  cmd "${@:2}" | sed '/^$/d; s/^/      /'
 }
 
 debug_commands() {
-  show_cmd find-evlan-by-mac 2 "$(vrrp_mac 1)" 0 12
-  show_cmd find-evlan-by-mac 2 "$(vrrp_mac 1)" 0 15
-  show_cmd find-mask-by-evlan 12
-  show_cmd dump-evlan-mbr 12 4094 0
-  show_cmd dump-tcam-db 3 1
-  show_cmd check-memory
+  show_cmd "does VRRP group 1 (type 2) hold VLAN 12? and 15?" \
+    find-evlan-by-mac 2 "$(vrrp_mac 1)" 0 12
+  show_cmd "" find-evlan-by-mac 2 "$(vrrp_mac 1)" 0 15
+  show_cmd "every TCAM entry that matches VLAN 12, whatever its MAC" find-mask-by-evlan 12
+  show_cmd "the VLANs that the pair 12/4094 matches" dump-evlan-mbr 12 4094 0
+  show_cmd "the TCAM store: 3 rows with their header (cur: entries in use)" dump-tcam-db 3 1
+  show_cmd "records the service holds: users, MACs, entries" check-memory
   cmd find-evlan-by-mac 2 "$(vrrp_mac 1)" 0 12 | grep -q "^contain evlan 12" ||
     fail "find-evlan-by-mac does not find VLAN 12 of VRRP group 1"
+  cmd dump-evlan-mbr 12 4094 0 | grep -q "^vlan_count=2" ||
+    fail "dump-evlan-mbr does not count 2 VLANs for 12/4094"
 }
 
 fill_tcam() {
