@@ -14,14 +14,15 @@
 
 #include "kw_runtime.h"
 
-// Results of the framework's own calls, well away from the service's codes.
-inline constexpr int SSAT_E_PARAM = -301;    // null or invalid name or handler
-inline constexpr int SSAT_E_NOLOOP = -302;   // the runtime has no event loop
-inline constexpr int SSAT_E_SOCKET = -303;   // the module's socket cannot be served
-inline constexpr int SSAT_E_BUSY = -304;     // another process serves the module
-inline constexpr int SSAT_E_NOMOD = -305;    // module not initialised
-inline constexpr int SSAT_E_FORMAT = -306;   // format does not fit the handler
-inline constexpr int SSAT_E_DUP = -307;      // command registered already
+// Results of the framework's own calls, apart from the service's codes and
+// from those of the other host components (pools -2xx, capabilities -3xx).
+inline constexpr int SSAT_E_PARAM = -401;    // null or invalid name or handler
+inline constexpr int SSAT_E_NOLOOP = -402;   // the runtime has no event loop
+inline constexpr int SSAT_E_SOCKET = -403;   // the module's socket cannot be served
+inline constexpr int SSAT_E_BUSY = -404;     // another process serves the module
+inline constexpr int SSAT_E_NOMOD = -405;    // module not initialised
+inline constexpr int SSAT_E_FORMAT = -406;   // format does not fit the handler
+inline constexpr int SSAT_E_DUP = -407;      // command registered already
 
 // 0 means that commands can be registered for the module. Called again for
 // a module, it forgets the module's commands and serves it on this runtime.

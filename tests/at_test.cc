@@ -87,7 +87,7 @@ TEST_F(AtCmds, InitWithoutRuntimeLogsAndRegistersNothing) {
     int rv = 0;
     std::string s = out(sw_l3mac_at_init, &rv);
     EXPECT_EQ(rv, SSAT_E_PARAM);
-    EXPECT_EQ(unnumbered(s), "[ERROR]sw_l3mac_at_init:N|rv = -301\n");
+    EXPECT_EQ(unnumbered(s), "[ERROR]sw_l3mac_at_init:N|rv = -401\n");
     EXPECT_TRUE(ssat_host_commands(MOD).empty());
 }
 

@@ -92,8 +92,12 @@ TEST_F(TblService, RowsStandInKeyOrderAndEveryCallIsJournalled) {
 
 TEST_F(TblService, ARowOfAnotherTableIsRefusedAndChangesNothing) {
     hw_row r(1, 1);
+    testing::internal::CaptureStderr();
     EXPECT_EQ(ss_rt_tbl_add_str(bak_, r.get(), 0, 0), -4);
     EXPECT_EQ(ss_rt_tbl_add_str(nullptr, r.get(), 0, 0), -4);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ss_rt_tbl: s_route.l3mac_bak: row refused: a s_route.l3mac_hw_res is not its row\n"
+              "ss_rt_tbl: row refused: no table\n");
     EXPECT_TRUE(hnx_host_tbl_rows("s_route.l3mac_bak").empty());
     EXPECT_TRUE(hnx_host_tbl_rows("s_route.l3mac_hw_res").empty());
 }
@@ -265,7 +269,9 @@ TEST_F(TblService, AStoreFileThatIsNoStoreIsRefusedWithALine) {
               std::string::npos) << err;
     EXPECT_NE(err.find("file is not a database"), std::string::npos) << err;
     hw_row r(1, 1);
+    testing::internal::CaptureStderr();
     EXPECT_EQ(ss_rt_tbl_add_str(nullptr, r.get(), 0, 0), -4);
+    testing::internal::GetCapturedStderr();
 }
 
 TEST_F(TblService, TheChangeLogStaysBounded) {

@@ -42,8 +42,13 @@ void kick() {
 
 bool row_fits(const ss_rt_tbl *tbl, const ProtobufCMessage *row) {
     if (tbl && row && row->descriptor == tbl->row) return true;
-    std::fprintf(stderr, "ss_rt_tbl: %s: row refused: %s\n", tbl ? tbl->name.c_str() : "no table",
-                 row ? "not a row of this table" : "no row");
+    if (!tbl)
+        std::fprintf(stderr, "ss_rt_tbl: row refused: no table\n");
+    else if (!row)
+        std::fprintf(stderr, "ss_rt_tbl: %s: row refused: no row\n", tbl->name.c_str());
+    else
+        std::fprintf(stderr, "ss_rt_tbl: %s: row refused: a %s is not its row\n", tbl->name.c_str(),
+                     row->descriptor->name);
     return false;
 }
 

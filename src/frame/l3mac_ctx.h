@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "diag/l3mac_time.h"
+#include "frame/l3mac_codes.h"
 #include "frame/l3mac_list.h"
 #include "platform/kw_runtime.h"
 #include "platform/ss_rt_tbl.h"
@@ -61,7 +62,8 @@ extern l3mac_ctx_t l3mac_ctx;
 // Limit of direct decisions per tick for every mac_type but L3MAC_VRRP.
 extern uint32_t l3mac_commom_decision_counter;
 
-// is_mng of a TCAM id.
+// The managed flag of a TCAM id: is_mng for the first, is_mng2 for the
+// second (the two flags lie side by side, as the board's table has them).
 inline uint8_t l3mac_tcam_is_mng(int tcam_id) {
-    return (&l3mac_ctx.is_mng)[tcam_id];
+    return tcam_id == MY_STATION_TCAM_1 ? l3mac_ctx.is_mng : l3mac_ctx.is_mng2;
 }
