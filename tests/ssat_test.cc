@@ -83,8 +83,6 @@ int probe(int32_t num, const char *text, const uint8_t *mac, uint32_t extra) {
     return num < 0 ? -7 : 0;
 }
 
-void no_result() { std::printf("void ran\n"); }
-
 constexpr const char *MOD = "ssat-test";
 
 // A module served on a loop of the test's own, under a temporary root.
@@ -98,7 +96,6 @@ protected:
         uv_loop_init(&loop_);
         ASSERT_EQ(ssat_serve(&loop_, MOD, path_), 0);
         ASSERT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), 0);
-        ASSERT_EQ(ssat_reg_mod_cmd(MOD, "void", 0, " void ", no_result), 0);
         seen = seen_t{};
     }
     void TearDown() override {
@@ -145,10 +142,6 @@ TEST_F(SsatModule, HandlerGetsItsArgumentsAndOutputIsCaptured) {
     r = ssat_run_line(MOD, "probe -1 x 0:0:0:0:0:0");
     EXPECT_TRUE(r.ran);
     EXPECT_EQ(r.result, -7);
-    r = ssat_run_line(MOD, "void");
-    EXPECT_TRUE(r.ran);
-    EXPECT_EQ(r.result, 0);
-    EXPECT_EQ(r.text, "void ran\n");
 }
 
 TEST_F(SsatModule, RefusedLinesCallNothingAndShowTheFormat) {
@@ -158,10 +151,7 @@ TEST_F(SsatModule, RefusedLinesCallNothingAndShowTheFormat) {
                                     "00:11:22:33:44:55\n") + usage},
         {"probe one abc 0:0:0:0:0:0", std::string("probe: argument 1 \"one\" is not a number, "
                                                   "decimal or 0x hexadecimal\n") + usage},
-        {"probe 1 abc 0:0:0:0:0:0 extra", std::string("probe: too many arguments: 4 given, "
-                                                      "the command takes 3\n") + usage},
         {"nosuch 1", "unknown command \"nosuch\"; \"help\" lists the commands\n"},
-        {"   ", "empty command line; \"help\" lists the commands\n"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.line);
@@ -170,7 +160,6 @@ TEST_F(SsatModule, RefusedLinesCallNothingAndShowTheFormat) {
         EXPECT_EQ(r.text, c.text);
     }
     EXPECT_EQ(seen.calls, 0);
-    EXPECT_FALSE(ssat_run_line("other-module", "probe").ran);
 }
 
 TEST_F(SsatModule, RoundTripThroughTheSocket) {
