@@ -26,7 +26,7 @@ using DecisionTest = ManagedWorld;
 // full pool, its old entries go, and two are in use. X then gives
 // 3 + 2 - 1 = 4 and fills the pool, with no message.
 TEST_F(DecisionTest, SecondPassServesAMacThatAShrinkingMacMadeRoomFor) {
-    managed_clock_install(50'000'000);
+    managed_clock_set(50'000'000);
     start({.tcam_cap = 4});
     want(kX, {3});
     sw_l3mac_mac_decision();
@@ -51,7 +51,7 @@ TEST_F(DecisionTest, SecondPassServesAMacThatAShrinkingMacMadeRoomFor) {
 // interval), and STATUS_FAILED rows for the VRRP users whose VLAN is new to
 // their MAC, none for its old user nor for the NORMAL MAC's users.
 TEST_F(DecisionTest, AFullTableTellsTheOperatorAndTheVrrpUsersOfNewVlans) {
-    managed_clock_install(50'000'000);
+    managed_clock_set(50'000'000);
     start({.tcam_cap = 2});
     request(1, "old", 3, VRRP, kX);
     request(1, "other", 5, NORMAL, kY);
@@ -91,7 +91,7 @@ TEST_F(DecisionTest, AFullTableTellsTheOperatorAndTheVrrpUsersOfNewVlans) {
 // a pause starts again at one second.
 TEST_F(DecisionTest, TheFullTableMessageIsPaced) {
     const int64_t t0 = 100'000'000;
-    managed_clock_install(t0);
+    managed_clock_set(t0);
     std::vector<int64_t> emitted;
     for (int64_t t = 0; t <= 200'000'000; t += 500'000) {
         managed_clock_set(t0 + t);

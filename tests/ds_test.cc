@@ -55,7 +55,7 @@ TEST_F(DsTest, ARestoredEntryThatNoUserWantsGoesWithBothRows) {
     want(kB, {5});
     sw_l3mac_mac_decision();
     restart();
-    erase_request(1, uuid_of(kB, NORMAL, 5));  // withdrawn while down
+    erase_request(1, managed_uuid(kB, NORMAL, 5));  // withdrawn while down
 
     l3mac_data_check();
     // A's entry is written again, B's withdrawn from both tables.
@@ -88,7 +88,7 @@ TEST_F(DsTest, TheFirstRoundAfterSmoothingTreatsEverythingQueuedBefore) {
 // that it keeps are published again, so that the end of smoothing finds
 // them written and they stand at their old places in both tables.
 TEST_F(DsTest, AMacThatNoLongerFitsKeepsItsRowsThroughSmoothing) {
-    managed_clock_install(10'000'000);
+    managed_clock_set(10'000'000);
     start({.tcam_cap = 4});
     want(kM, {3, 5, 6}, VRRP);
     want(kA, {9});
@@ -97,7 +97,7 @@ TEST_F(DsTest, AMacThatNoLongerFitsKeepsItsRowsThroughSmoothing) {
     const auto hw = managed_hw_rows(), bak = managed_bak_rows();
 
     restart();
-    write_request(1, uuid_of(kM, VRRP, 10), 10, VRRP, kM);
+    write_request(1, managed_uuid(kM, VRRP, 10), 10, VRRP, kM);
     hnx_host_tbl_journal_clear();
     l3mac_data_check();
 
