@@ -81,20 +81,6 @@ void quiet_start() {
 std::vector<hw_entry> managed_hw_rows() { return rows_of("s_route.l3mac_hw_res", unpack_hw); }
 std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", unpack_bak); }
 
-std::vector<l3mac_res_write> managed_res_rows() {
-    std::vector<l3mac_res_write> out;
-    for (const auto &row : hnx_host_tbl_rows("s_route.l3mac_res")) {
-        SRoute__L3macRes *r = s_route__l3mac_res__unpack(nullptr, row.size(), row.data());
-        if (!r) continue;
-        l3mac_res_write &w = out.emplace_back();
-        w.is_add = true, w.status = r->status, w.evlan = r->attr ? r->attr->evlan : 0;
-        w.user = r->index ? r->index->t_user : 0;
-        w.uuid = r->index && r->index->uuid ? r->index->uuid : "";
-        s_route__l3mac_res__free_unpacked(r, nullptr);
-    }
-    return out;
-}
-
 std::vector<tbl_op> managed_journal(const std::string &table) {
     std::vector<tbl_op> out;
     for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {

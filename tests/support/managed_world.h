@@ -35,10 +35,9 @@ struct tbl_op {
     hw_entry entry;
 };
 
-// Standing rows of the output and backup tables, sorted; of the input table.
+// Standing rows of the output and backup tables, sorted.
 std::vector<hw_entry> managed_hw_rows();
 std::vector<hw_entry> managed_bak_rows();
-std::vector<l3mac_res_write> managed_res_rows();
 // The journal's writes to the output and backup tables in call order, or
 // to one of them ("hw_res" or "bak").
 std::vector<tbl_op> managed_journal(const std::string &table = "");
