@@ -31,13 +31,6 @@ template <class F> std::string out(F f, int *rv = nullptr) {
 std::string show(const user_entry *u) { return out([&] { return user_db_show(u, 1); }); }
 std::string show(const tcam_entry *t) { return out([&] { return tcam_db_show(t, 1); }); }
 
-// A log line with its source line number replaced by N: "[WORD]func:N|...".
-std::string unnumbered(const std::string &s) {
-    size_t colon = s.find(':'), bar = s.find('|');
-    if (colon == std::string::npos || bar == std::string::npos || bar < colon) return s;
-    return s.substr(0, colon + 1) + "N" + s.substr(bar);
-}
-
 user_entry *user(uint32_t u, const char *uuid) { return l3mac_get_or_add_user_db(u, uuid, 0); }
 mac_entry *mac0() { return sw_l3mac_get_or_add_mac_db(0, MAC, 0, 0); }
 
@@ -59,46 +52,29 @@ protected:
 
 TEST_F(AtCmds, RegistersThirtyOneCommandsInOrder) {
     bring_up();  // bring-up registers the commands first thing
-    const std::vector<std::string> want = {
-        "time-init-l3mac", "time-set-l3mac", "time-dump-l3mac", "debug", "show-cap",
-        "dump-evlan-mbr", "dump-mac-vlanbmp", "wk-user-head", "wk-tcam-head", "get-user-db",
-        "get-tcam-db", "get-mac-db", "show-user-db", "show-mac-db", "dump-tcam-db",
-        "show-vrrp-db", "check-memory", "find-evlan-by-mac", "find-mask-by-user",
-        "find-mask-by-evlan", "add-mac-user", "del-mac-user", "get-vrrp-db",
-        "add-mul-user-entry", "del-mul-user-entry", "set-drv-decision-max-counter",
-        "get-drv-decision-max-counter", "set-commom-decision-max-counter",
-        "get-commom-decision-max-counter", "trigger-decision", "dump-info"};
-    std::vector<std::string> got = ssat_host_commands(MOD);
-    ASSERT_GE(got.size(), want.size());  // the table service may add its own first
-    EXPECT_EQ(std::vector<std::string>(got.end() - want.size(), got.end()), want);
+    std::string got;  // the table service may add its own first
+    for (const std::string &c : ssat_host_commands(MOD)) got += c + " ";
+    const std::string want =
+        "time-init-l3mac time-set-l3mac time-dump-l3mac debug show-cap dump-evlan-mbr "
+        "dump-mac-vlanbmp wk-user-head wk-tcam-head get-user-db get-tcam-db get-mac-db "
+        "show-user-db show-mac-db dump-tcam-db show-vrrp-db check-memory find-evlan-by-mac "
+        "find-mask-by-user find-mask-by-evlan add-mac-user del-mac-user get-vrrp-db "
+        "add-mul-user-entry del-mul-user-entry set-drv-decision-max-counter "
+        "get-drv-decision-max-counter set-commom-decision-max-counter "
+        "get-commom-decision-max-counter trigger-decision dump-info ";
+    EXPECT_EQ(got.substr(got.size() - std::min(got.size(), want.size())), want);
 
-    // Through the framework: words read by each format.
-    ssat_reply r = ssat_run_line(MOD, "dump-evlan-mbr 100 0xFFE 0");
-    EXPECT_TRUE(r.ran);
-    EXPECT_EQ(r.text, "vlan=100, vlan_mask=4094,vlan_member:\r\n 100, 101,\r\nvlan_count=2\r\n");
-    r = ssat_run_line(MOD, "find-evlan-by-mac 0 00:11:22:33:44:55 0");
-    EXPECT_FALSE(r.ran);
-    EXPECT_NE(r.text.find("usage: find-evlan-by-mac type=%d, mac=%m, phyid=%d, evlan=%d"),
-              std::string::npos);
-}
-
-TEST_F(AtCmds, InitWithoutRuntimeLogsAndRegistersNothing) {
-    set_log(1);
-    int rv = 0;
-    std::string s = out(sw_l3mac_at_init, &rv);
-    EXPECT_EQ(rv, SSAT_E_PARAM);
-    EXPECT_EQ(unnumbered(s), "[ERROR]sw_l3mac_at_init:N|rv = -401\n");
-    EXPECT_TRUE(ssat_host_commands(MOD).empty());
+    // Through the framework: words read by each format, a short line refused.
+    EXPECT_EQ(ssat_run_line(MOD, "dump-evlan-mbr 100 0xFFE 0").text,
+              "vlan=100, vlan_mask=4094,vlan_member:\r\n 100, 101,\r\nvlan_count=2\r\n");
+    EXPECT_FALSE(ssat_run_line(MOD, "find-evlan-by-mac 0 00:11:22:33:44:55 0").ran);
 }
 
 TEST_F(AtCmds, DebugClampsTheLevelAndShowsBoth) {
     std::string table = "\n dbg level                 name\n";
     const char *names[] = {"CLOSE", "ERROR", "BRIEF", "EVENT", "WARNING", "INFO", "HIGH FREQ", "ALL"};
-    for (int i = 0; i < 8; i++) {
-        char line[64];
-        snprintf(line, sizeof line, "%10d %20s\n", i, names[i]);
-        table += line;
-    }
+    char line[64];
+    for (int i = 0; i < 8; i++) table += (snprintf(line, sizeof line, "%10d %20s\n", i, names[i]), line);
     EXPECT_EQ(out([] { return l3mac_at_debug(9, -1); }),
               table + "\nlevel:9 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n");
     EXPECT_EQ(g_rt_l3tb_log_level, 7u);
@@ -108,31 +84,12 @@ TEST_F(AtCmds, DebugClampsTheLevelAndShowsBoth) {
     EXPECT_EQ(g_rt_l3tb_log_cnt, 5);
 }
 
-TEST_F(AtCmds, GetUserDbShowsOnlyTheInfoTrace) {
-    managed();
-    ASSERT_EQ(add("u1", 10), 0);
-    out([] { return l3mac_at_debug(4, -1); });
-    EXPECT_EQ(out([] { return l3mac_at_get_user_db(1, "u1"); }), "");
-    out([] { return l3mac_at_debug(5, -1); });
-    EXPECT_NE(out([] { return l3mac_at_get_user_db(1, "u1"); }), "");
-}
-
-TEST_F(AtCmds, ShowCapPrintsTheDefaultProfile) {
-    bring_up();
-    const std::string bar = "==============L3TB L3MAC CAP DUMP==============\r\n";
-    EXPECT_EQ(out(l3mac_at_show_cap),
-              bar + "algo       = 2\ntcam cap   = 256\ntcam2 en   = 0\ntcam2 cap  = 256\n"
-                    "rsvd sz    = 0\ndec cnt    = 5\nevlan cap  = 4096\nis mng     = 1\n"
-                    "is mng2    = 1\nis copy tcam2 = 1\n" + bar);
-}
-
 TEST_F(AtCmds, DumpEvlanMbrListsWhatAPairCovers) {
     auto mbr = [](uint32_t e, uint32_t m, int32_t v) {
         return out([=] { return l3mac_at_dump_evlan_mbr(e, m, v); });
     };
     EXPECT_EQ(mbr(100, 4095, 0), "param error,vid=100, vid_mask=4095\n");
     EXPECT_EQ(mbr(4095, 0, 0), "param error,vid=4095, vid_mask=0\n");
-    EXPECT_EQ(mbr(0xFFFFFFFF, 0, 0), "param error,vid=4294967295, vid_mask=0\n");
 
     // Mask 0 covers every VLAN: 1 to 4094, ten a line, never 0 or 4095.
     std::string all = mbr(0, 0, 0);
@@ -144,8 +101,6 @@ TEST_F(AtCmds, DumpEvlanMbrListsWhatAPairCovers) {
 
     l3mac_ctx.vfi_mask = 16383;
     EXPECT_EQ(mbr(16383, 0, 1), "param error,vid=16383, vid_mask=0\n");
-    EXPECT_EQ(mbr(5000, 16382, 1),
-              "vlan=5000, vlan_mask=16382,vlan_member:\r\n5000,5001,\r\nvlan_count=2\r\n");
     EXPECT_NE(mbr(0, 0, 1).find("\r\nvlan_count=16382\r\n"), std::string::npos);
 }
 
@@ -155,8 +110,6 @@ TEST_F(AtCmds, MissingStoresBehaveAsEmpty) {
     EXPECT_EQ(rv, -4);
     EXPECT_EQ(out([] { return l3mac_at_wk_user_head(0, MAC, 0); }, &rv), "not found\n");
     EXPECT_EQ(rv, -7);
-    EXPECT_EQ(out([] { return l3mac_at_dump_mac_vlanbmp(0, MAC, 0); }), "not found\n");
-    EXPECT_EQ(out([] { return l3mac_at_find_evlan_by_mac(0, MAC, 0, 1); }), "not found\n");
     EXPECT_EQ(out([] { return l3mac_at_get_vrrp_db(MAC, 0, 1, 0); }), "entry is null\n");
     EXPECT_EQ(out([] { return l3mac_at_find_mask_by_evlan(1); }), "");
     EXPECT_EQ(out([] { return l3mac_at_check_memory(); }), "malloc db = 0\n");
@@ -174,7 +127,6 @@ TEST_F(AtCmds, MacStateThroughItsUsersDecisionsAndLists) {
 
     auto has = [](uint32_t e) { return out([=] { return l3mac_at_find_evlan_by_mac(0, MAC, 0, e); }); };
     EXPECT_EQ(has(10), "contain evlan 10\n\n");
-    EXPECT_EQ(has(16384), "not contain evlan 16384\n\n");
     EXPECT_EQ(has(0xFFFFFFFF), "not contain evlan -1\n\n");
 
     // The bitmap is the last decision's: a deleted user's bit stays until
@@ -186,8 +138,6 @@ TEST_F(AtCmds, MacStateThroughItsUsersDecisionsAndLists) {
 
     // One user on 20: one entry serves it, and the walks find it.
     mac_entry *m = mac0();
-    ASSERT_NE(m, nullptr);
-    ASSERT_FALSE(list_empty(&m->tcam_head));
     ASSERT_EQ(m->tcam_head.next->next, &m->tcam_head);
     tcam_entry *te = l3mac_tcam_of(m->tcam_head.next);
     EXPECT_EQ(out([] { return l3mac_at_wk_tcam_head(0, MAC, 0); }), show(te));
@@ -195,14 +145,8 @@ TEST_F(AtCmds, MacStateThroughItsUsersDecisionsAndLists) {
               "\nThe user entry is : \n" + show(user(1, "b")) + "\nThe tcam entry is : \n" +
                   show(te));
     EXPECT_EQ(out([] { return l3mac_at_find_mask_by_evlan(20); }), show(te));
-    EXPECT_EQ(out([] { return l3mac_at_find_mask_by_evlan(21); }), "");
     EXPECT_EQ(out([&] { return l3mac_at_get_tcam_db(0, MAC, te->key.evlan, te->key.evlan_mask); }),
               show(te));
-    int rv = 0;
-    std::string miss = out([&] { return l3mac_at_get_tcam_db(0, MAC, 21, te->key.evlan_mask); }, &rv);
-    EXPECT_EQ(rv, -4);
-    EXPECT_EQ(miss.find("evlan"), 1u);  // the header alone
-    EXPECT_EQ(miss.find('\n', 1), miss.size() - 1);
 
     // One user, one MAC, one TCAM entry; all gone after the last delete.
     EXPECT_EQ(out(l3mac_at_check_memory), "malloc db = 3\n");
@@ -212,114 +156,73 @@ TEST_F(AtCmds, MacStateThroughItsUsersDecisionsAndLists) {
     EXPECT_EQ(out([] { return l3mac_at_wk_user_head(0, MAC, 0); }), "not found\n");
 }
 
-TEST_F(AtCmds, GetMacDbReadsPhyidZero) {
-    managed();
-    ASSERT_EQ(add("a", 10), 0);
-    EXPECT_EQ(l3mac_at_get_mac_db(0, MAC, 0), 0);
-    EXPECT_EQ(l3mac_at_get_mac_db(0, MAC, 7), -7);
-    ssat_reply r = ssat_run_line(MOD, "get-mac-db 0 00:11:22:33:44:55");
-    EXPECT_TRUE(r.ran);
-    EXPECT_EQ(r.result, 0);
-}
-
 TEST_F(AtCmds, AddAndDeleteManyStopAtTheFirstFailure) {
     managed();
     int rv = 0;
     EXPECT_EQ(out([] { return l3mac_at_add_mul_user_entry(1, 10, 3, 1, 1, 100, 0, MAC); }, &rv),
               "\nuser add begin\n\nuser add end at uuid : 12\n");
     EXPECT_EQ(rv, 0);
-    for (uint32_t i = 0; i < 3; i++) {
-        user_entry *u = user(1, std::to_string(10 + i).c_str());
-        ASSERT_NE(u, nullptr);
-        EXPECT_EQ(u->evlan, 100 + i);
-    }
+    for (uint32_t i = 0; i < 3; i++) EXPECT_EQ(user(1, std::to_string(10 + i).c_str())->evlan, 100 + i);
     EXPECT_EQ(user(1, "13"), nullptr);
     EXPECT_EQ(out([] { return l3mac_at_add_mul_user_entry(1, 10, 0, 1, 1, 100, 0, MAC); }),
               "\nuser add begin\n\nuser add end at uuid : 9\n");
 
-    EXPECT_EQ(out([] { return l3mac_at_del_mul_user_entry(1, 100, 2); }, &rv),
-              "\nuser del begin\n\nuser del end at uuid : 99\n");
-    EXPECT_EQ(rv, -7);
     EXPECT_EQ(out([] { return l3mac_at_del_mul_user_entry(1, 10, 5); }, &rv),
               "\nuser del begin\n\nuser del end at uuid : 12\n");
     EXPECT_EQ(rv, -7);
     EXPECT_EQ(user(1, "12"), nullptr);
-}
 
-TEST_F(AtCmds, ShowUserDbCountsRows) {
-    managed();
+    // show-user-db: its header, then its two counts.
     out([] { return l3mac_at_add_mul_user_entry(1, 10, 3, 1, 1, 100, 0, MAC); });
-    auto tail_of = [](int32_t count) {
-        std::string s = out([=] { return l3mac_at_show_user_db(count, 1); });
+    for (auto [count, cur] : {std::pair{2, 2}, {-1, 3}, {0, 1}}) {
+        const std::string s = out([=] { return l3mac_at_show_user_db(count, 1); });
         EXPECT_EQ(s.rfind("count:" + std::to_string(count) + " is_form:1\n", 0), 0u);
-        size_t at = s.rfind("\ndump max");
-        return at == std::string::npos ? s : s.substr(at);
-    };
-    EXPECT_EQ(tail_of(2), "\ndump max count:  2\ndump cur count:  2");
-    EXPECT_EQ(tail_of(-1), "\ndump max count:  -1\ndump cur count:  3");
-    EXPECT_EQ(tail_of(0), "\ndump max count:  0\ndump cur count:  1");
+        EXPECT_EQ(s.substr(s.rfind("\ndump max")), "\ndump max count:  " + std::to_string(count) +
+                                                       "\ndump cur count:  " + std::to_string(cur));
+    }
 }
 
 TEST_F(AtCmds, DecisionLimitsAreSetAndShown) {
     managed();
     EXPECT_EQ(out([] { return l3mac_at_set_drv_decision_max_counter(7); }),
               "\ndrv_decision_max_counter : 7\n");
-    EXPECT_EQ(l3mac_ctx.drv_decision_max_counter, 7u);
-    EXPECT_EQ(out([] { return l3mac_at_set_commom_decision_max_counter(0); }),
-              "\nl3mac_commom_decision_counter : 0\n");
-    EXPECT_EQ(out(l3mac_at_get_commom_decision_max_counter),
-              "\nl3mac_commom_decision_counter : 0\n");
-    // With no direct rounds the add leaves its MAC to the timer.
-    ASSERT_EQ(add("a", 10), 0);
-    EXPECT_FALSE(list_empty(&l3mac_pending_head));
-    EXPECT_EQ(out([] { return l3mac_at_find_evlan_by_mac(0, MAC, 0, 10); }),
-              "not contain evlan 10\n\n");
+    out([] { return l3mac_at_set_commom_decision_max_counter(0); });
+    EXPECT_EQ(out(l3mac_at_get_commom_decision_max_counter), "\nl3mac_commom_decision_counter : 0\n");
+    ASSERT_EQ(add("a", 10), 0);  // with no direct rounds the MAC waits for the timer
+    EXPECT_EQ(l3mac_pending(), std::vector<mac_entry *>{mac0()});
 }
 
-TEST_F(AtCmds, RefusedAddWarnsAndGivesZero) {
+TEST_F(AtCmds, RefusedAddWarnsAndAMissingUserCounts135) {
     managed();
     set_log(4);
     int rv = -1;
     std::string s = out([] { return l3mac_at_add_user_entry(0, "x", 1, 1, 10, 0, MAC); }, &rv);
     EXPECT_EQ(rv, 0);
-    EXPECT_EQ(unnumbered(s),
-              "[WARN ]l3mac_at_add_user_entry:N|fail:rv == SS_E_NONE data1:0 data2:0\n");
+    EXPECT_EQ(l3mac_count_lines(s, "WARN ", "l3mac_at_add_user_entry",
+                                "fail:rv == SS_E_NONE data1:0 data2:0\n"), 1) << s;
     EXPECT_EQ(err_count(126), 1u);
     EXPECT_EQ(user(0, "x"), nullptr);
-}
-
-TEST_F(AtCmds, FindMaskByUserOfNobodyCounts135) {
-    managed();
     set_log(1);
-    int rv = 0;
-    std::string s = out([] { return l3mac_at_find_mask_by_user(3, "none"); }, &rv);
+    s = out([] { return l3mac_at_find_mask_by_user(3, "none"); }, &rv);
     EXPECT_EQ(rv, -7);
-    EXPECT_EQ(unnumbered(s), "[ERROR]l3mac_at_find_mask_by_user:N|"
-                             "fail:user_entry != NULL code:135 data1:3 data2:0\n");
-    EXPECT_EQ(err_count(135), 1u);
-    EXPECT_EQ(g_sw_rt_res_ss_err_cnt[135].data1, 3);
+    EXPECT_EQ(l3mac_count_lines(s, "ERROR", "l3mac_at_find_mask_by_user",
+                                "fail:user_entry != NULL code:135 data1:3 data2:0\n"), 1) << s;
 }
 
 // First TCAM unmanaged: its requests take the direct path and are bound to
 // a mac_hw, which find-mask-by-user must not walk as a mac_entry.
 TEST_F(AtCmds, DirectPathUserShowsNoTcamEntries) {
     write_profile(R"({"s_route": {"l3mac": {"ability": {"is-mng": false, "is-mng2": true}}}})");
-    bring_up();
-    l3mac_ctx.is_ds_end = 1;
-    l3mac_row row(1, "v", 30, S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, MAC);
-    ASSERT_EQ(l3mac_set_msg_proc(row.get()), 0);
+    managed();
+    ASSERT_EQ(set_row(1, "v", 30, S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, MAC), 0);
     user_entry *u = user(1, "v");
-    ASSERT_NE(u, nullptr);
-    ASSERT_NE(u->mac_entry, nullptr);
     // A managed MAC of the same key, injected past the path test.
     ASSERT_EQ(l3mac_at_add_user_entry(1, "m", 1, 1, 30, 0, MAC), 0);
-    ASSERT_NE(mac0(), nullptr);
     EXPECT_EQ(out([] { return l3mac_at_find_mask_by_user(1, "v"); }),
               "\nThe user entry is : \n" + show(u) + "\nThe tcam entry is : \n");
 
-    const mac_hw *hw = static_cast<const mac_hw *>(u->mac_entry);
     EXPECT_EQ(out([] { return l3mac_at_get_vrrp_db(MAC, 0, 30, 0); }),
-              out([&] { return vrrp_db_show(hw, 1); }));
+              out([&] { return vrrp_db_show(static_cast<const mac_hw *>(u->mac_entry), 1); }));
     EXPECT_EQ(out([] { return l3mac_at_get_vrrp_db(MAC, 0, 31, 0); }), "entry is null\n");
 }
 

@@ -11,10 +11,8 @@
 #include "frame/l3mac_main.h"
 #include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
-#include "platform/sw_rt_res.h"
 #include "request/l3mac_msg.h"
 #include "request/l3mac_user.h"
-#include "s_route.pb-c.h"
 #include "store/l3mac_db.h"
 #include "store/l3mac_store.h"
 
@@ -80,10 +78,6 @@ void L3macWorld::set_log(uint32_t level, int32_t budget) {
     g_rt_l3tb_log_cnt = budget;
 }
 
-uint32_t L3macWorld::err_count(int code) {
-    return g_sw_rt_res_ss_err_cnt[code].count;
-}
-
 l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan,
                      uint32_t mac_type, const uint8_t (&m)[6], uint32_t phyid,
                      uint32_t status)
@@ -102,8 +96,6 @@ l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan,
     res.attr = &attr;
 }
 
-void L3macWorld::capture_stdout() { testing::internal::CaptureStdout(); }
-
 std::string L3macWorld::captured_stdout() {
     std::fflush(stdout);
     return testing::internal::GetCapturedStdout();
@@ -111,19 +103,15 @@ std::string L3macWorld::captured_stdout() {
 
 std::string l3mac_caps_json(const l3mac_caps &c) {
     auto b = [](bool v) { return v ? "true" : "false"; };
-    std::string j;
-    j += "{\"s_route\": {\"l3mac\": {\"capacity\": {";
-    j += "\"algo\": " + std::to_string(c.algo);
-    j += ", \"tcam-cap\": " + std::to_string(c.tcam_cap);
-    j += ", \"tcam2-cap\": " + std::to_string(c.tcam2_cap);
-    j += ", \"rsvd-size\": " + std::to_string(c.rsvd_size) + "},";
-    j += " \"ability\": {\"tcam2-en\": " + std::string(b(c.tcam2_en));
-    j += ", \"is-mng\": " + std::string(b(c.is_mng));
-    j += ", \"is-mng2\": " + std::string(b(c.is_mng2));
-    j += ", \"copy-to-tcam2\": " + std::string(b(c.copy_to_tcam2)) + "}},";
-    j += " \"l3intf\": {\"capacity\": {\"l3mac-dec-cnt\": " + std::to_string(c.dec_cnt) + "}}},";
-    j += " \"s_bridge\": {\"ebridge\": {\"capacity\": {\"evlan_num\": " +
-         std::to_string(c.evlan_num) + "}}}}";
+    char j[512];
+    std::snprintf(j, sizeof j,
+                  "{\"s_route\": {\"l3mac\": {\"capacity\": {\"algo\": %d, \"tcam-cap\": %d, "
+                  "\"tcam2-cap\": %d, \"rsvd-size\": %d}, \"ability\": {\"tcam2-en\": %s, "
+                  "\"is-mng\": %s, \"is-mng2\": %s, \"copy-to-tcam2\": %s}}, \"l3intf\": "
+                  "{\"capacity\": {\"l3mac-dec-cnt\": %d}}}, \"s_bridge\": {\"ebridge\": "
+                  "{\"capacity\": {\"evlan_num\": %d}}}}",
+                  c.algo, c.tcam_cap, c.tcam2_cap, c.rsvd_size, b(c.tcam2_en), b(c.is_mng),
+                  b(c.is_mng2), b(c.copy_to_tcam2), c.dec_cnt, c.evlan_num);
     return j;
 }
 
@@ -135,50 +123,46 @@ std::array<uint8_t, 6> l3mac_mac_of(const PLibpub__Mac *m) {
     return mac;
 }
 
+// Each journal write to `table` unpacked, handed to `take` with its kind.
+template <class Row, class Take>
+void l3mac_each_write(const char *table, Row *(*unpack)(ProtobufCAllocator *, size_t, const uint8_t *),
+                      void (*release)(Row *, ProtobufCAllocator *), Take take) {
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
+        if (w.table != table) continue;
+        if (Row *row = unpack(nullptr, w.row.size(), w.row.data())) {
+            take(w.is_add, *row);
+            release(row, nullptr);
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<l3mac_hw_write> l3mac_vrrp_writes() {
     std::vector<l3mac_hw_write> out;
-    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
-        if (w.table != "s_route.l3mac_vrrp_hw_res") continue;
-        SRoute__L3macVrrpHwRes *row =
-            s_route__l3mac_vrrp_hw_res__unpack(nullptr, w.row.size(), w.row.data());
-        if (!row) continue;
-        const SRoute__L3macHwAttr *a = row->index;
-        if (a) {
-            out.push_back({w.is_add, a->evlan, a->evlan_mask, a->mac_type, l3mac_mac_of(a->mac),
-                           a->phyid});
-        }
-        s_route__l3mac_vrrp_hw_res__free_unpacked(row, nullptr);
-    }
+    l3mac_each_write("s_route.l3mac_vrrp_hw_res", s_route__l3mac_vrrp_hw_res__unpack,
+                     s_route__l3mac_vrrp_hw_res__free_unpacked,
+                     [&](bool add, const SRoute__L3macVrrpHwRes &row) {
+                         if (const SRoute__L3macHwAttr *a = row.index)
+                             out.push_back({add, a->evlan, a->evlan_mask, a->mac_type,
+                                            l3mac_mac_of(a->mac), a->phyid});
+                     });
     return out;
 }
 
 std::vector<l3mac_res_write> l3mac_res_writes() {
     std::vector<l3mac_res_write> out;
-    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
-        if (w.table != "s_route.l3mac_res") continue;
-        SRoute__L3macRes *row = s_route__l3mac_res__unpack(nullptr, w.row.size(), w.row.data());
-        if (!row) continue;
-        l3mac_res_write r{};
-        r.is_add = w.is_add;
-        r.status = row->status;
-        if (row->index) {
-            r.user = row->index->t_user;
-            r.uuid = row->index->uuid ? row->index->uuid : "";
-        }
-        if (row->attr) {
-            r.is_match_evlan = row->attr->is_match_evlan;
-            r.evlan = row->attr->evlan;
-            r.mac_type = row->attr->mac_type;
-            r.phyid = row->attr->phyid;
-            if (row->attr->mac)
-                r.mac.assign(row->attr->mac->data.data,
-                             row->attr->mac->data.data + row->attr->mac->data.len);
-        }
-        out.push_back(std::move(r));
-        s_route__l3mac_res__free_unpacked(row, nullptr);
-    }
+    l3mac_each_write("s_route.l3mac_res", s_route__l3mac_res__unpack, s_route__l3mac_res__free_unpacked,
+                     [&](bool add, const SRoute__L3macRes &row) {
+                         static const SRoute__ResSubKey no_key = S_ROUTE__RES_SUB_KEY__INIT;
+                         static const SRoute__L3macAttr no_attr = S_ROUTE__L3MAC_ATTR__INIT;
+                         const SRoute__ResSubKey &k = row.index ? *row.index : no_key;
+                         const SRoute__L3macAttr &a = row.attr ? *row.attr : no_attr;
+                         const ProtobufCBinaryData mac = a.mac ? a.mac->data : ProtobufCBinaryData{};
+                         out.push_back({add, k.t_user, k.uuid ? k.uuid : "", row.status,
+                                        a.is_match_evlan != 0, a.evlan, a.mac_type,
+                                        std::vector<uint8_t>(mac.data, mac.data + mac.len), a.phyid});
+                     });
     return out;
 }
 
@@ -206,8 +190,8 @@ int l3mac_count_lines(const std::string &out, const std::string &word,
 std::string l3mac_line(const std::string &word, const std::string &func, int line,
                        const std::string &text) {
     char num[16];
-    std::snprintf(num, sizeof num, "%4d", line);
-    return "[" + word + "]" + func + ":" + num + "|" + text;
+    std::snprintf(num, sizeof num, ":%4d|", line);
+    return "[" + word + "]" + func + num + text;
 }
 
 int L3macWorld::set_row(uint32_t user, const std::string &uuid, uint32_t evlan,

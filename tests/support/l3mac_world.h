@@ -58,11 +58,11 @@ protected:
     static void set_log(uint32_t level, int32_t budget = -1);
 
     // Count of a failure table slot.
-    static uint32_t err_count(int code);
+    static uint32_t err_count(int code) { return g_sw_rt_res_ss_err_cnt[code].count; }
     static const sw_rt_res_err_slot &err_slot(int code) { return g_sw_rt_res_ss_err_cnt[code]; }
 
     // Standard output between capture_stdout() and captured_stdout().
-    static void capture_stdout();
+    static void capture_stdout() { testing::internal::CaptureStdout(); }
     static std::string captured_stdout();
 
     std::string root_;
