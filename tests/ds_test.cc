@@ -15,9 +15,7 @@
 
 namespace {
 
-const mac6 kA{0x02, 0, 0, 0, 0, 0x0A};
-const mac6 kB{0x02, 0, 0, 0, 0, 0x0B};
-const mac6 kM{0x02, 0, 0, 0, 0, 0x0C};
+const mac6 kA{2, 0, 0, 0, 0, 0x0A}, kB{2, 0, 0, 0, 0, 0x0B}, kM{2, 0, 0, 0, 0, 0x0C};
 
 std::vector<hw_entry> adds_of(const std::string &table) {
     std::vector<hw_entry> out;
