@@ -60,35 +60,12 @@ TEST_F(Pool, ChoosesTheLowestFreeIndexAndShowsLimitAndUse) {
     EXPECT_EQ(word(2), 4u);
 }
 
-TEST_F(Pool, LowestFreeAcrossBitmapWords) {
-    make(130);
-    for (uint32_t i = 0; i < 128; i++) ASSERT_EQ(next(), i);
-    ASSERT_EQ(sw_res_comm_free_idx_old(70, 1, rm_), 0);
-    EXPECT_EQ(next(), 70u);
-    EXPECT_EQ(next(), 128u);
-    EXPECT_EQ(next(), 129u);
-    uint32_t idx = 0;
-    EXPECT_EQ(alloc(&idx), SW_RES_E_FULL);
-    EXPECT_EQ(word(2), 130u);
-}
-
-TEST_F(Pool, RestoreTakesExactlyTheWantedIndex) {
-    make(16);
-    uint32_t idx = 0;
-    ASSERT_EQ(restore(9, &idx), 0);
-    EXPECT_EQ(idx, 9u);
-    ASSERT_EQ(restore(0, &idx), 0);
-    EXPECT_EQ(idx, 0u);
-    EXPECT_EQ(next(), 1u);
-    EXPECT_EQ(word(2), 3u);
-    EXPECT_EQ(sw_res_comm_free_idx_old(9, 1, rm_), 0);
-    EXPECT_EQ(sw_res_comm_free_idx_old(9, 1, rm_), SW_RES_E_NOT_HELD);
-}
-
-TEST_F(Pool, EachRefusalHasItsCodeAndHoldsNothing) {
+// A restore takes exactly its index; each refusal after it holds nothing.
+TEST_F(Pool, RestoreTakesItsIndexAndEachRefusalHasItsCodeAndHoldsNothing) {
     make(4);
     uint32_t idx = 0;
     ASSERT_EQ(restore(2, &idx), 0);
+    EXPECT_EQ(idx, 2u);
     struct { const char *what; int rv; int want; } cases[] = {
         {"taken", restore(2, &idx), SW_RES_E_TAKEN},
         {"below range", restore(-1, &idx), SW_RES_E_RANGE},
@@ -129,21 +106,6 @@ TEST_F(Pool, ReservedSizeLowersTheLimitNotTheNumbering) {
     for (uint32_t i = 0; i < 4; i++) EXPECT_EQ(next(), i);
     EXPECT_EQ(alloc(&idx), SW_RES_E_FULL);
     EXPECT_EQ(word(2), 5u);
-}
-
-TEST(PoolCreate, ReservedBeyondTheSizeAndBadArguments) {
-    sw_res_rm *rm = nullptr;
-    ASSERT_EQ(sw_res_comm_create_rm(2, &rm, 4, 0, 6), 0);
-    EXPECT_EQ(rm->limit, 0u);
-    uint32_t idx = 0;
-    sw_res_alloc_req r = request();
-    EXPECT_EQ(sw_res_comm_alloc_idx(&r, rm, &idx), SW_RES_E_FULL);
-
-    ASSERT_EQ(sw_res_comm_create_rm(2, &rm, 0, 0, 0), 0);
-    EXPECT_EQ(sw_res_comm_alloc_idx(&r, rm, &idx), SW_RES_E_FULL);
-    EXPECT_EQ(sw_res_comm_create_rm(2, nullptr, 4, 0, 0), SW_RES_E_NULL);
-    EXPECT_EQ(sw_res_comm_create_rm(2, &rm, -1, 0, 0), SW_RES_E_BAD_ARG);
-    EXPECT_EQ(sw_res_comm_create_rm(2, &rm, 4, 0, -1), SW_RES_E_BAD_ARG);
 }
 
 }  // namespace

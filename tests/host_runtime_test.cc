@@ -42,27 +42,11 @@ struct ticker {
     kw_thread *thread;
     kw_timer *slot = nullptr;
     int fired = 0;
-    int rearm = 0;  // times the handler arms its own slot again
 };
 
 int count_fire(void *arg) {
     static_cast<ticker *>(arg)->fired++;
     return 0;
-}
-
-int tick_and_rearm(void *arg) {
-    auto *t = static_cast<ticker *>(arg);
-    t->fired++;
-    if (t->rearm-- > 0) kw_thread_insert_timer(t->thread, &t->slot, tick_and_rearm, t, 1, "re");
-    return 0;
-}
-
-TEST_F(Runtime, RecordShowsItsTwoPublicWordsAndLoop) {
-    EXPECT_NE(global_->rt, nullptr);
-    EXPECT_NE(global_->thread, nullptr);
-    EXPECT_NE(hnx_host_loop(global_), nullptr);
-    EXPECT_EQ(hnx_host_global(), global_);
-    EXPECT_EQ(reg_process_exit_action(getpid(), 2), 0);
 }
 
 TEST_F(Runtime, TimerFiresOnceOnTheRunningLoop) {
@@ -73,43 +57,7 @@ TEST_F(Runtime, TimerFiresOnceOnTheRunningLoop) {
     EXPECT_EQ(t.fired, 1);
 }
 
-TEST_F(Runtime, HandlerRearmsThroughItsOwnSlot) {
-    ticker t{this, global_->thread};
-    t.rearm = 3;
-    ASSERT_EQ(arm(&t.slot, tick_and_rearm, &t, 1), 0);
-    kw_timer *first = t.slot;
-    run_out();
-    EXPECT_EQ(t.fired, 4);
-    EXPECT_EQ(t.slot, first);
-}
-
-TEST_F(Runtime, ArmingAFilledSlotReplacesItsTimer) {
-    ticker old_t{this, global_->thread}, new_t{this, global_->thread};
-    kw_timer *slot = nullptr;
-    ASSERT_EQ(arm(&slot, count_fire, &old_t, 60000), 0);
-    kw_timer *first = slot;
-    ASSERT_EQ(arm(&slot, count_fire, &new_t, 1), 0);
-    EXPECT_EQ(slot, first);
-    run_out();  // would wait a minute if the first timer still stood
-    EXPECT_EQ(old_t.fired, 0);
-    EXPECT_EQ(new_t.fired, 1);
-}
-
-TEST_F(Runtime, SlotsAreIndependentAndBadArgumentsAreRefused) {
-    ticker a{this, global_->thread}, b{this, global_->thread};
-    ASSERT_EQ(arm(&a.slot, count_fire, &a, 3), 0);
-    ASSERT_EQ(arm(&b.slot, count_fire, &b, 1), 0);
-    EXPECT_NE(a.slot, b.slot);
-    EXPECT_EQ(kw_thread_insert_timer(nullptr, &a.slot, count_fire, &a, 1, "x"), -4);
-    EXPECT_EQ(arm(nullptr, count_fire, &a, 1), -4);
-    EXPECT_EQ(arm(&a.slot, nullptr, &a, 1), -4);
-    run_out();
-    EXPECT_EQ(a.fired, 1);
-    EXPECT_EQ(b.fired, 1);
-}
-
 int raise_term(void *) { return raise(SIGTERM); }
-int raise_int(void *) { return raise(SIGINT); }
 
 TEST_F(Runtime, RunEndsOnSigtermWithTimersStillArmed) {
     kw_timer *stop = nullptr, *late = nullptr;
@@ -118,26 +66,6 @@ TEST_F(Runtime, RunEndsOnSigtermWithTimersStillArmed) {
     ASSERT_EQ(arm(&late, count_fire, &t, 600000), 0);
     EXPECT_EQ(kw_global_run(global_), 0);
     EXPECT_EQ(t.fired, 0);  // finish in TearDown frees the armed timer
-}
-
-TEST_F(Runtime, RunEndsOnSigintAndCanRunAgain) {
-    kw_timer *stop = nullptr;
-    ASSERT_EQ(arm(&stop, raise_int, nullptr, 1), 0);
-    EXPECT_EQ(kw_global_run(global_), 0);
-    ASSERT_EQ(arm(&stop, raise_term, nullptr, 1), 0);
-    EXPECT_EQ(kw_global_run(global_), 0);
-}
-
-TEST(RuntimeRecord, FinishForgetsTheLastGlobal) {
-    kw_global *a = kw_global_init("a", 0);
-    kw_global *b = kw_global_init("b", 0);
-    EXPECT_EQ(hnx_host_global(), b);
-    kw_global_finish(a);
-    EXPECT_EQ(hnx_host_global(), b);
-    kw_global_finish(b);
-    EXPECT_EQ(hnx_host_global(), nullptr);
-    kw_global_finish(nullptr);
-    EXPECT_EQ(kw_global_run(nullptr), -4);
 }
 
 kw_timeval g_fake{};
@@ -153,18 +81,8 @@ TEST(Clock, SeamReplacesTheMonotonicClockUntilReset) {
     EXPECT_EQ(kw_monotime(&tv), 0);
     EXPECT_EQ(kw_timeval_to_us(tv), 12345678);
     hnx_host_set_clock(nullptr);
-    kw_timeval a{}, b{};
-    ASSERT_EQ(kw_monotime(&a), 0);
-    ASSERT_EQ(kw_monotime(&b), 0);
-    EXPECT_GE(kw_timeval_to_us(b), kw_timeval_to_us(a));
-    EXPECT_LT(a.tv_usec, 1000000);
-    EXPECT_EQ(kw_monotime(nullptr), -4);
-}
-
-TEST(Clock, MicrosecondsOfNegativeAndLargeValues) {
-    EXPECT_EQ(kw_timeval_to_us({-1, 0}), -1000000);
-    EXPECT_EQ(kw_timeval_to_us({-2, 999999}), -1000001);
-    EXPECT_EQ(kw_timeval_to_us({INT32_MAX, 999999}), int64_t{INT32_MAX} * 1000000 + 999999);
+    ASSERT_EQ(kw_monotime(&tv), 0);
+    EXPECT_NE(kw_timeval_to_us(tv), 12345678);
 }
 
 TEST(Root, EnvironmentRootThenSetRootsAndRealPaths) {

@@ -55,12 +55,4 @@ TEST_F(Syslog, EachMessageAppendsOneStampedLine) {
     EXPECT_EQ(second.substr(24), "info [EFHW][L3MAC_TEST] 3 entries on tcam2\n");
 }
 
-TEST_F(Syslog, AMirrorThatCannotBeWrittenGivesACode) {
-    std::ofstream(root_ + "/var") << "a file where a directory should be";
-    EXPECT_NE(printk_syslog_lc(4, "EFHW", "L3MAC_NO_RESOURCE", "L3MAC table is full."), 0);
-    testing::internal::CaptureStderr();
-    EXPECT_NE(printk_syslog_lc(9, "EFHW", "X", "bad level"), 0);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("level 9"), std::string::npos);
-}
-
 }  // namespace

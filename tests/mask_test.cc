@@ -58,6 +58,13 @@ struct known_case {
 
 const std::vector<row> FILLER_VLAN = {{0, 0xFFF, 0}};
 
+// A whole space: one template per bit, each leaving out that bit alone.
+std::vector<row> whole_space(int bits) {
+    std::vector<row> out;
+    for (int b = 0; b < bits; ++b) out.emplace_back(0, 1u << b, bits - 1);
+    return out;
+}
+
 const known_case KNOWN[] = {
     {"empty", false, {}, FILLER_VLAN},
     {"bit 0 unread", false, {{0, 0}}, FILLER_VLAN},
@@ -77,6 +84,8 @@ const known_case KNOWN[] = {
     {"8-15", false, {{8, 15}}, {{0, 0xFF7, 1}, {8, 0xFF8, 3}}},
     {"16-31", false, {{16, 31}}, {{0, 0xFEF, 1}, {16, 0xFF0, 4}}},
     {"100-103", false, {{100, 103}}, {{0, 0xFFF, 0}, {100, 0xFFC, 2}}},
+    {"100-103, bits from the top unread", false, {{100, 103}, {4095, 16383}},
+     {{0, 0xFFF, 0}, {100, 0xFFC, 2}}},
     {"10,11,14,15", false, {{10, 11}, {14, 15}}, {{0, 0xFFF, 0}, {10, 0xFFA, 2}}},
     {"3,5,6", false, {{3, 3}, {5, 6}},
      {{6, 0xFFF, 0}, {5, 0xFFF, 0}, {3, 0xFFF, 0}, {0, 0xFFF, 0}}},
@@ -93,20 +102,13 @@ const known_case KNOWN[] = {
     {"sweep keeps the older alternative", false,
      {{1, 1}, {3, 3}, {6, 7}, {14, 14}},
      {{6, 0xFF7, 1}, {6, 0xFFE, 1}, {1, 0xFFD, 1}, {0, 0xFFE, 1}}},
-    {"whole VLAN set", false, {{1, 4094}},
-     {{0, 0x001, 11}, {0, 0x002, 11}, {0, 0x004, 11}, {0, 0x008, 11},
-      {0, 0x010, 11}, {0, 0x020, 11}, {0, 0x040, 11}, {0, 0x080, 11},
-      {0, 0x100, 11}, {0, 0x200, 11}, {0, 0x400, 11}, {0, 0x800, 11}}},
+    {"whole VLAN set", false, {{1, 4094}}, whole_space(12)},
     {"vfi 1", true, {{1, 1}}, {{0, 0x3FFE, 1}}},
     {"vfi 16382", true, {{16382, 16382}}, {{16382, 0x3FFF, 0}, {0, 0x3FFF, 0}}},
     {"vfi top unread", true, {{16383, 16383}}, {{0, 0x3FFF, 0}}},
     {"vfi 8192,8193", true, {{8192, 8193}}, {{8192, 0x3FFE, 1}, {0, 0x1FFF, 1}}},
     {"vfi 4096-4099", true, {{4096, 4099}}, {{0, 0x2FFF, 1}, {4096, 0x3FFC, 2}}},
-    {"whole VFI set", true, {{1, 16382}},
-     {{0, 0x0001, 13}, {0, 0x0002, 13}, {0, 0x0004, 13}, {0, 0x0008, 13},
-      {0, 0x0010, 13}, {0, 0x0020, 13}, {0, 0x0040, 13}, {0, 0x0080, 13},
-      {0, 0x0100, 13}, {0, 0x0200, 13}, {0, 0x0400, 13}, {0, 0x0800, 13},
-      {0, 0x1000, 13}, {0, 0x2000, 13}}},
+    {"whole VFI set", true, {{1, 16382}}, whole_space(14)},
 };
 
 TEST_F(MaskCover, KnownSetsGiveTheirWholeListInOrder) {
@@ -114,22 +116,6 @@ TEST_F(MaskCover, KnownSetsGiveTheirWholeListInOrder) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(cover(make_set(c.set, c.vfi)), c.want);
     }
-}
-
-TEST_F(MaskCover, VlanSpaceNeverReadsBitsFromTheTopValueUp) {
-    evlan_bmp_t b = make_set({{100, 103}, {4095, 16383}});
-    EXPECT_EQ(cover(b), (std::vector<row>{{0, 0xFFF, 0}, {100, 0xFFC, 2}}));
-}
-
-// The 2046 numbers with an even number of 1 bits have no two neighbours.
-TEST_F(MaskCover, SetWithoutNeighboursGetsOneTemplatePerMember) {
-    evlan_bmp_t b{};
-    for (uint32_t v = 1; v < 4095; ++v)
-        if (__builtin_popcount(v) % 2 == 0) l3mac_bmp_set(&b, v);
-    const std::vector<row> got = cover(b);
-    ASSERT_EQ(got.size(), 2047u);
-    EXPECT_EQ(got.front(), (row{4092, 0xFFF, 0}));  // the newest first
-    EXPECT_EQ(got.back(), (row{0, 0xFFF, 0}));
 }
 
 bool is_member(const evlan_bmp_t &b, uint32_t v) {
@@ -175,21 +161,18 @@ evlan_bmp_t random_set(std::mt19937 &rng, bool vfi, double density) {
     return b;
 }
 
-TEST_F(MaskCover, RandomSetsGetAnExactMinimalListTwiceAlike) {
+TEST_F(MaskCover, RandomSetsGetAnExactMinimalListAlwaysAlike) {
     std::mt19937 rng(20240611);
-    const double densities[] = {0.002, 0.05, 0.3, 0.5, 0.8, 0.97};
-    for (int round = 0; round < 2; ++round) {
-        for (double d : densities) {
-            for (bool vfi : {false, true}) {
-                SCOPED_TRACE(testing::Message() << "density " << d << " vfi " << vfi);
-                const evlan_bmp_t b = random_set(rng, vfi, d);
-                list_head head;
-                list_init(&head);
-                ASSERT_EQ(l3mac_masklist_calc(&b, &head), 0);
-                check_guarantees(b, &head);
-                l3mac_masklist_free(&head);
-                EXPECT_EQ(cover(b), cover(b));
-            }
+    for (double d : {0.002, 0.05, 0.3, 0.5, 0.8, 0.97}) {
+        for (bool vfi : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "density " << d << " vfi " << vfi);
+            const evlan_bmp_t b = random_set(rng, vfi, d);
+            list_head head;
+            list_init(&head);
+            ASSERT_EQ(l3mac_masklist_calc(&b, &head), 0);
+            check_guarantees(b, &head);
+            l3mac_masklist_free(&head);
+            EXPECT_EQ(cover(b), cover(b));
         }
     }
 }
@@ -233,40 +216,21 @@ TEST_F(MaskCover, NoMemoryAtAnyAllocationLeavesNothingAndTheNextRunIsWhole) {
     }
 }
 
-// The largest sub-cubes of the numbers 0 to 15 that lie inside s, each as
-// a 16-bit set of numbers; a smallest cover needs no other.
-std::vector<uint32_t> largest_cubes_inside(uint32_t s) {
-    std::vector<uint32_t> cubes;
-    for (uint32_t ignored = 0; ignored < 16; ++ignored) {
-        for (uint32_t key = 0; key < 16; ++key) {
-            if (key & ignored) continue;
-            uint32_t c = 0;
-            for (uint32_t x = 0; x < 16; ++x)
-                if ((x & ~ignored) == key) c |= 1u << x;
-            if ((c & s) == c) cubes.push_back(c);
-        }
+// Whether k sub-cubes of the numbers 0 to 15 that lie inside s cover `left`.
+bool covers_in(uint32_t s, uint32_t left, int k) {
+    if (left == 0 || k == 0) return left == 0;
+    const uint32_t lowest = __builtin_ctz(left);
+    for (uint32_t free = 0; free < 16; ++free) {
+        uint32_t c = 0;
+        for (uint32_t x = 0; x < 16; ++x) c |= uint32_t((x & ~free) == (lowest & ~free)) << x;
+        if ((c & s) == c && covers_in(s, left & ~c, k - 1)) return true;
     }
-    std::erase_if(cubes, [&](uint32_t c) {
-        for (uint32_t d : cubes)
-            if (d != c && (d & c) == c) return true;
-        return false;
-    });
-    return cubes;
-}
-
-bool covers_in(const std::vector<uint32_t> &cubes, uint32_t left, int k) {
-    if (left == 0) return true;
-    if (k == 0) return false;
-    const uint32_t lowest = left & (0u - left);
-    for (uint32_t c : cubes)
-        if ((c & lowest) && covers_in(cubes, left & ~c, k - 1)) return true;
     return false;
 }
 
 int smallest_cover(uint32_t s) {
-    const std::vector<uint32_t> cubes = largest_cubes_inside(s);
     int k = 1;
-    while (!covers_in(cubes, s, k)) ++k;
+    while (!covers_in(s, s, k)) ++k;
     return k;
 }
 
@@ -282,13 +246,6 @@ TEST_F(MaskCover, SmallSetsStayWithinTwoOfTheSmallestCover) {
         equal += got == least;
     }
     EXPECT_GT(equal, 32768 * 96 / 100);
-}
-
-TEST_F(MaskCover, FreeingAnEmptyListIsNoError) {
-    list_head head;
-    list_init(&head);
-    EXPECT_EQ(l3mac_masklist_free(&head), 0);
-    EXPECT_TRUE(list_empty(&head));
 }
 
 }  // namespace

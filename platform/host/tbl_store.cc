@@ -33,7 +33,7 @@ enum stmt_id {
 const char *const kSql[kStmtCount] = {
     "SELECT val FROM rows WHERE tbl = ?1 AND key = ?2",
     "INSERT INTO rows(tbl, key, val) VALUES(?1, ?2, ?3)"
-    " ON CONFLICT(tbl, key) DO UPDATE SET val = excluded.val",
+    " ON CONFLICT(tbl, key) DO UPDATE SET val = excluded.val WHERE val IS NOT excluded.val",
     "DELETE FROM rows WHERE tbl = ?1 AND key = ?2",
     "INSERT INTO changes(tbl, op, key, val, writer) VALUES(?1, ?2, ?3, ?4, ?5)",
     "SELECT key, val FROM rows WHERE tbl = ?1 ORDER BY key LIMIT ?2",
@@ -82,6 +82,16 @@ tbl_bytes column_blob(sqlite3_stmt *s, int i) {
     return tbl_bytes(p, p + sqlite3_column_bytes(s, i));
 }
 
+// SQLite's own busy wait sleeps for milliseconds at a time, longer than a
+// whole write batch of another process: waiting in short steps lets a
+// writer in as soon as the other's transaction ends.
+int busy_wait(void *, int tries) {
+    constexpr int kStepUs = 100;
+    if (tries * kStepUs >= kBusyMs * 1000) return 0;
+    usleep(kStepUs);
+    return 1;
+}
+
 bool pid_is_dead(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 
 }  // namespace
@@ -96,7 +106,7 @@ std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path) {
         st->fail("open");
         return nullptr;
     }
-    sqlite3_busy_timeout(st->sql_, kBusyMs);
+    sqlite3_busy_handler(st->sql_, busy_wait, nullptr);
     if (st->setup() != 0) return nullptr;
     return st;
 }
@@ -197,15 +207,18 @@ int tbl_store::put(std::string_view table, const tbl_bytes &key, const tbl_bytes
                    bool *changed) {
     *changed = false;
     if (begin() != 0) return kFail;
-    tbl_bytes old;
-    bool found = false;
-    int rv = get(table, key, &old, &found);
-    if (rv == 0 && !(found && old == row)) {
+    // An equal rewrite matches the upsert's WHERE, changes no row and is
+    // not logged: subscribers see only real changes.
+    int rv = 0;
+    {
         stmt_use u{prep(kPut)};
         bind_text(u.s, 1, table);
         bind_blob(u.s, 2, key);
         bind_blob(u.s, 3, row);
-        rv = sqlite3_step(u.s) == SQLITE_DONE ? log_change(table, false, key, row) : fail("write row");
+        rv = sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("write row");
+    }
+    if (rv == 0 && sqlite3_changes(sql_) > 0) {
+        rv = log_change(table, false, key, row);
         *changed = rv == 0;
     }
     rv = finish(rv);

@@ -10,20 +10,18 @@
 
 namespace {
 
-pid_t spawn(const std::string &prog, const std::vector<std::string> &args,
-            const std::string &root, const std::string &out) {
+// `prog` with HNX_ROOT=root and a short timer unit, its output appended to `out`.
+pid_t spawn(const std::string &prog, std::vector<std::string> args, const std::string &root,
+            const std::string &out) {
     const pid_t pid = fork();
     if (pid != 0) return pid;
     setenv("HNX_ROOT", root.c_str(), 1);
     setenv("HNX_TIMER_UNIT_MS", "20", 1);
     const int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (fd >= 0) {
-        dup2(fd, STDOUT_FILENO);
-        dup2(fd, STDERR_FILENO);
-        close(fd);
-    }
-    std::vector<char *> argv{const_cast<char *>(prog.c_str())};
-    for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+    if (fd >= 0) dup2(fd, STDOUT_FILENO), dup2(fd, STDERR_FILENO), close(fd);
+    args.insert(args.begin(), prog);
+    std::vector<char *> argv;
+    for (std::string &a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
     execv(prog.c_str(), argv.data());
     _exit(127);
@@ -32,15 +30,13 @@ pid_t spawn(const std::string &prog, const std::vector<std::string> &args,
 }  // namespace
 
 pid_t managed_daemon_start(const std::string &bin, const std::string &root) {
-    return spawn(bin + "/hnx-l3table-l3mac", {}, root,
-                 root + "/daemon.out");
+    return spawn(bin + "/hnx-l3table-l3mac", {}, root, root + "/daemon.out");
 }
 
 void managed_daemon_kill(pid_t &pid) {
     if (pid <= 0) return;
     kill(pid, SIGKILL);
-    int status;
-    waitpid(pid, &status, 0);
+    waitpid(pid, nullptr, 0);
     pid = 0;
 }
 
@@ -48,8 +44,7 @@ int managed_tbl(const std::string &bin, const std::string &root,
                 const std::vector<std::string> &args) {
     std::vector<std::string> all{"--root", root};
     all.insert(all.end(), args.begin(), args.end());
-    const pid_t pid =
-        spawn(bin + "/hnx-tbl", all, root, root + "/hnx-tbl.out");
+    const pid_t pid = spawn(bin + "/hnx-tbl", all, root, root + "/hnx-tbl.out");
     int status = 0;
     if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -57,9 +52,7 @@ int managed_tbl(const std::string &bin, const std::string &root,
 
 bool managed_wait(const std::function<bool()> &cond, std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!cond()) {
+    for (; !cond(); std::this_thread::sleep_for(std::chrono::milliseconds(10)))
         if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
     return true;
 }

@@ -18,16 +18,10 @@
 
 namespace {
 
-hw_entry from_attr(const SRoute__L3macHwAttr *a) {
-    hw_entry e;
-    if (!a) {
-        e.has_attr = false;
-        return e;
-    }
-    e.evlan = a->evlan;
-    e.evlan_mask = a->evlan_mask;
-    e.mac_type = a->mac_type;
-    e.phyid = a->phyid;
+hw_entry from_attr(const SRoute__L3macHwAttr *a, uint32_t hw_id, uint32_t phase) {
+    hw_entry e{.hw_id = hw_id, .phase = phase, .has_attr = a != nullptr};
+    if (!a) return e;
+    e.evlan = a->evlan, e.evlan_mask = a->evlan_mask, e.mac_type = a->mac_type, e.phyid = a->phyid;
     if (a->mac && a->mac->data.len == 6) std::memcpy(e.mac.data(), a->mac->data.data, 6);
     return e;
 }
@@ -35,11 +29,7 @@ hw_entry from_attr(const SRoute__L3macHwAttr *a) {
 hw_entry unpack_hw(const std::vector<uint8_t> &row) {
     SRoute__L3macHwRes *r = s_route__l3mac_hw_res__unpack(nullptr, row.size(), row.data());
     if (!r) return hw_entry{};
-    hw_entry e = from_attr(r->attr);
-    if (r->index) {
-        e.hw_id = r->index->hw_id;
-        e.phase = r->index->phase;
-    }
+    hw_entry e = from_attr(r->attr, r->index ? r->index->hw_id : 0, r->index ? r->index->phase : 0);
     s_route__l3mac_hw_res__free_unpacked(r, nullptr);
     return e;
 }
@@ -47,30 +37,12 @@ hw_entry unpack_hw(const std::vector<uint8_t> &row) {
 hw_entry unpack_bak(const std::vector<uint8_t> &row) {
     SRoute__L3macBak *r = s_route__l3mac_bak__unpack(nullptr, row.size(), row.data());
     if (!r) return hw_entry{};
-    hw_entry e = from_attr(r->index);
-    e.hw_id = r->hw_id;
-    e.phase = r->phase;
+    hw_entry e = from_attr(r->index, r->hw_id, r->phase);
     s_route__l3mac_bak__free_unpacked(r, nullptr);
     return e;
 }
 
-l3mac_res_write unpack_res(const std::vector<uint8_t> &row) {
-    l3mac_res_write out{};
-    SRoute__L3macRes *r = s_route__l3mac_res__unpack(nullptr, row.size(), row.data());
-    if (!r) return out;
-    out.is_add = true;
-    if (r->index) {
-        out.user = r->index->t_user;
-        out.uuid = r->index->uuid ? r->index->uuid : "";
-    }
-    out.status = r->status;
-    if (r->attr) out.evlan = r->attr->evlan;
-    s_route__l3mac_res__free_unpacked(r, nullptr);
-    return out;
-}
-
-template <class F>
-std::vector<hw_entry> rows_of(const char *table, F unpack) {
+std::vector<hw_entry> rows_of(const char *table, hw_entry (*unpack)(const std::vector<uint8_t> &)) {
     std::vector<hw_entry> out;
     for (const auto &row : hnx_host_tbl_rows(table)) out.push_back(unpack(row));
     std::sort(out.begin(), out.end());
@@ -85,77 +57,6 @@ int managed_fake_clock(kw_timeval *tv) {
     return 0;
 }
 
-}  // namespace
-
-std::vector<hw_entry> managed_hw_rows() { return rows_of("s_route.l3mac_hw_res", unpack_hw); }
-std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", unpack_bak); }
-
-std::vector<l3mac_res_write> managed_res_rows() {
-    std::vector<l3mac_res_write> out;
-    for (const auto &row : hnx_host_tbl_rows("s_route.l3mac_res")) out.push_back(unpack_res(row));
-    return out;
-}
-
-std::vector<tbl_op> managed_journal() {
-    std::vector<tbl_op> out;
-    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
-        if (w.table == "s_route.l3mac_hw_res")
-            out.push_back({"hw_res", w.is_add, unpack_hw(w.row)});
-        else if (w.table == "s_route.l3mac_bak")
-            out.push_back({"bak", w.is_add, unpack_bak(w.row)});
-    }
-    return out;
-}
-
-std::vector<tbl_op> managed_journal(const std::string &table) {
-    std::vector<tbl_op> out;
-    for (const tbl_op &op : managed_journal())
-        if (op.table == table) out.push_back(op);
-    return out;
-}
-
-int managed_log_count(const std::string &root, const std::string &text) {
-    std::ifstream in(root + "/var/log/hnx.log");
-    int n = 0;
-    for (std::string line; std::getline(in, line);)
-        if (line.find(text) != std::string::npos) n++;
-    return n;
-}
-
-void managed_clock_install(int64_t now_us) {
-    g_clock_us = now_us;
-    hnx_host_set_clock(managed_fake_clock);
-}
-
-void managed_clock_set(int64_t now_us) { g_clock_us = now_us; }
-
-void managed_clock_remove() { hnx_host_set_clock(nullptr); }
-
-managed_tpl::managed_tpl(uint32_t key, uint32_t mask)
-    : tpl(static_cast<mask_template *>(std::calloc(1, sizeof(mask_template)))) {
-    list_init(&tpl->lst);
-    tpl->key = key;
-    tpl->mask = mask;
-}
-
-managed_tpl::~managed_tpl() { std::free(tpl); }
-
-void ManagedWorld::TearDown() {
-    managed_clock_remove();
-    L3macWorld::TearDown();
-}
-
-void ManagedWorld::start(const l3mac_caps &b) {
-    write_caps(b);
-    bring_up();
-    l3mac_data_check();
-    l3mac_commom_decision_counter = 0;
-    l3mac_ctx.drv_decision_max_counter = 0;
-    hnx_host_tbl_journal_clear();
-}
-
-namespace {
-
 // The first life's records end with its process; here they are released,
 // as the fixture does at the end of a test, so that the leak checker sees
 // only what a test itself lost.
@@ -169,7 +70,63 @@ template <class Rec> void release_store(l3mac_store<Rec> *d) {
     l3mac_free(d);
 }
 
+void quiet_start() {
+    l3mac_commom_decision_counter = 0;
+    l3mac_ctx.drv_decision_max_counter = 0;
+    hnx_host_tbl_journal_clear();
+}
+
 }  // namespace
+
+std::vector<hw_entry> managed_hw_rows() { return rows_of("s_route.l3mac_hw_res", unpack_hw); }
+std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", unpack_bak); }
+
+std::vector<tbl_op> managed_journal(const std::string &table) {
+    std::vector<tbl_op> out;
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
+        const bool hw = w.table == "s_route.l3mac_hw_res", bak = w.table == "s_route.l3mac_bak";
+        if ((hw || bak) && (table.empty() || table == (hw ? "hw_res" : "bak")))
+            out.push_back({hw ? "hw_res" : "bak", w.is_add, hw ? unpack_hw(w.row) : unpack_bak(w.row)});
+    }
+    return out;
+}
+
+int managed_log_count(const std::string &root, const std::string &text) {
+    std::ifstream in(root + "/var/log/hnx.log");
+    int n = 0;
+    for (std::string line; std::getline(in, line);) n += line.find(text) != std::string::npos;
+    return n;
+}
+
+void managed_clock_set(int64_t now_us) {
+    g_clock_us = now_us;
+    hnx_host_set_clock(managed_fake_clock);
+}
+
+managed_tpl::managed_tpl(uint32_t key, uint32_t mask)
+    : tpl(static_cast<mask_template *>(std::calloc(1, sizeof(mask_template)))) {
+    list_init(&tpl->lst);
+    tpl->key = key;
+    tpl->mask = mask;
+}
+
+managed_tpl::~managed_tpl() { std::free(tpl); }
+
+std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
+    return "m" + std::to_string(mac[5]) + "-t" + std::to_string(mac_type) + "-v" + std::to_string(vlan);
+}
+
+void ManagedWorld::TearDown() {
+    hnx_host_set_clock(nullptr);
+    L3macWorld::TearDown();
+}
+
+void ManagedWorld::start(const l3mac_caps &b) {
+    write_caps(b);
+    bring_up();
+    l3mac_data_check();
+    quiet_start();
+}
 
 void ManagedWorld::restart() {
     release_store(l3mac_ctx.mac_db);
@@ -181,86 +138,64 @@ void ManagedWorld::restart() {
     list_init(&l3mac_pending_head);
     l3mac_mem_fail_after = -1;
     bring_up();
-    l3mac_commom_decision_counter = 0;
-    l3mac_ctx.drv_decision_max_counter = 0;
-    hnx_host_tbl_journal_clear();
+    quiet_start();
 }
 
 namespace {
 
-struct key_row {
-    SRoute__ResSubKey key = S_ROUTE__RES_SUB_KEY__INIT;
-    SRoute__L3macRes res = S_ROUTE__L3MAC_RES__INIT;
-    std::string uuid;
-    key_row(uint32_t user, std::string u) : uuid(std::move(u)) {
-        key.t_user = user;
-        key.uuid = uuid.data();
-        res.index = &key;
-    }
+struct managed_row : l3mac_row {
+    managed_row(uint32_t user, const std::string &uuid, uint32_t evlan = 0, uint32_t mac_type = 0,
+                const mac6 &m = {}, uint32_t phyid = 0)
+        : l3mac_row(user, uuid, evlan, mac_type, *reinterpret_cast<const uint8_t(*)[6]>(m.data()), phyid) {}
 };
 
 }  // namespace
 
 void ManagedWorld::write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
                                  uint32_t mac_type, const mac6 &mac) {
-    uint8_t m[6];
-    std::memcpy(m, mac.data(), 6);
-    l3mac_row row(user, uuid, evlan, mac_type, m);
-    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.get()->base, 0, 0);
+    managed_row row(user, uuid, evlan, mac_type, mac);
+    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
 }
 
 void ManagedWorld::erase_request(uint32_t user, const std::string &uuid) {
-    key_row row(user, uuid);
+    managed_row row(user, uuid);
     ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
 }
 
 int ManagedWorld::request(uint32_t user, const std::string &uuid, uint32_t evlan,
                           uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
-    uint8_t m[6];
-    std::memcpy(m, mac.data(), 6);
-    l3mac_row row(user, uuid, evlan, mac_type, m, phyid);
-    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.get()->base, 0, 0);
+    managed_row row(user, uuid, evlan, mac_type, mac, phyid);
+    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
     return l3mac_set_msg_proc(row.get());
 }
 
 int ManagedWorld::withdraw(uint32_t user, const std::string &uuid) {
     erase_request(user, uuid);
-    key_row row(user, uuid);
+    managed_row row(user, uuid);
     return l3mac_del_msg_proc(&row.res);
 }
 
-std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
-    return "m" + std::to_string(mac[5]) + "-t" + std::to_string(mac_type) + "-v" +
-           std::to_string(vlan);
-}
-
 void ManagedWorld::want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
-                        uint32_t mac_type, uint32_t user) {
-    for (uint32_t v : vlans) request(user, uuid_of(mac, mac_type, v), v, mac_type, mac);
-}
-
-void ManagedWorld::unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
-                          uint32_t mac_type, uint32_t user) {
-    for (uint32_t v : vlans) withdraw(user, uuid_of(mac, mac_type, v));
+                        uint32_t mac_type, uint32_t user, bool keep) {
+    for (uint32_t v : vlans)
+        keep ? request(user, managed_uuid(mac, mac_type, v), v, mac_type, mac)
+             : withdraw(user, managed_uuid(mac, mac_type, v));
 }
 
 mac_entry *ManagedWorld::mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
-    return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(mac_type), mac.data(),
-                                      phyid, 0);
+    return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(mac_type), mac.data(), phyid, 0);
 }
 
 std::vector<tcam_entry *> ManagedWorld::entries_of(const mac_entry *mac) {
     std::vector<tcam_entry *> out;
-    if (!mac) return out;
-    for (list_head *p = mac->tcam_head.next; p != &mac->tcam_head; p = p->next)
+    for (list_head *p = mac ? mac->tcam_head.next : nullptr; mac && p != &mac->tcam_head; p = p->next)
         out.push_back(l3mac_tcam_of(p));
     return out;
 }
 
 std::vector<std::array<uint32_t, 3>> ManagedWorld::placed(const mac_entry *mac) {
     std::vector<std::array<uint32_t, 3>> out;
-    for (const tcam_entry *e : entries_of(mac))
-        out.push_back({e->key.evlan, e->key.evlan_mask, e->idx});
+    for (const tcam_entry *e : entries_of(mac)) out.push_back({e->key.evlan, e->key.evlan_mask, e->idx});
     std::sort(out.begin(), out.end());
     return out;
 }
@@ -269,5 +204,3 @@ uint32_t ManagedWorld::in_use(int tcam_id) {
     const sw_res_rm *rm = l3mac_ctx.tcam_rm[tcam_id];
     return rm ? rm->in_use : 0;
 }
-
-bool ManagedWorld::pending(const mac_entry *mac) { return !list_empty(&mac->pending_lst); }

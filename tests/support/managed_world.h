@@ -16,21 +16,13 @@
 
 using mac6 = std::array<uint8_t, 6>;
 
-inline constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
-inline constexpr uint32_t OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
-inline constexpr uint32_t VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
-inline constexpr uint32_t TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL;
-inline constexpr uint32_t SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
-
+inline constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL,
+                          VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP, TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL,
+                          SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
 
 // An entry as a row of s_route.l3mac_hw_res or s_route.l3mac_bak shows it.
 struct hw_entry {
-    uint32_t hw_id = 0;
-    uint32_t phase = 0;
-    uint32_t evlan = 0;
-    uint32_t evlan_mask = 0;
-    uint32_t mac_type = 0;
-    uint32_t phyid = 0;
+    uint32_t hw_id = 0, phase = 0, evlan = 0, evlan_mask = 0, mac_type = 0, phyid = 0;
     mac6 mac{};
     bool has_attr = true;  // false: a delete of the output table
     auto operator<=>(const hw_entry &) const = default;
@@ -43,25 +35,20 @@ struct tbl_op {
     hw_entry entry;
 };
 
+// Standing rows of the output and backup tables, sorted.
 std::vector<hw_entry> managed_hw_rows();
 std::vector<hw_entry> managed_bak_rows();
-// The standing rows of the input table.
-std::vector<l3mac_res_write> managed_res_rows();
-// The journal's writes to the output and backup tables, in call order, or
+// The journal's writes to the output and backup tables in call order, or
 // to one of them ("hw_res" or "bak").
-std::vector<tbl_op> managed_journal();
-std::vector<tbl_op> managed_journal(const std::string &table);
+std::vector<tbl_op> managed_journal(const std::string &table = "");
 
 // The uuid of one user's request for one VLAN of a MAC.
 std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan);
-
 // Lines of <root>/var/log/hnx.log that hold `text`.
 int managed_log_count(const std::string &root, const std::string &text);
-
-// The monotonic clock of the platform, replaced by one that the test sets.
-void managed_clock_install(int64_t now_us);
+// Replaces the platform's monotonic clock by one at `now_us` (the fixture
+// gives the real one back at the end of a test).
 void managed_clock_set(int64_t now_us);
-void managed_clock_remove();
 
 // A template as the cover search makes it, owned by the holder.
 struct managed_tpl {
@@ -74,37 +61,26 @@ struct managed_tpl {
 class ManagedWorld : public L3macWorld {
 protected:
     void TearDown() override;
-
     // Brings the service up on the board and runs data smoothing over an
-    // empty store. Direct decisions are switched off: rounds run only when
-    // a test calls them.
+    // empty store. Rounds run only when a test calls them.
     void start(const l3mac_caps &b = {});
-
-    // A new process over the same table store: zeroed service, tables and
-    // pools made again, smoothing not yet run.
+    // A new process over the same table store, smoothing not yet run.
     void restart();
 
-    // A user's request as the user writes it into the input table and the
-    // table service hands it to the set handler.
-    int request(uint32_t user, const std::string &uuid, uint32_t evlan,
-                uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
-    // The user deletes the row of the request.
+    // A user's request as the table service hands it to the set handler;
+    // the user's delete of its row.
+    int request(uint32_t user, const std::string &uuid, uint32_t evlan, uint32_t mac_type,
+                const mac6 &mac, uint32_t phyid = 0);
     int withdraw(uint32_t user, const std::string &uuid);
-
-    // A user writes or deletes its row while the service is not there to
-    // hear it (between two lives of the process).
+    // The same rows written or deleted while the service is not there.
     static void write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
                               uint32_t mac_type, const mac6 &mac);
     static void erase_request(uint32_t user, const std::string &uuid);
-
-    // One request of `user` per VLAN of the MAC, each with its own uuid;
-    // unwant withdraws them.
-    void want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
-              uint32_t mac_type = NORMAL, uint32_t user = 1);
-    void unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans,
-                uint32_t mac_type = NORMAL, uint32_t user = 1);
-    static std::string uuid_of(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
-        return managed_uuid(mac, mac_type, vlan);
+    // One request of `user` per VLAN of the MAC, uuids from managed_uuid.
+    void want(const mac6 &mac, std::initializer_list<uint32_t> vlans, uint32_t mac_type = NORMAL,
+              uint32_t user = 1, bool keep = true);
+    void unwant(const mac6 &mac, std::initializer_list<uint32_t> vlans, uint32_t mac_type = NORMAL) {
+        want(mac, vlans, mac_type, 1, false);
     }
 
     static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
@@ -112,5 +88,5 @@ protected:
     // {evlan, evlan_mask, idx} of the MAC's entries, sorted by evlan.
     static std::vector<std::array<uint32_t, 3>> placed(const mac_entry *mac);
     static uint32_t in_use(int tcam_id = 0);
-    static bool pending(const mac_entry *mac);
+    static bool pending(const mac_entry *mac) { return !list_empty(&mac->pending_lst); }
 };

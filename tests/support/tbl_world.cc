@@ -2,7 +2,6 @@
 #include "support/tbl_world.h"
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -19,6 +18,7 @@ void TblWorld::SetUp() {
     root_ = tmpl;
     hnx_host_set_root(root_);
     hnx_host_tbl_reset();
+    // Templates as the daemon gives them: a blank row and a blank key of each table.
     SRoute__L3macRes res = S_ROUTE__L3MAC_RES__INIT;
     SRoute__ResSubKey res_key = S_ROUTE__RES_SUB_KEY__INIT;
     SRoute__L3macHwRes hw = S_ROUTE__L3MAC_HW_RES__INIT;
@@ -64,11 +64,8 @@ bool TblWorld::child_ok(pid_t pid) {
 
 hw_row::hw_row(uint32_t hw_id, uint32_t evlan, bool with_attr) {
     key.hw_id = hw_id;
-    mac.data.len = 6;
-    mac.data.data = mac_bytes;
-    attr.evlan = evlan;
-    attr.evlan_mask = 0xfff;
-    attr.mac = &mac;
+    mac.data = {6, mac_bytes};
+    attr.evlan = evlan, attr.evlan_mask = 0xfff, attr.mac = &mac;
     res.index = &key;
     res.attr = with_attr ? &attr : nullptr;
 }

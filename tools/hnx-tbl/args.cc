@@ -7,7 +7,7 @@ const char *const kTblUsage =
     "usage: hnx-tbl [--root DIR] set TABLE FIELD=VALUE...\n"
     "       hnx-tbl [--root DIR] del TABLE KEYFIELD=VALUE...\n"
     "       hnx-tbl [--root DIR] get TABLE KEYFIELD=VALUE...\n"
-    "       hnx-tbl [--root DIR] dump TABLE [--json]\n"
+    "       hnx-tbl [--root DIR] dump TABLE [--json | --ranges]\n"
     "       hnx-tbl [--root DIR] watch TABLE...\n"
     "TABLE is a row message's full name (s_route.l3mac_res); FIELD a dotted path\n"
     "into the row (index.uuid, attr.mac). The root is --root, else HNX_ROOT.\n";
@@ -39,6 +39,7 @@ std::string complete(const tbl_args &a) {
     if (a.verb.empty()) return "no command";
     if (a.tables.empty()) return a.verb + " needs a table";
     if (a.json && a.verb != "dump") return "--json goes with dump only";
+    if (a.ranges && (a.verb != "dump" || a.json)) return "--ranges goes with dump only, without --json";
     return "";
 }
 
@@ -56,6 +57,8 @@ std::string args_parse(int argc, char **argv, tbl_args *out) {
             out->root = w.substr(7);
         } else if (w == "--json") {
             out->json = true;
+        } else if (w == "--ranges") {
+            out->ranges = true;
         } else if (w == "-h" || w == "--help") {
             out->help = true;
         } else if (w.starts_with("--")) {

@@ -10,6 +10,7 @@ struct tbl_args {
     std::string root;
     bool help = false;
     bool json = false;
+    bool ranges = false;              // dump: the numbers each entry matches
     std::string verb;                 // set, del, get, dump, watch
     std::vector<std::string> tables;  // one, or several for watch
     std::vector<std::pair<std::string, std::string>> fields;  // FIELD=VALUE words

@@ -10,6 +10,7 @@
 #include "platform/host/tbl_scan.h"
 #include "platform/ss_rt_tbl.h"
 #include "print.h"
+#include "ranges.h"
 #include "schema.h"
 
 namespace {
@@ -94,10 +95,13 @@ int cmd_dump(const tbl_args &a) {
     if (a.tables.size() != 1) return bad("dump takes one table");
     const tbl_schema *s = find_table(a.tables[0]);
     if (!s) return kExitBadInput;
+    if (a.ranges && !ranges_apply(s->row))
+        return bad("--ranges goes with s_route.l3mac_hw_res and s_route.l3mac_bak");
     int rv = tbl_scan_rows(kStore, s->row->name, [&](const tbl_row &r) {
         tbl_msg row = tbl_unpack(s->row, r.val, s->row->name);
         if (!row) return;
         std::string line = a.json ? print_json(row.get()) : print_readable(row.get());
+        if (a.ranges) line += ranges_word(row.get());
         std::printf("%s\n", line.c_str());
     });
     return rv == 0 ? kExitOk : kExitStore;

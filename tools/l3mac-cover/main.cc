@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cover_plan.h"
 #include "cover_set.h"
 #include "cover_show.h"
 
@@ -18,6 +19,7 @@ constexpr int EXIT_NO_MEMORY = 1;
 const char USAGE[] =
     "usage: l3mac-cover [--vfi] SET\n"
     "       l3mac-cover --batch < lines of 'vlan SET' or 'vfi SET'\n"
+    "       l3mac-cover --plan FILE   (lines 'MAC [vlan|vfi] SET', # comments)\n"
     "SET: numbers and ranges of 0-16383, e.g. 1-7,9,100-103; '-' is empty\n";
 
 int usage(FILE *to, int status) {
@@ -94,6 +96,7 @@ int main(int argc, char **argv) {
     if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h"))
         return usage(stdout, 0);
     if (args.size() == 1 && args[0] == "--batch") return run_batch();
+    if (args.size() == 2 && args[0] == "--plan") return cover_plan_run(std::string(args[1]));
     const bool vfi = !args.empty() && args[0] == "--vfi";
     if (vfi) args.erase(args.begin());
     if (args.size() != 1 || args[0].starts_with("--")) return usage(stderr, EXIT_BAD_INPUT);

@@ -1,0 +1,94 @@
+// hnx-load: drives the L3 MAC daemon through the table store with a
+// workload of user requests and prints what it measured.
+#include <cstdio>
+#include <cstdlib>
+#include <set>
+#include <string>
+#include <unistd.h>
+
+#include "load.h"
+#include "platform/host/hnx_host.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: hnx-load [--root DIR] WORKLOAD [options]\n"
+    "workloads: l3intf, vrrp, mixed, scale, churn, restart\n"
+    "  --daemon [PROG]   start the daemon (default: hnx-l3table-l3mac beside this tool)\n"
+"  --cap FILE        capability profile to install under the root before the start\n"
+    "  --json            one JSON object instead of lines\n"
+    "  --batch N         requests per transaction (64)\n"
+    "  --rate N --secs S churn: operations per second and seconds (20000, 5)\n"
+    "  --requests N --macs M  scale: requests over MACs; churn: MAC pool (100000, 1000)\n"
+    "  --with WORKLOAD   restart: what is loaded before the kill (l3intf)\n"
+    "  --idle S          measure the daemon's CPU for S idle seconds after the load\n"
+    "  --limit S         longest wait for the output tables (10)\n"
+    "  --seed N          random sets' seed (1)\n";
+
+std::string beside_me(const char *argv0) {
+    char buf[4096];
+    ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
+    std::string self = n > 0 ? std::string(buf, size_t(n)) : argv0;
+    return self.substr(0, self.rfind('/') + 1) + "hnx-l3table-l3mac";
+}
+
+bool number(const std::string &s, double *out) {
+    char *end = nullptr;
+    *out = std::strtod(s.c_str(), &end);
+    return !s.empty() && *end == 0 && *out >= 0;
+}
+
+// Options with a value; a bad one ends the parse with its message.
+std::string take(load_opts &o, const std::string &opt, const std::string &val) {
+    if (opt == "--root") { o.root = val; o.has_root = true; return ""; }
+    if (opt == "--with") { o.base = val; return ""; }
+    if (opt == "--cap") { o.cap = val; return ""; }
+    double v = 0;
+    if (!number(val, &v)) return "bad value \"" + val + "\" for " + opt;
+    if (opt == "--batch") o.batch = int(v);
+    else if (opt == "--rate") o.rate = v;
+    else if (opt == "--secs") o.secs = v;
+    else if (opt == "--requests") o.requests = int(v);
+    else if (opt == "--macs") o.macs = int(v);
+    else if (opt == "--idle") o.idle = v;
+    else if (opt == "--limit") o.settle_limit = v;
+    else if (opt == "--seed") o.seed = unsigned(v);
+    else return "unknown option " + opt;
+    return "";
+}
+
+std::string parse(int argc, char **argv, load_opts &o) {
+    for (int i = 1; i < argc; i++) {
+        std::string a = argv[i];
+        if (a == "--json") o.json = true;
+        else if (a == "--daemon") {
+            bool has = i + 1 < argc && argv[i + 1][0] != '-' && std::string(argv[i + 1]).find('/') != std::string::npos;
+            o.daemon = has ? argv[++i] : beside_me(argv[0]);
+        } else if (a.rfind("--", 0) == 0) {
+            if (i + 1 >= argc) return a + " needs a value";
+            if (std::string err = take(o, a, argv[++i]); !err.empty()) return err;
+        } else if (o.workload.empty()) o.workload = a;
+        else return "one workload only: " + a;
+    }
+    static const std::set<std::string> known = {"l3intf", "vrrp", "mixed", "scale", "churn", "restart"};
+    if (!known.count(o.workload)) return o.workload.empty() ? "no workload" : "unknown workload " + o.workload;
+    if (o.workload == "restart" && o.daemon.empty()) return "restart needs --daemon";
+    if (o.workload == "restart" && (o.base == "restart" || o.base == "churn" || !known.count(o.base)))
+        return "--with takes l3intf, vrrp, mixed or scale";
+    return "";
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    load_opts o;
+    if (std::string err = parse(argc, argv, o); !err.empty()) {
+        std::fprintf(stderr, "hnx-load: %s\n%s", err.c_str(), kUsage);
+        return 1;
+    }
+    if (o.has_root) hnx_host_set_root(o.root);
+    load_figures fig;
+    int rv = load_run(o, &fig);
+    load_print(fig, o.workload, o.json);
+    return rv;
+}
