@@ -17,8 +17,12 @@ pid_t spawn(const std::string &prog, std::vector<std::string> args, const std::s
     if (pid != 0) return pid;
     setenv("HNX_ROOT", root.c_str(), 1);
     setenv("HNX_TIMER_UNIT_MS", "20", 1);
+    // Standard output is the service's log; the host platform's own lines
+    // go to standard error, kept apart in `out`.err.
     const int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (fd >= 0) dup2(fd, STDOUT_FILENO), dup2(fd, STDERR_FILENO), close(fd);
+    if (fd >= 0) dup2(fd, STDOUT_FILENO), close(fd);
+    const int efd = open((out + ".err").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    if (efd >= 0) dup2(efd, STDERR_FILENO), close(efd);
     args.insert(args.begin(), prog);
     std::vector<char *> argv;
     for (std::string &a : args) argv.push_back(a.data());
