@@ -48,8 +48,8 @@ struct out_buf {
     }
 };
 
-// One conversion spec as read from the format, with '*' resolved.
-struct conv_spec {
+// One conversion as read from the format, with '*' resolved.
+struct conv_item {
     const char *start;  // the '%' in the format
     const char *end;    // one past the conversion character
     char flags[8] = {};
@@ -62,7 +62,7 @@ struct conv_spec {
 
 bool is_flag(char c) { return c && std::strchr("-+ #0'", c); }
 
-void add_flag(conv_spec &s, char c) {
+void add_flag(conv_item &s, char c) {
     if (std::strchr(s.flags, c) == nullptr && s.nflags < 7) s.flags[s.nflags++] = c;
 }
 
@@ -76,7 +76,7 @@ int read_num(const char *&p) {
     return v > INT_MAX ? -2 : static_cast<int>(v);
 }
 
-void read_width(conv_spec &s, const char *&p, va_list &ap) {
+void read_width(conv_item &s, const char *&p, va_list &ap) {
     if (*p != '*') {
         if (*p >= '0' && *p <= '9') s.width = read_num(p);
         return;
@@ -90,7 +90,7 @@ void read_width(conv_spec &s, const char *&p, va_list &ap) {
     s.width = w > INT_MAX ? -2 : static_cast<int>(w);
 }
 
-void read_prec(conv_spec &s, const char *&p, va_list &ap) {
+void read_prec(conv_item &s, const char *&p, va_list &ap) {
     if (*p != '.') return;
     p++;
     if (*p == '*') {
@@ -102,7 +102,7 @@ void read_prec(conv_spec &s, const char *&p, va_list &ap) {
     }
 }
 
-void read_len(conv_spec &s, const char *&p) {
+void read_len(conv_item &s, const char *&p) {
     int n = 0;
     if ((p[0] == 'h' || p[0] == 'l') && p[1] == p[0]) {
         s.len[n++] = *p++;
@@ -116,9 +116,9 @@ void read_len(conv_spec &s, const char *&p) {
     }
 }
 
-// Reads the spec behind the '%' at p (the width and precision arguments
-// included). A format that ends inside the spec leaves conv 0.
-void read_spec(conv_spec &s, const char *p, va_list &ap) {
+// Reads the conversion behind the '%' at p (the width and precision arguments
+// included). A format that ends inside the conversion leaves conv 0.
+void read_spec(conv_item &s, const char *p, va_list &ap) {
     s.start = p++;
     for (; is_flag(*p); p++) add_flag(s, *p);
     read_width(s, p, ap);
@@ -129,25 +129,25 @@ void read_spec(conv_spec &s, const char *p, va_list &ap) {
 }
 
 // A field wider than an int can count fails, as in snprintf.
-bool too_wide(const conv_spec &s) { return s.width == -2 || s.prec == -2; }
+bool too_wide(const conv_item &s) { return s.width == -2 || s.prec == -2; }
 
-// The spec again, for snprintf, with numbers in place of '*'.
-void build(const conv_spec &s, char *spec, size_t n) {
+// The conversion again, for snprintf, with numbers in place of '*'.
+void build(const conv_item &s, char *one, size_t n) {
     char width[16] = "", prec[16] = "";
     if (s.width >= 0) std::snprintf(width, sizeof width, "%d", s.width);
     if (s.prec >= 0) std::snprintf(prec, sizeof prec, ".%d", s.prec);
-    std::snprintf(spec, n, "%%%s%s%s%s%c", s.flags, width, prec, s.len, s.conv);
+    std::snprintf(one, n, "%%%s%s%s%s%c", s.flags, width, prec, s.len, s.conv);
 }
 
-template <class T> void piece(out_buf &o, const conv_spec &s, T v) {
-    char spec[64];
-    build(s, spec, sizeof spec);
-    o.wrote(std::snprintf(o.at(), o.room(), spec, v));
+template <class T> void piece(out_buf &o, const conv_item &s, T v) {
+    char one[64];
+    build(s, one, sizeof one);
+    o.wrote(std::snprintf(o.at(), o.room(), one, v));
 }
 
-bool len_is(const conv_spec &s, const char *l) { return std::strcmp(s.len, l) == 0; }
+bool len_is(const conv_item &s, const char *l) { return std::strcmp(s.len, l) == 0; }
 
-void signed_piece(out_buf &o, const conv_spec &s, va_list &ap) {
+void signed_piece(out_buf &o, const conv_item &s, va_list &ap) {
     if (len_is(s, "l")) piece(o, s, va_arg(ap, long));
     else if (len_is(s, "ll") || len_is(s, "L")) piece(o, s, va_arg(ap, long long));
     else if (len_is(s, "z")) piece(o, s, va_arg(ap, std::make_signed_t<size_t>));
@@ -156,7 +156,7 @@ void signed_piece(out_buf &o, const conv_spec &s, va_list &ap) {
     else piece(o, s, va_arg(ap, int));  // "", "h", "hh": promoted to int
 }
 
-void unsigned_piece(out_buf &o, const conv_spec &s, va_list &ap) {
+void unsigned_piece(out_buf &o, const conv_item &s, va_list &ap) {
     if (len_is(s, "l")) piece(o, s, va_arg(ap, unsigned long));
     else if (len_is(s, "ll") || len_is(s, "L")) piece(o, s, va_arg(ap, unsigned long long));
     else if (len_is(s, "z")) piece(o, s, va_arg(ap, size_t));
@@ -165,13 +165,13 @@ void unsigned_piece(out_buf &o, const conv_spec &s, va_list &ap) {
     else piece(o, s, va_arg(ap, unsigned));
 }
 
-void float_piece(out_buf &o, const conv_spec &s, va_list &ap) {
+void float_piece(out_buf &o, const conv_item &s, va_list &ap) {
     if (len_is(s, "L")) piece(o, s, va_arg(ap, long double));
     else piece(o, s, va_arg(ap, double));
 }
 
 // %n: stores the count so far, at the width its length modifier names.
-void count_piece(const out_buf &o, const conv_spec &s, va_list &ap) {
+void count_piece(const out_buf &o, const conv_item &s, va_list &ap) {
     long long n = static_cast<long long>(o.total);
     if (len_is(s, "hh")) *va_arg(ap, signed char *) = static_cast<signed char>(n);
     else if (len_is(s, "h")) *va_arg(ap, short *) = static_cast<short>(n);
@@ -182,7 +182,7 @@ void count_piece(const out_buf &o, const conv_spec &s, va_list &ap) {
 }
 
 // %m: the address as text, then placed in its field like a %s.
-void mac_piece(out_buf &o, const conv_spec &s, va_list &ap) {
+void mac_piece(out_buf &o, const conv_item &s, va_list &ap) {
     const uint8_t *m = va_arg(ap, const uint8_t *);
     char text[18] = "(null)";
     if (m)
@@ -193,7 +193,7 @@ void mac_piece(out_buf &o, const conv_spec &s, va_list &ap) {
     o.wrote(std::snprintf(o.at(), o.room(), left ? "%-*s" : "%*s", width, text));
 }
 
-void conversion(out_buf &o, const conv_spec &s, va_list &ap) {
+void conversion(out_buf &o, const conv_item &s, va_list &ap) {
     switch (s.conv) {
     case 'd': case 'i': signed_piece(o, s, ap); break;
     case 'u': case 'o': case 'x': case 'X': unsigned_piece(o, s, ap); break;
@@ -227,7 +227,7 @@ int at_vsnprintf(char *buf, size_t size, const char *fmt, va_list &ap) {
             break;
         }
         o.put(p, static_cast<size_t>(pct - p));
-        conv_spec s;
+        conv_item s;
         read_spec(s, pct, ap);
         if (too_wide(s)) {
             o.failed = true;
