@@ -1,0 +1,187 @@
+// A service for one benchmark: a temporary file root with a board profile,
+// an empty table store on SQLite, zeroed state, brought up and smoothed by
+// direct calls. The loop never runs: rounds and smoothing are called here.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "decision/l3mac_decision.h"
+#include "decision/l3mac_mac.h"
+#include "frame/l3mac_ctx.h"
+#include "frame/l3mac_ds.h"
+#include "frame/l3mac_main.h"
+#include "frame/l3mac_mem.h"
+#include "platform/host/hnx_host.h"
+#include "platform/host/tbl_turn.h"
+#include "platform/ss_rt_tbl.h"
+#include "platform/sw_rt_res.h"
+#include "request/l3mac_msg.h"
+#include "s_route.pb-c.h"
+#include "store/l3mac_db.h"
+#include "store/l3mac_store.h"
+
+inline constexpr uint32_t kBenchNormal = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
+inline constexpr uint32_t kBenchOl = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
+inline constexpr uint32_t kBenchVrrp = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
+inline constexpr uint32_t kBenchUser = S_ROUTE__L3TABLE_USER_E__L3TABLE_UC;
+
+// A board with both TCAMs managed, each of `cap` entries, and no copy of
+// every type to the second: L3MAC_OL and L3MAC_TNL go there, the rest to
+// the first.
+inline std::string bench_profile(int cap) {
+    char j[512];
+    std::snprintf(j, sizeof j,
+                  "{\"s_route\": {\"l3mac\": {\"capacity\": {\"algo\": 2, \"tcam-cap\": %d, "
+                  "\"tcam2-cap\": %d, \"rsvd-size\": 0}, \"ability\": {\"tcam2-en\": true, "
+                  "\"is-mng\": true, \"is-mng2\": true, \"copy-to-tcam2\": false}}, "
+                  "\"l3intf\": {\"capacity\": {\"l3mac-dec-cnt\": 5}}}, "
+                  "\"s_bridge\": {\"ebridge\": {\"capacity\": {\"evlan_num\": 20480}}}}",
+                  cap, cap);
+    return j;
+}
+
+// One request row of s_route.l3mac_res on the stack.
+struct bench_row {
+    SRoute__ResSubKey key = S_ROUTE__RES_SUB_KEY__INIT;
+    SRoute__L3macAttr attr = S_ROUTE__L3MAC_ATTR__INIT;
+    PLibpub__Mac mac = P_LIBPUB__MAC__INIT;
+    SRoute__L3macRes res = S_ROUTE__L3MAC_RES__INIT;
+    uint8_t mac_bytes[6];
+
+    bench_row(const std::string &uuid, uint64_t mac48, uint32_t evlan, uint32_t mac_type) {
+        for (int i = 0; i < 6; i++) mac_bytes[i] = uint8_t(mac48 >> (8 * (5 - i)));
+        key.t_user = kBenchUser;
+        key.uuid = const_cast<char *>(uuid.c_str());
+        mac.data = {6, mac_bytes};
+        attr.evlan = evlan;
+        attr.mac_type = SRoute__L3macTypeE(mac_type);
+        attr.mac = &mac;
+        res.index = &key;
+        res.status = S_ROUTE__L3TABLE_STATUS_E__STATUS_REQUEST;
+        res.attr = &attr;
+    }
+    bench_row(const bench_row &) = delete;
+};
+
+// One user's request: its uuid, MAC and VLAN (or VFI number).
+struct bench_req {
+    std::string uuid;
+    uint64_t mac;
+    uint32_t evlan;
+    uint32_t mac_type;
+};
+
+// "<prefix><a>-<b>": the uuid of one request.
+inline std::string bench_uuid(const char *prefix, uint32_t a, uint32_t b) {
+    char u[64];
+    std::snprintf(u, sizeof u, "%s%u-%u", prefix, a, b);
+    return u;
+}
+
+inline int bench_set(const bench_req &r) {
+    bench_row row(r.uuid, r.mac, r.evlan, r.mac_type);
+    return l3mac_set_msg_proc(&row.res);
+}
+
+inline int bench_del(const bench_req &r) {
+    bench_row row(r.uuid, 0, 0, 0);
+    row.res.attr = nullptr;
+    return l3mac_del_msg_proc(&row.res);
+}
+
+// The row written to the input table, as a user would, without the handler.
+inline void bench_store_request(const bench_req &r) {
+    bench_row row(r.uuid, r.mac, r.evlan, r.mac_type);
+    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
+}
+
+// One process life of the service over the world's root. Only one stands
+// at a time: the service's state is the process's.
+class bench_service {
+public:
+    bench_service() {
+        std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
+        list_init(&l3mac_pending_head);
+        l3mac_commom_decision_counter = 5;
+        l3mac_mem_fail_after = -1;
+        std::memset(g_sw_rt_res_ss_err_cnt, 0, sizeof g_sw_rt_res_ss_err_cnt);
+        g_rt_l3tb_log_level = 0;
+        l3mac_ctx.global = kw_global_init("hnx-l3table-l3mac", 0);
+        l3mac_tbl_init();
+        l3mac_connect_cb();
+    }
+
+    // The service never frees its stores; a benchmark that starts many
+    // lives must, or its memory grows with the iterations.
+    ~bench_service() {
+        release(l3mac_ctx.mac_db);
+        release(l3mac_ctx.tcam_db);
+        release(l3mac_ctx.user_db);
+        release(l3mac_ctx.vrrp_db);
+        l3mac_free(l3mac_ctx.l3mac_time_ring.samples);
+        hnx_host_tbl_reset();
+        kw_global_finish(l3mac_ctx.global);
+        std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
+    }
+    bench_service(const bench_service &) = delete;
+
+    // Data smoothing, then no direct rounds after requests: only the calls
+    // of the benchmark decide.
+    static void smooth_quietly() {
+        l3mac_data_check();
+        tbl_turn_commit();
+        l3mac_commom_decision_counter = 0;
+        l3mac_ctx.drv_decision_max_counter = 0;
+    }
+
+    // A tick's reset of the budgets, without its round.
+    static void new_tick() {
+        l3mac_ctx.commom_decision_cnt = 0;
+        l3mac_ctx.drv_decision_cnt = 0;
+    }
+
+    static uint32_t in_use(int tcam) {
+        const sw_res_rm *rm = l3mac_ctx.tcam_rm[tcam];
+        return rm ? rm->in_use : 0;
+    }
+
+private:
+    template <class Rec> static void release(l3mac_store<Rec> *d) {
+        if (d == nullptr) return;
+        std::vector<Rec *> all;
+        d->scan([&](Rec *r) { return all.push_back(r), 0; });
+        for (Rec *r : all) l3mac_free(r);
+        l3mac_free(d->flags);
+        l3mac_free(d->slots);
+        l3mac_free(d);
+    }
+};
+
+// The file root with its profile, removed at the end.
+class bench_root {
+public:
+    explicit bench_root(const std::string &profile) {
+        char tmpl[] = "/tmp/l3mac-bench-XXXXXX";
+        if (mkdtemp(tmpl) == nullptr) std::abort();
+        path_ = tmpl;
+        hnx_host_set_root(path_);
+        hnx_host_tbl_reset();
+        std::filesystem::create_directories(path_ + "/etc/hnx");
+        std::ofstream(path_ + "/etc/hnx/capability.json") << profile;
+    }
+    ~bench_root() {
+        hnx_host_tbl_reset();
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    bench_root(const bench_root &) = delete;
+
+private:
+    std::string path_;
+};
