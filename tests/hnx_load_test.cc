@@ -19,11 +19,11 @@ struct load_result {
 };
 
 // Runs hnx-load under a fresh root with a daemon of its own.
-load_result run_load(const std::string &args) {
+load_result run_load(const std::string &args, const std::string &cap = kCap) {
     char tmpl[] = "/tmp/hnx-load-test.XXXXXX";
     std::string root = mkdtemp(tmpl);
     std::string cmd = kBin + "/hnx-load --root " + root + " " + args + " --daemon " + kBin +
-                      "/hnx-l3table-l3mac --cap " + kCap + " 2>&1";
+                      "/hnx-l3table-l3mac --cap " + cap + " 2>&1";
     load_result r;
     FILE *p = popen(cmd.c_str(), "r");
     char line[512];
@@ -67,6 +67,20 @@ TEST(HnxLoad, RestartWithUnchangedRequestsChangesNothing) {
     ASSERT_EQ(r.status, 0);
     EXPECT_EQ(r.fig["unresolved"], 0);
     EXPECT_GT(r.fig["restart_smoothing_end_ms"], 0);
+    EXPECT_EQ(r.fig["restart_hw_changes"], 0);
+    EXPECT_EQ(r.fig["restart_entries_moved"], 0);
+}
+
+// scale2 is what the restart figure of full TCAMs stands on: exactly 4096
+// entries in each, every request served, and nothing moves across the kill.
+TEST(HnxLoad, Scale2FillsBothTcamsExactly) {
+    load_result r = run_load("restart --with scale2 --requests 32768",
+                             std::string(HNX_SOURCE_DIR) + "/bench/capability-4096.json");
+    ASSERT_EQ(r.status, 0);
+    EXPECT_EQ(r.fig["requests"], 32768);
+    EXPECT_EQ(r.fig["mac_vlan_pairs"], 32768);
+    EXPECT_EQ(r.fig["unresolved"], 0);
+    EXPECT_EQ(r.fig["tcam_entries"], 2 * 4096);
     EXPECT_EQ(r.fig["restart_hw_changes"], 0);
     EXPECT_EQ(r.fig["restart_entries_moved"], 0);
 }

@@ -13,13 +13,14 @@ namespace {
 
 const char kUsage[] =
     "usage: hnx-load [--root DIR] WORKLOAD [options]\n"
-    "workloads: l3intf, vrrp, mixed, scale, churn, restart\n"
+    "workloads: l3intf, vrrp, mixed, scale, scale2, churn, restart\n"
     "  --daemon [PROG]   start the daemon (default: hnx-l3table-l3mac beside this tool)\n"
 "  --cap FILE        capability profile to install under the root before the start\n"
     "  --json            one JSON object instead of lines\n"
     "  --batch N         requests per transaction (64)\n"
     "  --rate N --secs S churn: operations per second and seconds (20000, 5)\n"
     "  --requests N --macs M  scale: requests over MACs; churn: MAC pool (100000, 1000)\n"
+    "                    scale2: 2 x 4096 entries from N requests, 32768 to 65536\n"
     "  --with WORKLOAD   restart: what is loaded before the kill (l3intf)\n"
     "  --idle S          measure the daemon's CPU for S idle seconds after the load\n"
     "  --limit S         longest wait for the output tables (10)\n"
@@ -70,11 +71,11 @@ std::string parse(int argc, char **argv, load_opts &o) {
         } else if (o.workload.empty()) o.workload = a;
         else return "one workload only: " + a;
     }
-    static const std::set<std::string> known = {"l3intf", "vrrp", "mixed", "scale", "churn", "restart"};
+    static const std::set<std::string> known = {"l3intf", "vrrp", "mixed", "scale", "scale2", "churn", "restart"};
     if (!known.count(o.workload)) return o.workload.empty() ? "no workload" : "unknown workload " + o.workload;
     if (o.workload == "restart" && o.daemon.empty()) return "restart needs --daemon";
     if (o.workload == "restart" && (o.base == "restart" || o.base == "churn" || !known.count(o.base)))
-        return "--with takes l3intf, vrrp, mixed or scale";
+        return "--with takes l3intf, vrrp, mixed, scale or scale2";
     return "";
 }
 

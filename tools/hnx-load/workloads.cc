@@ -1,4 +1,5 @@
 // The workloads: which users ask for which MAC on which VLANs or VFIs.
+#include <algorithm>
 #include <random>
 #include <set>
 
@@ -72,6 +73,33 @@ void scale(std::vector<load_req> &out, const load_opts &o, std::mt19937 &rng) {
     }
 }
 
+// Both TCAMs exactly full: 1024 router MACs on the first, 1024 overlay MACs
+// on the second (L3MAC_OL, VFI numbers), four entries each. Each MAC asks
+// for four blocks of 4 or 8 numbers in the 8-number slots 3, 5, 6 and 9 of
+// a 128-number window: slots that differ in two bits or more never merge
+// into a larger value/mask pair, and no member is a power of two, which
+// would pair with value 0, so each block is one entry. Enough blocks are
+// of 8 to make --requests in all, within 32 768 to 65 536.
+void scale2(std::vector<load_req> &out, const load_opts &o) {
+    constexpr uint32_t kMacs = 2048, kBlocks = 4 * kMacs;
+    static const uint32_t slot[4] = {3, 5, 6, 9};
+    const uint32_t n = std::clamp<uint32_t>(uint32_t(std::max(o.requests, 0)), 4 * kBlocks, 8 * kBlocks);
+    const uint32_t large = (n - 4 * kBlocks) / 4;
+    for (uint32_t m = 0; m < kMacs; m++) {
+        const bool ol = m >= kMacs / 2;
+        const uint32_t base = 128 * (1 + m % 30);
+        for (uint32_t j = 0; j < 4; j++) {
+            const uint32_t b = 4 * m + j;
+            const uint32_t size = (b + 1) * large / kBlocks != b * large / kBlocks ? 8 : 4;
+            for (uint32_t v = base + 8 * slot[j]; v < base + 8 * slot[j] + size; v++)
+                out.push_back(req(ol ? S_ROUTE__L3TABLE_USER_E__L3TABLE_VXLAN : S_ROUTE__L3TABLE_USER_E__L3TABLE_L3INTF,
+                                  "s2-" + std::to_string(m) + "-" + std::to_string(v),
+                                  0x080000000000ull + m, v,
+                                  ol ? S_ROUTE__L3MAC_TYPE_E__L3MAC_OL : S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL));
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<load_req> load_make(const std::string &w, const load_opts &o) {
@@ -81,6 +109,7 @@ std::vector<load_req> load_make(const std::string &w, const load_opts &o) {
     if (w == "vrrp" || w == "mixed") vrrp(out);
     if (w == "mixed") extras(out, rng);
     if (w == "scale") scale(out, o, rng);
+    if (w == "scale2") scale2(out, o);
     return out;
 }
 
