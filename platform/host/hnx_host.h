@@ -44,7 +44,9 @@ struct hnx_tbl_write {
 // closes the stores, so that a test can start again under a new root.
 void hnx_host_tbl_reset();
 
-// Writes of this process since the last clear, in call order.
+// Writes of this process since the last clear, in call order. Kept only
+// from the first hnx_host_tbl_reset() on, so that a process that never
+// resets (the daemon, the tools) does not hold every write of its life.
 const std::vector<hnx_tbl_write> &hnx_host_tbl_journal();
 void hnx_host_tbl_journal_clear();
 

@@ -52,8 +52,11 @@ bool row_fits(const ss_rt_tbl *tbl, const ProtobufCMessage *row) {
     return false;
 }
 
+// Only a process that reset the service (a test) keeps a journal: the
+// daemon's would grow with every write of its life.
 void journal(const ss_rt_tbl *tbl, bool is_add, const ProtobufCMessage *row) {
-    if (tbl && row) tbl_proc().journal.push_back({tbl->name, is_add, tbl_pack(row)});
+    tbl_process &p = tbl_proc();
+    if (p.keep_journal && tbl && row) p.journal.push_back({tbl->name, is_add, tbl_pack(row)});
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ int deliver_batch(int db, tbl_store *st, bool *more) {
     if (st->changes(from, kBatch, &batch) != 0) return 0;
     *more = int(batch.size()) == kBatch;
     int n = 0;
-    pid_t self = getpid();
+    pid_t self = tbl_self_pid();
     for (const tbl_change &c : batch) {
         tbl_feed &f = tbl_proc().feeds[db];
         if (c.seq <= f.cursor) continue;

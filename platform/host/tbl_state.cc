@@ -74,7 +74,7 @@ std::string store_path(int db) {
 
 tbl_store *tbl_store_of(int db) {
     tbl_process &p = tbl_proc();
-    if (!p.stores.empty() && p.stores.begin()->second->owner() != getpid()) forget_parent();
+    if (!p.stores.empty() && p.stores.begin()->second->owner() != tbl_self_pid()) forget_parent();
     auto it = p.stores.find(db);
     if (it != p.stores.end()) return it->second.get();
     std::unique_ptr<tbl_store> st = tbl_store::open(db, store_path(db));
@@ -99,10 +99,11 @@ void close_feeds(tbl_process &p) {
 
 void hnx_host_tbl_reset() {
     tbl_process &p = tbl_proc();
-    if (!p.stores.empty() && p.stores.begin()->second->owner() != getpid()) forget_parent();
+    if (!p.stores.empty() && p.stores.begin()->second->owner() != tbl_self_pid()) forget_parent();
     tbl_turn_forget(true);
     close_feeds(p);
     for (auto &[id, t] : p.tables) tbl_close_handle(reinterpret_cast<uv_handle_t *>(t->ds.timer));
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.kick));
     p = tbl_process{};
+    p.keep_journal = true;
 }

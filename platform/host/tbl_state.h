@@ -57,6 +57,7 @@ struct tbl_process {
     std::map<std::pair<int, std::string>, std::unique_ptr<ss_rt_tbl>> tables;
     std::map<int, tbl_feed> feeds;
     std::vector<hnx_tbl_write> journal;
+    bool keep_journal = false;               // set by hnx_host_tbl_reset
     ss_rt_tbl_void_fn connect_cb = nullptr;
     ss_rt_tbl_void_fn ds_fn = nullptr;
     bool connect_due = false;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include <pthread.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -92,6 +93,15 @@ int busy_wait(void *, int tries) {
     return 1;
 }
 
+}  // namespace
+
+pid_t tbl_self_pid() {
+    static pid_t pid = (pthread_atfork(nullptr, nullptr, [] { pid = getpid(); }), getpid());
+    return pid;
+}
+
+namespace {
+
 bool pid_is_dead(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 
 }  // namespace
@@ -100,7 +110,7 @@ std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path) {
     std::error_code ec;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
     std::unique_ptr<tbl_store> st(new tbl_store(db, path));
-    st->owner_ = getpid();
+    st->owner_ = tbl_self_pid();
     int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(path.c_str(), &st->sql_, flags, nullptr) != SQLITE_OK) {
         st->fail("open");

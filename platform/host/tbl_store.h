@@ -38,6 +38,10 @@ struct tbl_change {
     pid_t writer;
 };
 
+// This process's id, without a system call on every write; a child after
+// fork reads its own.
+pid_t tbl_self_pid();
+
 // Changes further than this behind the newest are pruned even when a reader
 // still stands on them: a reader that stalls this long loses the oldest
 // (and says so when it reads on).
