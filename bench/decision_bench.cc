@@ -65,7 +65,6 @@ void BM_DecisionRound(benchmark::State &state) {
             bench_service svc;
             bench_service::smooth_quietly();
             for (const bench_req &r : reqs) bench_set(r);
-            hnx_host_tbl_journal_clear();
             state.ResumeTiming();
             sw_l3mac_mac_decision();
             auto t0 = std::chrono::steady_clock::now();

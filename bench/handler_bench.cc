@@ -36,7 +36,6 @@ void run_burst(benchmark::State &state, bool one_mac) {
         state.PauseTiming();
         sw_l3mac_mac_decision();
         tbl_turn_commit();
-        hnx_host_tbl_journal_clear();
         bench_service::new_tick();
         if (bench_service::in_use(0) != 0) state.SkipWithError("entries left");
         state.ResumeTiming();

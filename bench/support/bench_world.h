@@ -18,6 +18,7 @@
 #include "frame/l3mac_main.h"
 #include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
+#include "platform/host/tbl_state.h"
 #include "platform/host/tbl_turn.h"
 #include "platform/ss_rt_tbl.h"
 #include "platform/sw_rt_res.h"
@@ -101,6 +102,13 @@ inline void bench_store_request(const bench_req &r) {
     ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
 }
 
+// The table service forgets every table and closes its stores; it keeps no
+// journal of the writes, as in the daemon.
+inline void bench_tbl_reset() {
+    hnx_host_tbl_reset();
+    tbl_proc().keep_journal = false;
+}
+
 // One process life of the service over the world's root. Only one stands
 // at a time: the service's state is the process's.
 class bench_service {
@@ -125,7 +133,7 @@ public:
         release(l3mac_ctx.user_db);
         release(l3mac_ctx.vrrp_db);
         l3mac_free(l3mac_ctx.l3mac_time_ring.samples);
-        hnx_host_tbl_reset();
+        bench_tbl_reset();
         kw_global_finish(l3mac_ctx.global);
         std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
     }
@@ -171,12 +179,12 @@ public:
         if (mkdtemp(tmpl) == nullptr) std::abort();
         path_ = tmpl;
         hnx_host_set_root(path_);
-        hnx_host_tbl_reset();
+        bench_tbl_reset();
         std::filesystem::create_directories(path_ + "/etc/hnx");
         std::ofstream(path_ + "/etc/hnx/capability.json") << profile;
     }
     ~bench_root() {
-        hnx_host_tbl_reset();
+        bench_tbl_reset();
         std::error_code ec;
         std::filesystem::remove_all(path_, ec);
     }
