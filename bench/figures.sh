@@ -41,7 +41,11 @@ show() {
 row() {
     case $1 in
     mixed) run mixed mixed
-        show mixed end_to_end_per_s write_rate_per_s per_cpu_s_requests tcam_entries mac_vlan_pairs ;;
+        show mixed end_to_end_per_s write_rate_per_s complete_after_last_commit_ms per_cpu_s_requests \
+            writer_cpu_s daemon_cpu_s tcam_entries mac_vlan_pairs ;;
+    scale2) run scale2 scale2 --requests 50000
+        show scale2 end_to_end_per_s write_rate_per_s complete_after_last_commit_ms per_cpu_s_requests \
+            writer_cpu_s daemon_cpu_s tcam_entries unresolved ;;
     l3intf) run l3intf l3intf --idle 2
         show l3intf write_rate_per_s per_cpu_s_requests complete_after_last_commit_ms latency_p50_ms \
             latency_p99_ms l3mac_hw_res_sets l3mac_hw_res_dels l3mac_bak_sets l3mac_bak_dels \
@@ -65,7 +69,7 @@ row() {
 
 echo "start $(date -u +%H:%M) UTC, load average: $(cut -d' ' -f1-3 /proc/loadavg)"
 if [ $# -eq 0 ]; then
-    set -- mixed l3intf latency restart restart1 restart2 memory churn
+    set -- mixed scale2 l3intf latency restart restart1 restart2 memory churn
 fi
 for r in "$@"; do row "$r"; done
 echo "end $(date -u +%H:%M) UTC, load average: $(cut -d' ' -f1-3 /proc/loadavg)"
