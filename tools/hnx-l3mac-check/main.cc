@@ -44,7 +44,8 @@ int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
 // The profile as the service reads it, defaults included.
 l3mac_check_board hnx_check_board() {
     l3mac_cap_init();
-    l3mac_set_vfi_mask(l3mac_ctx.evlan_num - 4096);
+    const int32_t evlan_num = l3mac_ctx.evlan_num;
+    l3mac_set_vfi_mask(evlan_num > 4096 ? evlan_num - 4096 : 0);
     return l3mac_check_board_planned();
 }
 
