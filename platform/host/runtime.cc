@@ -11,8 +11,9 @@
 
 namespace {
 
-// Every live runtime, so that one a test never finishes is still held.
-std::unordered_set<host_runtime *> g_runtimes;
+// Every live runtime, so that one a test never finishes is still held; the
+// set is never destroyed, so that it holds them to the very end.
+std::unordered_set<host_runtime *> &g_runtimes = *new std::unordered_set<host_runtime *>;
 host_runtime *g_last;
 
 struct exit_registration {

@@ -28,10 +28,12 @@ struct ssat_module {
     ssat_server *server = nullptr;
 };
 
-// Everything runs on the event thread: no lock.
+// Everything runs on the event thread: no lock. The registry is never
+// destroyed, so that a server whose handle the runtime's finish closed is
+// still held, not lost, when the process ends.
 std::map<std::string, ssat_module, std::less<>> &modules() {
-    static std::map<std::string, ssat_module, std::less<>> m;
-    return m;
+    static auto *m = new std::map<std::string, ssat_module, std::less<>>;
+    return *m;
 }
 
 ssat_module *find_module(std::string_view name) {

@@ -104,6 +104,17 @@ namespace {
 
 bool pid_is_dead(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 
+// Two processes that open a new store at once both switch it to WAL; the
+// one that meets the other's switch is told "locked" at once, without the
+// busy wait. It tries again for as long as a busy wait would last.
+void wait_for_wal(sqlite3 *db) {
+    for (int waited = 0; waited < kBusyMs; waited += 5) {
+        if (sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr) != SQLITE_BUSY)
+            return;
+        usleep(5000);
+    }
+}
+
 }  // namespace
 
 std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path) {
@@ -122,6 +133,7 @@ std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path) {
 }
 
 int tbl_store::setup() {
+    wait_for_wal(sql_);  // a failure that outlasts the wait is reported below
     // The store is the switch's runtime state under /var/run, which a
     // reboot empties anyway: it must survive its processes, not the power.
     // A killed process loses nothing without syncs, since the kernel holds

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -34,6 +35,10 @@ pid_t spawn(const std::string &prog, std::vector<std::string> args, const std::s
 }  // namespace
 
 pid_t managed_daemon_start(const std::string &bin, const std::string &root) {
+    // As on a real system, /var/run is there before the daemon takes its
+    // lock in it: without it the daemon ends at once.
+    std::error_code ec;
+    std::filesystem::create_directories(root + "/var/run", ec);
     return spawn(bin + "/hnx-l3table-l3mac", {}, root, root + "/daemon.out");
 }
 

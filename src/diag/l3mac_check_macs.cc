@@ -1,0 +1,164 @@
+// The rule of one managed MAC: its entries are exactly the cover of the
+// numbers that its requests need, or the MAC is unserved, which only a
+// TCAM without room for the whole cover excuses.
+#include <cinttypes>
+#include <cstdio>
+
+#include "decision/l3mac_bmp.h"
+#include "decision/l3mac_mask.h"
+#include "diag/l3mac_check_model.h"
+#include "frame/l3mac_mem.h"
+
+namespace {
+
+constexpr uint32_t kOl = 1;
+
+bool l3mac_check_covers(const l3mac_pairs &entries, uint32_t v) {
+    for (const auto &[evlan, mask] : entries)
+        if (((v ^ evlan) & mask) == 0) return true;
+    return false;
+}
+
+// The space's top value, which no entry may match and no request needs.
+uint32_t l3mac_check_top(bool is_vfi) { return is_vfi ? 16383 : 4095; }
+
+std::string l3mac_check_uncovered(const l3mac_pairs &entries, const l3mac_check_wanted &w,
+                                  bool is_vfi) {
+    std::string out;
+    for (uint32_t n : w.need)
+        if (n >= 1 && n < l3mac_check_top(is_vfi) && !l3mac_check_covers(entries, n))
+            out += " " + std::to_string(n);
+    return out.empty() ? " none" : out;
+}
+
+std::string l3mac_check_pairs_text(const l3mac_pairs &p) {
+    std::string out;
+    char buf[48];
+    for (const auto &[evlan, mask] : p) {
+        std::snprintf(buf, sizeof buf, " %u/%#x", evlan, mask);
+        out += buf;
+    }
+    return out.empty() ? " none" : out;
+}
+
+l3mac_pairs l3mac_check_minus(const l3mac_pairs &a, const l3mac_pairs &b) {
+    l3mac_pairs out;
+    for (const auto &p : a)
+        if (!b.count(p)) out.insert(p);
+    return out;
+}
+
+void l3mac_check_one_mac(const l3mac_check_board &b, const l3mac_mac_key &k,
+                         const l3mac_check_wanted &w, const l3mac_pairs &placed,
+                         const l3mac_check_model &m, l3mac_check_report *rep) {
+    const bool is_vfi = k.mac_type == kOl;
+    const int tcam = l3mac_check_tcam_of(b, k.mac_type);
+    const l3mac_pairs cover = l3mac_check_cover(w.need, is_vfi, b.vfi_mask);
+    if (placed == cover) return;
+    if (!w.may.empty() && l3mac_check_serves(placed, w, is_vfi)) return;
+    const std::string mac = l3mac_check_mac_text(k);
+    // What such a MAC wants lies between its requests and all its rows,
+    // and so does whether it fits: it is reported, not judged.
+    const bool unsure = !w.may.empty() || m.loose();
+    if (!b.pool[tcam]) {
+        rep->note("unserved: %s: TCAM %d has no index pool", mac.c_str(), tcam);
+        return;
+    }
+    const int64_t need = int64_t(cover.size()) + rep->fill[tcam] - int64_t(placed.size());
+    const std::string detail =
+        "; uncovered:" + l3mac_check_uncovered(placed, w, is_vfi) + "; surplus:" +
+        l3mac_check_pairs_text(l3mac_check_minus(placed, cover)) + "; missing:" +
+        l3mac_check_pairs_text(l3mac_check_minus(cover, placed));
+    if (need <= int64_t(b.limit[tcam]) && !unsure) {
+        rep->violation("%s holds %zu entries where its cover has %zu, and TCAM %d has room "
+                       "for it (%u of %u in use)%s", mac.c_str(), placed.size(), cover.size(),
+                       tcam, rep->fill[tcam], b.limit[tcam], detail.c_str());
+        return;
+    }
+    rep->unserved_macs++;
+    rep->note("unserved: %s wants %zu entries, TCAM %d holds %u of %u%s", mac.c_str(),
+              cover.size(), tcam, rep->fill[tcam], b.limit[tcam], detail.c_str());
+}
+
+}  // namespace
+
+bool l3mac_check_cut(uint32_t key, uint32_t mask, bool is_vfi, uint32_t vfi_mask,
+                     uint32_t *evlan, uint32_t *evlan_mask) {
+    const uint32_t space = is_vfi ? (vfi_mask & 0xFFFF) : 0xFFF;
+    const uint32_t cut = mask & 0xFFFF & space;
+    if (key == 0 && cut == (is_vfi ? vfi_mask : 0xFFFu)) return false;
+    *evlan = key;
+    *evlan_mask = cut;
+    return true;
+}
+
+// The search's own result; a check must not fail for an allocation failure
+// that a test plans for the service.
+l3mac_pairs l3mac_check_cover(const std::set<uint32_t> &numbers, bool is_vfi,
+                              uint32_t vfi_mask) {
+    static evlan_bmp_t bmp;
+    bmp = evlan_bmp_t{};
+    for (uint32_t n : numbers) l3mac_bmp_set(&bmp, n);
+    bmp.is_vfi = is_vfi;
+    list_head head;
+    list_init(&head);
+    const long planned = l3mac_mem_fail_after;
+    l3mac_mem_fail_after = -1;
+    l3mac_masklist_calc(&bmp, &head);
+    l3mac_mem_fail_after = planned;
+    l3mac_pairs out;
+    for (list_head *p = head.next; p != &head; p = p->next) {
+        const mask_template *t = l3mac_mask_of(p);
+        uint32_t evlan, mask;
+        if (l3mac_check_cut(t->key, t->mask, is_vfi, vfi_mask, &evlan, &mask))
+            out.emplace(evlan, mask);
+    }
+    l3mac_masklist_free(&head);
+    return out;
+}
+
+bool l3mac_check_serves(const l3mac_pairs &entries, const l3mac_check_wanted &w,
+                        bool is_vfi) {
+    const uint32_t top = l3mac_check_top(is_vfi);
+    for (uint32_t n : w.need)
+        if (n >= 1 && n < top && !l3mac_check_covers(entries, n)) return false;
+    for (uint32_t v = 1; v <= top; v++)
+        if (l3mac_check_covers(entries, v) && !w.need.count(v) && !w.may.count(v))
+            return false;
+    return true;
+}
+
+void l3mac_check_macs(const l3mac_check_board &b, const l3mac_check_model &m,
+                      l3mac_check_report *rep) {
+    std::set<l3mac_mac_key> keys;
+    for (const auto &[k, w] : m.macs) keys.insert(k);
+    for (const auto &[k, p] : m.placed) keys.insert(k);
+    static const l3mac_check_wanted none;
+    static const l3mac_pairs empty;
+    for (const l3mac_mac_key &k : keys) {
+        // Entries of a TCAM that is not managed are reported with their rows.
+        if (!l3mac_check_managed(b, k.mac_type)) continue;
+        rep->macs++;
+        auto w = m.macs.find(k);
+        auto p = m.placed.find(k);
+        l3mac_check_wanted want = w == m.macs.end() ? none : w->second;
+        auto f = m.failed.find({k.mac_type, k.mac});
+        if (f != m.failed.end()) want.may.insert(f->second.begin(), f->second.end());
+        l3mac_check_one_mac(b, k, want, p == m.placed.end() ? empty : p->second, m, rep);
+    }
+}
+
+std::string l3mac_check_mac_text(const l3mac_mac_key &k) {
+    char buf[80];
+    std::snprintf(buf, sizeof buf, "MAC %02x:%02x:%02x:%02x:%02x:%02x type %u phyid %u",
+                  k.mac[0], k.mac[1], k.mac[2], k.mac[3], k.mac[4], k.mac[5], k.mac_type,
+                  k.phyid);
+    return buf;
+}
+
+std::string l3mac_check_direct_text(const l3mac_direct_key &k) {
+    char buf[80];
+    std::snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x type %u evlan %u", k.mac[0],
+                  k.mac[1], k.mac[2], k.mac[3], k.mac[4], k.mac[5], k.mac_type, k.evlan);
+    return buf;
+}

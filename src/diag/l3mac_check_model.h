@@ -1,0 +1,85 @@
+// Inside the consistency check: what the requests want and what the tables
+// hold, keyed as the service keys its records, and the rule for one MAC.
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "diag/l3mac_check.h"
+
+struct l3mac_mac_key {
+    uint8_t mac_type;
+    std::array<uint8_t, 6> mac;
+    uint32_t phyid;
+    auto operator<=>(const l3mac_mac_key &) const = default;
+};
+
+struct l3mac_entry_key {
+    l3mac_mac_key mac;
+    uint32_t evlan;
+    uint32_t evlan_mask;
+    auto operator<=>(const l3mac_entry_key &) const = default;
+};
+
+// A record of the direct path: one per {evlan, mac_type, mac}.
+struct l3mac_direct_key {
+    uint32_t evlan;
+    uint32_t mac_type;
+    std::array<uint8_t, 6> mac;
+    auto operator<=>(const l3mac_direct_key &) const = default;
+};
+
+// {evlan, evlan_mask} of a MAC's entries.
+using l3mac_pairs = std::set<std::pair<uint32_t, uint32_t>>;
+
+// The numbers that a MAC's requests need served, and those that may be
+// served without being needed.
+struct l3mac_check_wanted {
+    std::set<uint32_t> need;
+    std::set<uint32_t> may;
+};
+
+struct l3mac_check_model {
+    std::map<l3mac_mac_key, l3mac_check_wanted> macs;
+    std::map<l3mac_mac_key, l3mac_pairs> placed;      // output entries per MAC
+    std::map<l3mac_entry_key, uint32_t> output;       // output entries' indexes
+    // Numbers of rows that the service marked failed, by {mac_type, mac}:
+    // the mark carries phyid 0 whatever the user asked for.
+    std::map<std::pair<uint8_t, std::array<uint8_t, 6>>, std::set<uint32_t>> failed;
+    std::map<l3mac_direct_key, int> direct_need;
+    std::set<l3mac_direct_key> direct_may;
+    uint32_t refused = 0;
+    uint32_t aliases = 0;
+    bool restarted = false;
+
+    // A running service keeps what a key asked before a row that it refused:
+    // entries may then stand for requests that no row shows any more.
+    bool loose() const { return !restarted && refused > 0; }
+};
+
+inline bool l3mac_check_managed(const l3mac_check_board &b, uint32_t mac_type) {
+    return b.is_mng[l3mac_check_tcam_of(b, mac_type)];
+}
+
+// The cover of a set of numbers as TCAM entries of the mac_type's space.
+l3mac_pairs l3mac_check_cover(const std::set<uint32_t> &numbers, bool is_vfi,
+                              uint32_t vfi_mask);
+
+// True when the entries serve every needed number and match no number that
+// is neither needed nor allowed (value 0 aside).
+bool l3mac_check_serves(const l3mac_pairs &entries, const l3mac_check_wanted &w,
+                        bool is_vfi);
+
+// The rule of each MAC: its entries are the cover of what its requests
+// need, or the MAC is reported unserved; unserved with room is a violation.
+void l3mac_check_macs(const l3mac_check_board &b, const l3mac_check_model &m,
+                      l3mac_check_report *rep);
+
+std::string l3mac_check_mac_text(const l3mac_mac_key &k);
+std::string l3mac_check_direct_text(const l3mac_direct_key &k);

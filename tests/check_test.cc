@@ -1,0 +1,244 @@
+// The consistency check: quiet on a service that does its work, and loud on
+// each kind of damage to the live state, to the tables, or both; and the
+// hnx-l3mac-check program over a store on disk.
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include "decision/l3mac_decision.h"
+#include "diag/l3mac_check.h"
+#include "frame/l3mac_ctx.h"
+#include "frame/l3mac_ds.h"
+#include "platform/host/tbl_turn.h"
+#include "platform/ss_rt_tbl.h"
+#include "store/l3mac_db.h"
+#include "store/l3mac_store.h"
+#include "support/managed_world.h"
+
+namespace {
+
+const mac6 kA{0x02, 0, 0, 0, 0, 0x0A};
+const mac6 kB{0x02, 0, 0, 0, 0, 0x0B};
+const mac6 kC{0x02, 0, 0, 0, 0, 0x0C};
+
+std::string joined(const std::vector<std::string> &lines) {
+    std::string out;
+    for (const std::string &l : lines) out += l + "\n";
+    return out;
+}
+
+l3mac_check_report live(l3mac_check_live_opts opts = {}) {
+    l3mac_check_report rep;
+    l3mac_check_live(opts, &rep);
+    return rep;
+}
+
+l3mac_check_report tables(l3mac_check_rows rows, bool restarted) {
+    l3mac_check_report rep;
+    l3mac_check_tables(rows, l3mac_check_board_live(), {.restarted = restarted}, &rep);
+    return rep;
+}
+
+l3mac_check_rows read_rows() {
+    l3mac_check_rows rows;
+    l3mac_check_read_tables(&rows);
+    return rows;
+}
+
+class CheckTest : public ManagedWorld {
+protected:
+    // Three MACs on a two-TCAM board, one of them in the second TCAM, and
+    // a direct-path request when the board has one.
+    void serve(const l3mac_caps &caps) {
+        start(caps);
+        want(kA, {1, 2, 3, 10});
+        want(kB, {5, 7}, VRRP);
+        want(kC, {100, 101}, OL);
+        sw_l3mac_mac_decision();
+    }
+
+    // A new store and a new service, for a case of its own.
+    void fresh() {
+        TearDown();
+        SetUp();
+    }
+
+    void expect_violation(const l3mac_check_report &rep, const std::string &text) {
+        EXPECT_NE(joined(rep.violations).find(text), std::string::npos)
+            << "wanted \"" << text << "\" in:\n" << joined(rep.violations);
+    }
+};
+
+const l3mac_caps kTwo{.tcam2_en = true, .copy_to_tcam2 = false, .tcam_cap = 8, .tcam2_cap = 8,
+                      .evlan_num = 4096 + 16384};
+
+TEST_F(CheckTest, AServedBoardIsConsistentBeforeAndAfterARestart) {
+    for (const l3mac_caps &caps :
+         {kTwo, l3mac_caps{.tcam2_en = true, .tcam_cap = 16, .evlan_num = 4096 + 16384},
+          l3mac_caps{.tcam2_en = true, .is_mng2 = false, .copy_to_tcam2 = false}}) {
+        fresh();
+        serve(caps);
+        l3mac_check_report rep = live();
+        EXPECT_TRUE(rep.ok()) << joined(rep.violations);
+        EXPECT_TRUE(tables(read_rows(), false).ok());
+        restart();
+        l3mac_data_check();
+        rep = live({.restarted = true});
+        EXPECT_TRUE(rep.ok()) << joined(rep.violations);
+        rep = tables(read_rows(), true);
+        EXPECT_TRUE(rep.ok()) << joined(rep.violations);
+        EXPECT_EQ(rep.managed_requests + rep.direct_requests, 8u);
+    }
+}
+
+// Each kind of damage to the live state, done after a served round.
+TEST_F(CheckTest, DamageToTheLiveStateIsFound) {
+    const std::pair<std::function<void()>, std::string> cases[] = {
+        {[] { l3mac_ctx.malloc_db++; }, "malloc_db is"},
+        {[] { l3mac_ctx.tcam_rm[0]->in_use--; }, "pool of TCAM 0"},
+        {[] { list_del_init(&entries_of(mac_of(NORMAL, kA))[0]->tcam_lst); },
+         "on no MAC's tcam_head"},
+        {[] { entries_of(mac_of(NORMAL, kA))[0]->ref_cnt = 0; }, "settled entry"},
+        {[] { entries_of(mac_of(NORMAL, kA))[1]->idx = entries_of(mac_of(NORMAL, kA))[0]->idx; },
+         "index shared"},
+        {[] { entries_of(mac_of(VRRP, kB))[0]->idx = 8; }, "at or above the capacity"},
+        {[] { l3mac_bmp_set(&mac_of(NORMAL, kA)->evlan_bmp, 11); }, "not its users' set"},
+        {[] { l3mac_mac_queue(mac_of(NORMAL, kA)); }, "pending after a finished round"},
+        {[] {
+             user_entry *u = l3mac_get_or_add_user_db(1, managed_uuid(kA, NORMAL, 1).c_str(), 0);
+             u->mac_entry = mac_of(VRRP, kB);
+         },
+         "bound elsewhere"},
+        {[] { l3mac_ctx.user_db->cur++; }, "user_db:"},
+    };
+    for (const auto &[damage, text] : cases) {
+        fresh();
+        serve(kTwo);
+        ASSERT_TRUE(live().ok());
+        damage();
+        expect_violation(live(), text);
+    }
+}
+
+// A MAC that lost an entry while its TCAM has room is no full TCAM's doing;
+// with the TCAM full it is unserved, which is reported but allowed.
+TEST_F(CheckTest, AMacMissingEntriesIsAViolationOnlyWhileItsTcamHasRoom) {
+    serve(kTwo);
+    l3mac_check_rows rows = read_rows();
+    // A's cover is {0..3} and {2, 10}: the second entry goes.
+    auto is_a = [](const l3mac_check_hw &h) { return h.mac[5] == 0x0A && h.evlan_mask == 0xFF7; };
+    std::erase_if(rows.hw_res, is_a);
+    std::erase_if(rows.bak, is_a);
+    l3mac_check_report rep = tables(rows, true);
+    expect_violation(rep, "type 0 phyid 0 holds 1 entries where its cover has 2");
+
+    l3mac_check_board full = l3mac_check_board_live();
+    full.limit[0] = 2;  // A's remaining entry and B's fill it
+    rep = l3mac_check_report{};
+    l3mac_check_tables(rows, full, {.restarted = true}, &rep);
+    EXPECT_TRUE(rep.ok()) << joined(rep.violations);
+    EXPECT_EQ(rep.unserved_macs, 1u);
+    EXPECT_NE(joined(rep.notes).find("uncovered: 10"), std::string::npos) << joined(rep.notes);
+}
+
+TEST_F(CheckTest, DamageToTheTablesIsFound) {
+    serve(kTwo);
+    const l3mac_check_rows good = read_rows();
+    const std::pair<std::function<void(l3mac_check_rows &)>, std::string> cases[] = {
+        {[](l3mac_check_rows &r) { r.bak[0].hw_id += 1; }, "in the output table and"},
+        {[](l3mac_check_rows &r) { r.bak.pop_back(); }, "has no backup row"},
+        {[](l3mac_check_rows &r) { r.hw_res.push_back(r.hw_res[0]); }, "holds two entries"},
+        {[](l3mac_check_rows &r) { r.hw_res[0].hw_id = r.hw_res[0].phase ? 8 : 16; },
+         "capacity is 8"},
+        {[](l3mac_check_rows &r) { r.bak[0].evlan = 11; }, "has no output row"},
+        {[](l3mac_check_rows &r) { r.res.clear(); }, "has room for it"},
+        {[](l3mac_check_rows &r) { r.vrrp.push_back(r.hw_res[0]); }, "belongs to a managed TCAM"},
+    };
+    for (const auto &[damage, text] : cases) {
+        l3mac_check_rows rows = good;
+        damage(rows);
+        expect_violation(tables(rows, true), text);
+    }
+}
+
+// A row that is no request may still be served while the service holds
+// what its key asked before; after a restart only a row that the service
+// marked failed may, as it marks rows in its first round too.
+TEST_F(CheckTest, RowsThatAreNoRequestsMayBeServedUntilTheRestart) {
+    serve(kTwo);
+    for (auto status : {S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED,
+                        S_ROUTE__L3TABLE_STATUS_E__STATUS_ALLOCATED}) {
+        l3mac_check_rows rows = read_rows();
+        for (l3mac_check_res &r : rows.res)
+            if (r.uuid == managed_uuid(kB, VRRP, 7)) r.status = status;
+        EXPECT_TRUE(tables(rows, false).ok());
+        if (status == S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED)
+            EXPECT_TRUE(tables(rows, true).ok());
+        else
+            expect_violation(tables(rows, true), "type 2 phyid 0 holds");
+    }
+}
+
+TEST_F(CheckTest, DirectRowsFollowTheirRequests) {
+    serve({.tcam2_en = true, .is_mng2 = false, .copy_to_tcam2 = false});
+    l3mac_check_rows rows = read_rows();
+    ASSERT_EQ(rows.vrrp.size(), 2u);
+    l3mac_check_rows lost = rows;
+    lost.vrrp.pop_back();
+    expect_violation(tables(lost, true), "have no row");
+    l3mac_check_rows stray = rows;
+    stray.vrrp.push_back(rows.vrrp[0]);
+    stray.vrrp.back().evlan = 999;
+    expect_violation(tables(stray, true), "stands for no request");
+}
+
+// --- the program ------------------------------------------------------------
+
+int run_checker(const std::string &root, std::string *out) {
+    const std::string cmd = std::string(HNX_BIN_DIR) + "/hnx-l3mac-check --root " + root +
+                            " --restarted 2>&1";
+    FILE *p = popen(cmd.c_str(), "r");
+    char buf[512];
+    while (p && std::fgets(buf, sizeof buf, p)) *out += buf;
+    const int status = p ? pclose(p) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(CheckTest, TheProgramReadsTheStoreAndTheProfile) {
+    serve(kTwo);
+    tbl_turn_commit();  // the loop that would end this turn never runs here
+    std::string out;
+    EXPECT_EQ(run_checker(root_, &out), 0) << out;
+    EXPECT_NE(out.find("hnx-l3mac-check: 8 managed and 0 direct requests, 3 MACs (0 unserved), "
+                       "TCAM 0 holds 3 of 8, TCAM 1 holds 1 of 8, 0 direct rows: 0 violations"),
+              std::string::npos)
+        << out;
+
+    // A backup row that goes astray is what a torn restart would leave.
+    SRoute__L3macBak tpl = S_ROUTE__L3MAC_BAK__INIT;
+    SRoute__L3macHwAttr key = S_ROUTE__L3MAC_HW_ATTR__INIT;
+    ss_rt_tbl *bak = ss_rt_tbl_create_detail(16, 1, &tpl.base, 24, 12, &key.base, 32, 1);
+    l3mac_check_rows rows = read_rows();
+    PLibpub__Mac mac = P_LIBPUB__MAC__INIT;
+    mac.data.len = 6;
+    mac.data.data = rows.bak[0].mac.data();
+    key.evlan = rows.bak[0].evlan;
+    key.evlan_mask = rows.bak[0].evlan_mask;
+    key.mac_type = rows.bak[0].mac_type;
+    key.mac = &mac;
+    tpl.index = &key;
+    ASSERT_EQ(ss_rt_tbl_del_str(bak, &tpl.base, 0, 0), 0);
+    tbl_turn_commit();
+    out.clear();
+    EXPECT_EQ(run_checker(root_, &out), 1) << out;
+    EXPECT_NE(out.find("violation: output entry MAC"), std::string::npos) << out;
+
+    out.clear();
+    EXPECT_EQ(run_checker(root_ + "/nothing-here", &out), 2) << out;
+}
+
+}  // namespace

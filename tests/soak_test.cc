@@ -1,0 +1,49 @@
+// A short crash-restart soak of the daemon (tools/hnx-soak) on two boards:
+// it must come back after every kill with consistent tables and with every
+// entry that stays wanted at its old index.
+#include <cstdio>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+namespace {
+
+struct soak_result {
+    int status = -1;
+    std::string out;
+    int restarts = 0, checks = 0, violations = -1, kept = 0;
+};
+
+soak_result run_soak(const std::string &args) {
+    soak_result r;
+    const std::string cmd = std::string(HNX_BIN_DIR) + "/hnx-soak " + args + " 2>&1";
+    FILE *p = popen(cmd.c_str(), "r");
+    char buf[1024];
+    while (p && std::fgets(buf, sizeof buf, p)) {
+        r.out += buf;
+        std::sscanf(buf, "hnx-soak: %d restarts (%*d killed while starting), %*u requests, "
+                    "%d checks, %d violations, %d entries kept",
+                    &r.restarts, &r.checks, &r.violations, &r.kept);
+    }
+    const int status = p ? pclose(p) : -1;
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+TEST(Soak, TwoManagedTcamsSurviveKillsAtRandomMoments) {
+    const soak_result r = run_soak("--board two --seconds 25 --restarts 150 --seed 11");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(r.violations, 0) << r.out;
+    EXPECT_GE(r.restarts, 5) << r.out;
+    EXPECT_GT(r.kept, 0) << r.out;
+}
+
+TEST(Soak, TheDirectPathSurvivesKillsAtRandomMoments) {
+    const soak_result r = run_soak("--board direct --seconds 20 --restarts 100 --seed 12");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(r.violations, 0) << r.out;
+    EXPECT_GE(r.restarts, 5) << r.out;
+}
+
+}  // namespace

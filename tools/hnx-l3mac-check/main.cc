@@ -1,0 +1,81 @@
+// hnx-l3mac-check [--root DIR] [--restarted] [--quiet]: checks the input,
+// output and backup tables of a store against each other and against the
+// board's profile, with the service running or not. Exit status 0 when
+// they are consistent, 1 on any violation, 2 when they cannot be read.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "diag/l3mac_check.h"
+#include "frame/l3mac_ctx.h"
+#include "frame/l3mac_init.h"
+#include "platform/host/hnx_host.h"
+#include "store.h"
+#include "tcam/l3mac_tcam.h"
+
+namespace {
+
+struct hnx_check_args {
+    bool quiet = false;
+    l3mac_check_opts opts;
+};
+
+constexpr const char *kUsage =
+    "usage: hnx-l3mac-check [--root DIR] [--restarted] [--quiet]\n"
+    "  --root DIR    file root of the store and the board's profile (default: HNX_ROOT)\n"
+    "  --restarted   the service has just started and served no request since:\n"
+    "                rows that are not requests must stand for nothing\n"
+    "  --quiet       print violations and the summary, not the notes\n";
+
+// 0 to go on, otherwise the exit status.
+int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
+    for (int i = 1; i < argc; i++) {
+        const std::string arg = argv[i];
+        if (arg == "--root" && i + 1 < argc) hnx_host_set_root(argv[++i]);
+        else if (arg == "--restarted") a->opts.restarted = true;
+        else if (arg == "--quiet") a->quiet = true;
+        else if (arg == "-h" || arg == "--help") return std::printf("%s", kUsage), -1;
+        else return std::fprintf(stderr, "hnx-l3mac-check: unknown argument %s\n%s",
+                                 arg.c_str(), kUsage), 2;
+    }
+    return 0;
+}
+
+// The profile as the service reads it, defaults included.
+l3mac_check_board hnx_check_board() {
+    l3mac_cap_init();
+    const int32_t evlan_num = l3mac_ctx.evlan_num;
+    l3mac_set_vfi_mask(evlan_num > 4096 ? evlan_num - 4096 : 0);
+    return l3mac_check_board_planned();
+}
+
+void hnx_check_print(const l3mac_check_report &rep, bool quiet) {
+    for (const std::string &v : rep.violations) std::printf("violation: %s\n", v.c_str());
+    if (!quiet)
+        for (const std::string &n : rep.notes) std::printf("note: %s\n", n.c_str());
+    std::printf("hnx-l3mac-check: %u managed and %u direct requests, %u MACs (%u unserved), "
+                "TCAM 0 holds %u of %u, TCAM 1 holds %u of %u, %u direct rows: "
+                "%zu violations\n",
+                rep.managed_requests, rep.direct_requests, rep.macs, rep.unserved_macs,
+                rep.fill[0], rep.limit[0], rep.fill[1], rep.limit[1], rep.direct_rows,
+                rep.violations.size());
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    hnx_check_args args;
+    if (int rv = hnx_check_parse(argc, argv, &args)) return rv < 0 ? 0 : rv;
+    const l3mac_check_board board = hnx_check_board();
+    l3mac_check_rows rows;
+    l3mac_check_report rep;
+    std::string err;
+    const std::string path = hnx_host_path("/var/run/hnx/store-16.db");
+    if (!hnx_check_read_store(path, &rows, &rep, &err)) {
+        std::fprintf(stderr, "hnx-l3mac-check: %s\n", err.c_str());
+        return 2;
+    }
+    l3mac_check_tables(rows, board, args.opts, &rep);
+    hnx_check_print(rep, args.quiet);
+    return rep.ok() ? 0 : 1;
+}

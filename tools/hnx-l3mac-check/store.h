@@ -1,0 +1,14 @@
+// Reading the tables of a table store file for the checker: read-only, in
+// one read transaction, so that a running service's later writes do not
+// mix into what is checked.
+#pragma once
+
+#include <string>
+
+#include "diag/l3mac_check.h"
+
+// Fills `rows` from the store file at `path`. Rows that do not unpack are
+// violations of `rep`. False, with `err` set, when the file cannot be read
+// as a store.
+bool hnx_check_read_store(const std::string &path, l3mac_check_rows *rows,
+                          l3mac_check_report *rep, std::string *err);

@@ -1,0 +1,48 @@
+// The built-in boards of the soak: small TCAMs, so that they fill up and
+// the paths of a full TCAM are taken too.
+#include "frame/l3mac_ctx.h"
+#include "frame/l3mac_init.h"
+#include "soak.h"
+#include "tcam/l3mac_tcam.h"
+
+namespace {
+
+struct soak_board {
+    const char *name;
+    bool tcam2_en, is_mng, is_mng2, copy;
+    int tcam_cap, tcam2_cap;
+};
+
+// "two": both TCAMs managed and used apart; "copy": every type in the
+// second; "direct": the second TCAM left to the direct path; "one": one
+// TCAM only, so that the types of the second are refused.
+constexpr soak_board kBoards[] = {
+    {"two", true, true, true, false, 48, 32},
+    {"copy", true, true, true, true, 48, 64},
+    {"direct", true, true, false, false, 48, 32},
+    {"one", false, true, true, true, 40, 256},
+};
+
+const char *soak_bool(bool v) { return v ? "true" : "false"; }
+
+}  // namespace
+
+std::string soak_board_json(const std::string &name) {
+    for (const soak_board &b : kBoards) {
+        if (name != b.name) continue;
+        return std::string("{\"s_route\": {\"l3mac\": {\"capacity\": {\"tcam-cap\": ") +
+               std::to_string(b.tcam_cap) + ", \"tcam2-cap\": " + std::to_string(b.tcam2_cap) +
+               "}, \"ability\": {\"tcam2-en\": " + soak_bool(b.tcam2_en) +
+               ", \"is-mng\": " + soak_bool(b.is_mng) + ", \"is-mng2\": " +
+               soak_bool(b.is_mng2) + ", \"copy-to-tcam2\": " + soak_bool(b.copy) +
+               "}}}, \"s_bridge\": {\"ebridge\": {\"capacity\": {\"evlan_num\": 20480}}}}\n";
+    }
+    return "";
+}
+
+l3mac_check_board soak_board_of_root() {
+    l3mac_cap_init();
+    const int32_t evlan_num = l3mac_ctx.evlan_num;
+    l3mac_set_vfi_mask(evlan_num > 4096 ? evlan_num - 4096 : 0);
+    return l3mac_check_board_planned();
+}
