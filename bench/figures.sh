@@ -55,7 +55,8 @@ row() {
     restart) run restart restart --with mixed
         show restart restart_smoothing_end_ms restart_hw_changes restart_entries_moved ;;
     restart1) run restart1 restart --with scale --requests 50000 --macs 1000 --limit 3
-        show restart1 restart_smoothing_end_ms restart_hw_changes restart_entries_moved tcam_entries ;;
+        show restart1 restart_smoothing_end_ms restart_hw_changes restart_entries_moved tcam_entries \
+            write_rate_per_s writer_cpu_s ;;
     restart2) run restart2 restart --with scale2 --requests 50000
         show restart2 restart_smoothing_end_ms restart_hw_changes restart_entries_moved tcam_entries \
             unresolved restart_daemon_cpu_s ;;
