@@ -6,9 +6,10 @@
 // The log's bound: each subscribing process records in `readers` how far
 // it has read (at least every 64 changes). Every 128 changes it logs, a
 // writer drops the readers whose process is gone and prunes the log up to
-// the slowest live reader, or wholly when there is none (a new reader
-// starts from the end). Changes more than kTblLogCap behind the newest go
-// in any case.
+// the slowest live reader, or all but the newest change when there is none
+// (a new reader starts from the end). Changes more than kTblLogCap behind
+// the newest go in any case. The newest always stays: the next change's
+// number follows it.
 #pragma once
 
 #include <cstdint>
