@@ -12,8 +12,6 @@ namespace {
 
 const uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01};
 const uint8_t kMacB[6] = {0x00, 0x0b, 0x00, 0x00, 0x00, 0x02};
-constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
-constexpr uint32_t OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
 using macs = std::vector<mac_entry *>;
 
 class MacTest : public L3macWorld {
@@ -21,9 +19,6 @@ protected:
     void start(const l3mac_caps &caps = {}) {
         write_caps(caps);
         bring_up();
-    }
-    static mac_entry *mac_of(uint32_t type, const uint8_t (&mac)[6], uint32_t phyid = 0) {
-        return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(type), mac, phyid, 0);
     }
 };
 

@@ -11,9 +11,6 @@
 namespace {
 
 const uint8_t kMac[6] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
-constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
-constexpr uint32_t OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
-constexpr uint32_t TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL;
 
 class RequestTest : public L3macWorld {
 protected:

@@ -38,19 +38,11 @@ protected:
         hnx_host_set_clock(fake_clock);
     }
     void TearDown() override {
-        quiet([] { return l3mac_at_time_init(0); });  // frees the ring
         hnx_host_set_clock(nullptr);
         L3macWorld::TearDown();
     }
 
-    template <class F> static std::string out(F f, int *rv = nullptr) {
-        testing::internal::CaptureStdout();
-        int r = f();
-        if (rv) *rv = r;
-        fflush(stdout);
-        return testing::internal::GetCapturedStdout();
-    }
-    template <class F> static void quiet(F f) { out(f); }
+    template <class F> static void quiet(F f) { out_of(f); }
 
     // One decision as the timer tick brackets it.
     static void decision(uint32_t ip = 0, int32_t mask = 1) {
@@ -62,12 +54,12 @@ protected:
 };
 
 TEST_F(TimeProbe, NothingBeforeTheRingExists) {
-    EXPECT_EQ(out(l3mac_at_time_dump), "\nnot init\n");
-    EXPECT_EQ(out([] { return l3mac_at_time_set(3); }), "per cnt:0 -> 3\n\nnot init\n");
+    EXPECT_EQ(out_of(l3mac_at_time_dump), "\nnot init\n");
+    EXPECT_EQ(out_of([] { return l3mac_at_time_set(3); }), "per cnt:0 -> 3\n\nnot init\n");
     EXPECT_EQ(ring().per_cnt, 0u);
     decision();
     EXPECT_EQ(ring().count, 0u);
-    EXPECT_EQ(out([] { return l3mac_at_time_init(0); }), "size:0 -> 0\n\nnot init\n");
+    EXPECT_EQ(out_of([] { return l3mac_at_time_init(0); }), "size:0 -> 0\n\nnot init\n");
 }
 
 TEST_F(TimeProbe, SamplesGoRoundTheRingAndDumpInIndexOrder) {
@@ -77,7 +69,7 @@ TEST_F(TimeProbe, SamplesGoRoundTheRingAndDumpInIndexOrder) {
     EXPECT_EQ(ring().cur_idx, 1u);
     // Each decision reads the clock twice, 10 us apart: decision n enters at
     // 100 s + (2n - 1) * 10 us.
-    EXPECT_EQ(out(l3mac_at_time_dump),
+    EXPECT_EQ(out_of(l3mac_at_time_dump),
               HEAD +
                   "       4,          0.0.0.0/ 1,        100:70    ,        100:80    \n"
                   "       5,          0.0.0.0/ 1,        100:90    ,        100:100   \n"
@@ -96,7 +88,7 @@ TEST_F(TimeProbe, PeriodSamplesEveryNthAndCountsAll) {
     EXPECT_EQ(ring().samples[3].cnt, 9u);
     EXPECT_EQ(ring().samples[0].cnt, 0u);
     // An add of mac_type 1 reads as 1.0.0.0 with prefix 0.
-    std::string d = out(l3mac_at_time_dump);
+    std::string d = out_of(l3mac_at_time_dump);
     EXPECT_NE(d.find("       3,          1.0.0.0/ 0,"), std::string::npos) << d;
 }
 

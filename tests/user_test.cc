@@ -12,8 +12,6 @@ namespace {
 
 const uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01};
 const uint8_t kMacB[6] = {0x00, 0x0b, 0x00, 0x00, 0x00, 0x02};
-constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
-constexpr uint32_t VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
 using users = std::vector<user_entry *>;
 using macs = std::vector<mac_entry *>;
 
@@ -26,9 +24,6 @@ protected:
     }
     static user_entry *find(uint32_t user, const std::string &uuid) {
         return l3mac_get_or_add_user_db(user, uuid.c_str(), 0);
-    }
-    static mac_entry *mac_of(uint32_t type, const uint8_t (&mac)[6], uint32_t phyid = 0) {
-        return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(type), mac, phyid, 0);
     }
     // Takes every MAC off the pending list, as a finished decision does.
     static void settle_all() {

@@ -17,9 +17,6 @@
 namespace {
 
 const uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01};
-constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
-constexpr uint32_t OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
-constexpr uint32_t VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
 using writes = std::vector<l3mac_hw_write>;
 
 // A request row: evlan_mask and phyid are always 0.
@@ -33,12 +30,7 @@ l3mac_hw_write hw(bool add, uint32_t evlan, uint32_t type) {
 class VrrpTest : public L3macWorld {
 protected:
     void start(bool is_mng = false) {
-        l3mac_caps caps;
-        caps.is_mng = is_mng;
-        caps.is_mng2 = false;
-        caps.tcam2_en = is_mng;
-        caps.copy_to_tcam2 = false;
-        write_caps(caps);
+        write_caps({.tcam2_en = is_mng, .is_mng = is_mng, .is_mng2 = false, .copy_to_tcam2 = false});
         bring_up();
         hnx_host_tbl_journal_clear();
     }
@@ -133,14 +125,9 @@ TEST_F(VrrpTest, FailureRowCarriesTheRequestUnderItsOwnKey) {
     user_entry *e = find(7, "vr-1");
     hnx_host_tbl_journal_clear();
     EXPECT_EQ(sw_l3mac_set_vrrp_fail(e), 0);
-    const std::vector<l3mac_res_write> rows = l3mac_res_writes();
-    ASSERT_EQ(rows.size(), 1u);
-    const l3mac_res_write &w = rows[0];
-    EXPECT_TRUE(w.is_add && w.is_match_evlan);
-    EXPECT_EQ(std::tie(w.user, w.uuid, w.status, w.evlan, w.mac_type, w.phyid),
-              std::make_tuple(7u, std::string("vr-1"),
-                              uint32_t(S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED), 30u, VRRP, 0u));
-    EXPECT_EQ(w.mac, std::vector<uint8_t>(kMacA, kMacA + 6));
+    const l3mac_res_write want{true, 7, "vr-1", S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED, true, 30,
+                               VRRP, std::vector<uint8_t>(kMacA, kMacA + 6), 0};
+    EXPECT_EQ(l3mac_res_writes(), std::vector<l3mac_res_write>{want});
     // The row comes back as a set message and is left alone for its status.
     l3mac_row back(7, "vr-1", 30, VRRP, kMacA, 0, S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED);
     EXPECT_EQ(l3mac_set_msg_proc(back.get()), 0);

@@ -4,17 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
-#include "decision/l3mac_mac.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_main.h"
-#include "frame/l3mac_mem.h"
+#include "diag/l3mac_release.h"
 #include "platform/host/hnx_host.h"
 #include "request/l3mac_msg.h"
 #include "request/l3mac_user.h"
-#include "store/l3mac_db.h"
-#include "store/l3mac_store.h"
 
 namespace fs = std::filesystem;
 
@@ -24,53 +18,17 @@ void L3macWorld::SetUp() {
     root_ = tmpl;
     hnx_host_set_root(root_);
     hnx_host_tbl_reset();
-    std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
-    list_init(&l3mac_pending_head);
-    l3mac_commom_decision_counter = 5;
-    l3mac_mem_fail_after = -1;
+    l3mac_service_reset();
     std::memset(g_sw_rt_res_ss_err_cnt, 0, sizeof g_sw_rt_res_ss_err_cnt);
-    set_log(0, -1);
 }
 
-namespace {
-
-// The service never releases its stores; a test world does, so that the
+// The service never releases its state; a test world does, so that the
 // leak checker sees only what a test itself lost.
-template <class Rec> void l3mac_release_store(l3mac_store<Rec> *&d) {
-    if (d == nullptr) return;
-    std::vector<Rec *> all;
-    d->scan([&](Rec *r) { return all.push_back(r), 0; });
-    for (Rec *r : all) l3mac_free(r);
-    l3mac_free(d->flags);
-    l3mac_free(d->slots);
-    l3mac_free(d);
-    d = nullptr;
-}
-
-}  // namespace
-
 void L3macWorld::TearDown() {
-    l3mac_release_store(l3mac_ctx.mac_db);
-    l3mac_release_store(l3mac_ctx.tcam_db);
-    l3mac_release_store(l3mac_ctx.user_db);
-    l3mac_release_store(l3mac_ctx.vrrp_db);
-    l3mac_free(l3mac_ctx.l3mac_time_ring.samples);
-    l3mac_ctx.l3mac_time_ring.samples = nullptr;
+    l3mac_release_all();
     hnx_host_tbl_reset();
     std::error_code ec;
     fs::remove_all(root_, ec);
-}
-
-void L3macWorld::write_profile(const std::string &json) {
-    fs::create_directories(root_ + "/etc/hnx");
-    std::ofstream(root_ + "/etc/hnx/capability.json") << json;
-}
-
-void L3macWorld::bring_up() {
-    l3mac_ctx.global = kw_global_init("hnx-l3table-l3mac", 0);
-    ASSERT_NE(l3mac_ctx.global, nullptr);
-    l3mac_tbl_init();
-    l3mac_connect_cb();
 }
 
 void L3macWorld::set_log(uint32_t level, int32_t budget) {
@@ -78,41 +36,21 @@ void L3macWorld::set_log(uint32_t level, int32_t budget) {
     g_rt_l3tb_log_cnt = budget;
 }
 
-l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan,
-                     uint32_t mac_type, const uint8_t (&m)[6], uint32_t phyid,
-                     uint32_t status)
+l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan, uint32_t mac_type,
+                     const uint8_t *m, uint32_t phyid, uint32_t status)
     : uuid(std::move(u)) {
     std::memcpy(mac_bytes, m, 6);
     key.t_user = user;
     key.uuid = uuid.data();
-    mac.data.len = 6;
-    mac.data.data = mac_bytes;
     attr.evlan = evlan;
     attr.mac_type = static_cast<SRoute__L3macTypeE>(mac_type);
-    attr.mac = &mac;
     attr.phyid = phyid;
-    res.index = &key;
     res.status = static_cast<SRoute__L3tableStatusE>(status);
-    res.attr = &attr;
 }
 
 std::string L3macWorld::captured_stdout() {
     std::fflush(stdout);
     return testing::internal::GetCapturedStdout();
-}
-
-std::string l3mac_caps_json(const l3mac_caps &c) {
-    auto b = [](bool v) { return v ? "true" : "false"; };
-    char j[512];
-    std::snprintf(j, sizeof j,
-                  "{\"s_route\": {\"l3mac\": {\"capacity\": {\"algo\": %d, \"tcam-cap\": %d, "
-                  "\"tcam2-cap\": %d, \"rsvd-size\": %d}, \"ability\": {\"tcam2-en\": %s, "
-                  "\"is-mng\": %s, \"is-mng2\": %s, \"copy-to-tcam2\": %s}}, \"l3intf\": "
-                  "{\"capacity\": {\"l3mac-dec-cnt\": %d}}}, \"s_bridge\": {\"ebridge\": "
-                  "{\"capacity\": {\"evlan_num\": %d}}}}",
-                  c.algo, c.tcam_cap, c.tcam2_cap, c.rsvd_size, b(c.tcam2_en), b(c.is_mng),
-                  b(c.is_mng2), b(c.copy_to_tcam2), c.dec_cnt, c.evlan_num);
-    return j;
 }
 
 namespace {
@@ -195,7 +133,7 @@ std::string l3mac_line(const std::string &word, const std::string &func, int lin
 }
 
 int L3macWorld::set_row(uint32_t user, const std::string &uuid, uint32_t evlan,
-                        uint32_t mac_type, const uint8_t (&mac)[6], uint32_t phyid) {
+                        uint32_t mac_type, const uint8_t *mac, uint32_t phyid) {
     l3mac_row r(user, uuid, evlan, mac_type, mac, phyid);
     return l3mac_set_msg_proc(r.get());
 }

@@ -6,9 +6,9 @@
 #include <cstring>
 #include <fstream>
 
+#include "diag/l3mac_release.h"
 #include "frame/l3mac_ctx.h"
 #include "frame/l3mac_ds.h"
-#include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "platform/ss_rt_tbl.h"
 #include "request/l3mac_msg.h"
@@ -55,19 +55,6 @@ int managed_fake_clock(kw_timeval *tv) {
     tv->tv_sec = static_cast<int32_t>(g_clock_us / 1000000);
     tv->tv_usec = static_cast<int32_t>(g_clock_us % 1000000);
     return 0;
-}
-
-// The first life's records end with its process; here they are released,
-// as the fixture does at the end of a test, so that the leak checker sees
-// only what a test itself lost.
-template <class Rec> void release_store(l3mac_store<Rec> *d) {
-    if (d == nullptr) return;
-    std::vector<Rec *> all;
-    d->scan([&](Rec *r) { return all.push_back(r), 0; });
-    for (Rec *r : all) l3mac_free(r);
-    l3mac_free(d->flags);
-    l3mac_free(d->slots);
-    l3mac_free(d);
 }
 
 void quiet_start() {
@@ -128,50 +115,37 @@ void ManagedWorld::start(const l3mac_caps &b) {
     quiet_start();
 }
 
+// The first life's records end with its process; here they are released,
+// so that the leak checker sees only what a test itself lost.
 void ManagedWorld::restart() {
-    release_store(l3mac_ctx.mac_db);
-    release_store(l3mac_ctx.tcam_db);
-    release_store(l3mac_ctx.user_db);
-    release_store(l3mac_ctx.vrrp_db);
+    l3mac_release_all();
     hnx_host_tbl_reset();
-    std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
-    list_init(&l3mac_pending_head);
-    l3mac_mem_fail_after = -1;
+    l3mac_service_reset();
     bring_up();
     quiet_start();
 }
 
-namespace {
-
-struct managed_row : l3mac_row {
-    managed_row(uint32_t user, const std::string &uuid, uint32_t evlan = 0, uint32_t mac_type = 0,
-                const mac6 &m = {}, uint32_t phyid = 0)
-        : l3mac_row(user, uuid, evlan, mac_type, *reinterpret_cast<const uint8_t(*)[6]>(m.data()), phyid) {}
-};
-
-}  // namespace
-
 void ManagedWorld::write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
                                  uint32_t mac_type, const mac6 &mac) {
-    managed_row row(user, uuid, evlan, mac_type, mac);
+    l3mac_row row(user, uuid, evlan, mac_type, mac.data());
     ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
 }
 
 void ManagedWorld::erase_request(uint32_t user, const std::string &uuid) {
-    managed_row row(user, uuid);
+    l3mac_row row(user, uuid, 0, 0, mac6{}.data());
     ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
 }
 
 int ManagedWorld::request(uint32_t user, const std::string &uuid, uint32_t evlan,
                           uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
-    managed_row row(user, uuid, evlan, mac_type, mac, phyid);
+    l3mac_row row(user, uuid, evlan, mac_type, mac.data(), phyid);
     ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
     return l3mac_set_msg_proc(row.get());
 }
 
 int ManagedWorld::withdraw(uint32_t user, const std::string &uuid) {
     erase_request(user, uuid);
-    managed_row row(user, uuid);
+    l3mac_row row(user, uuid, 0, 0, mac6{}.data());
     return l3mac_del_msg_proc(&row.res);
 }
 
@@ -180,10 +154,6 @@ void ManagedWorld::want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
     for (uint32_t v : vlans)
         keep ? request(user, managed_uuid(mac, mac_type, v), v, mac_type, mac)
              : withdraw(user, managed_uuid(mac, mac_type, v));
-}
-
-mac_entry *ManagedWorld::mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
-    return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(mac_type), mac.data(), phyid, 0);
 }
 
 std::vector<tcam_entry *> ManagedWorld::entries_of(const mac_entry *mac) {

@@ -16,10 +16,6 @@
 
 using mac6 = std::array<uint8_t, 6>;
 
-inline constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL,
-                          VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP, TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL,
-                          SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
-
 // An entry as a row of s_route.l3mac_hw_res or s_route.l3mac_bak shows it.
 struct hw_entry {
     uint32_t hw_id = 0, phase = 0, evlan = 0, evlan_mask = 0, mac_type = 0, phyid = 0;
@@ -83,7 +79,9 @@ protected:
         want(mac, vlans, mac_type, 1, false);
     }
 
-    static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
+    static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0) {
+        return L3macWorld::mac_of(mac_type, mac.data(), phyid);
+    }
     static std::vector<tcam_entry *> entries_of(const mac_entry *mac);
     // {evlan, evlan_mask, idx} of the MAC's entries, sorted by evlan.
     static std::vector<std::array<uint32_t, 3>> placed(const mac_entry *mac);
