@@ -1,53 +1,24 @@
 // hnx-tbl end to end under a temporary root: what it writes, reads and dumps,
 // and bad input that writes nothing.
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "platform/host/hnx_host.h"
+#include "support/managed_proc.h"
 #include "support/tbl_world.h"
 
 namespace {
-
-struct run_result {
-    int status;
-    std::string out, err;
-};
-
-std::string slurp(const std::string &path) {
-    std::stringstream ss;
-    ss << std::ifstream(path).rdbuf();
-    return ss.str();
-}
 
 const char *const kRes = "s_route.l3mac_res";
 
 class HnxTbl : public TblWorld {
 protected:
-    // Runs hnx-tbl --root <root> with the words; output goes through files.
-    run_result run(std::vector<std::string> words) {
-        words.insert(words.begin(), {HNX_BIN_DIR "/hnx-tbl", "--root", root_});
-        pid_t pid = fork();
-        if (pid == 0) {
-            dup2(open((root_ + "/out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
-            dup2(open((root_ + "/err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
-            std::vector<char *> args;
-            for (std::string &w : words) args.push_back(w.data());
-            args.push_back(nullptr);
-            execv(args[0], args.data());
-            _exit(127);
-        }
-        int status = 0;
-        waitpid(pid, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(root_ + "/out"),
-                slurp(root_ + "/err")};
+    // Runs hnx-tbl --root <root> with the words.
+    managed_result run(std::vector<std::string> words) {
+        words.insert(words.begin(), {"--root", root_});
+        return managed_run(HNX_BIN_DIR, root_, "hnx-tbl", words);
     }
 };
 
@@ -64,7 +35,7 @@ TEST_F(HnxTbl, SetGetDelAndDumpInKeyOrder) {
         "index.t_user=3 index.uuid=\"vr 1\" status=STATUS_REQUEST attr.is_match_evlan=true "
         "attr.evlan=100 attr.mac_type=L3MAC_VRRP attr.mac=00:11:22:33:44:55 attr.phyid=0\n";
     EXPECT_EQ(run({"dump", kRes}).out, row1 + row3);
-    run_result got = run({"get", kRes, "index.t_user=3", "index.uuid=vr 1"});
+    managed_result got = run({"get", kRes, "index.t_user=3", "index.uuid=vr 1"});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, row3);
     EXPECT_EQ(run({"del", kRes, "index.t_user=3", "index.uuid=vr 1"}).status, 0);
@@ -109,7 +80,7 @@ TEST_F(HnxTbl, BadInputSaysWhyAndWritesNothing) {
         {{"dump", kRes, "--yaml"}, "unknown option --yaml"},
     };
     for (const auto &[words, why] : cases) {
-        run_result r = run(words);
+        managed_result r = run(words);
         EXPECT_EQ(r.status, 2) << why;
         EXPECT_NE(r.err.find("hnx-tbl: " + why), std::string::npos) << r.err;
     }
