@@ -1,5 +1,5 @@
 // Bring-up: what the capacity flags create, how failures leave the service,
-// and the capacity profile with its defaults and its dump.
+// and the capacity profile with its defaults. (Its dump: the guide's show-cap.)
 #include <tuple>
 
 #include "frame/l3mac_ctx.h"
@@ -93,19 +93,6 @@ TEST_F(BringupTest, AValueThatCannotBeReadFallsToItsDefaultAlone) {
     EXPECT_EQ(err_count(57), 1u);
     EXPECT_EQ(l3mac_count_lines(out, "ERROR", "l3mac_get_cap", "fail:rv == SS_E_NONE code:57 "), 1)
         << out;
-}
-
-TEST_F(BringupTest, ProfileDumpPrintsTwelveLinesInItsOwnOrder) {
-    write_caps({true, true, false, false, 3, 2048, 1024, 8, 7, 20480});
-    ASSERT_EQ(l3mac_cap_init(), 0);
-    l3mac_ctx.drv_decision_max_counter = 1;  // the dump shows what was read
-    capture_stdout();
-    l3mac_cap_dump();
-    const std::string rule = "==============L3TB L3MAC CAP DUMP==============\r\n";
-    EXPECT_EQ(captured_stdout(),
-              rule + "algo       = 3\ntcam cap   = 2048\ntcam2 en   = 1\ntcam2 cap  = 1024\n"
-                     "rsvd sz    = 8\ndec cnt    = 7\nevlan cap  = 20480\nis mng     = 1\n"
-                     "is mng2    = 0\nis copy tcam2 = 0\n" + rule);
 }
 
 }  // namespace

