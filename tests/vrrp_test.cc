@@ -11,19 +11,19 @@
 #include "platform/host/hnx_host.h"
 #include "request/l3mac_user.h"
 #include "store/l3mac_db.h"
-#include "support/l3mac_world.h"
+#include "support/managed_world.h"
 #include "vrrp/l3mac_vrrp.h"
 
 namespace {
 
 const uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01};
-using writes = std::vector<l3mac_hw_write>;
+using writes = std::vector<tbl_op>;
 
-// A request row: evlan_mask and phyid are always 0.
-l3mac_hw_write hw(bool add, uint32_t evlan, uint32_t type) {
-    std::array<uint8_t, 6> a;
-    std::memcpy(a.data(), kMacA, 6);
-    return {add, evlan, 0, type, a, 0};
+// A request's row: evlan_mask and phyid are always 0.
+tbl_op hw(bool add, uint32_t evlan, uint32_t type) {
+    hw_entry e{.evlan = evlan, .mac_type = type};
+    std::memcpy(e.mac.data(), kMacA, 6);
+    return {"vrrp", add, e};
 }
 
 // Neither TCAM managed unless a test says so: requests take the direct path.
@@ -55,11 +55,11 @@ TEST_F(VrrpTest, FirstUserPublishesSecondSharesLastWithdraws) {
     ASSERT_NE(h, nullptr);
     EXPECT_EQ(h->is_hw, 1);
     EXPECT_EQ(l3mac_users_on(&h->user_head), (std::vector<user_entry *>{find(2, "b"), find(1, "a")}));
-    EXPECT_EQ(l3mac_vrrp_writes(), writes{hw(true, 10, VRRP)});
+    EXPECT_EQ(managed_journal("vrrp"), writes{hw(true, 10, VRRP)});
     EXPECT_EQ(l3mac_ctx.malloc_db, 3u);
     ASSERT_EQ(del_row(1, "a"), 0);  // the second user keeps the row
     ASSERT_EQ(del_row(2, "b"), 0);
-    EXPECT_EQ(l3mac_vrrp_writes(), (writes{hw(true, 10, VRRP), hw(false, 10, VRRP)}));
+    EXPECT_EQ(managed_journal("vrrp"), (writes{hw(true, 10, VRRP), hw(false, 10, VRRP)}));
     EXPECT_EQ(hw_of(10, VRRP), nullptr);
     EXPECT_EQ(rows_standing(), 0u);
     EXPECT_EQ(l3mac_ctx.malloc_db, 0u);
@@ -74,7 +74,7 @@ TEST_F(VrrpTest, PhyidChangeWritesNothingEvlanChangeWithdrawsFirst) {
     EXPECT_EQ(find(1, "a")->phyid, 5u);
 
     ASSERT_EQ(set_row(1, "a", 20, VRRP, kMacA), 0);
-    EXPECT_EQ(l3mac_vrrp_writes(), (writes{hw(false, 10, VRRP), hw(true, 20, VRRP)}));
+    EXPECT_EQ(managed_journal("vrrp"), (writes{hw(false, 10, VRRP), hw(true, 20, VRRP)}));
     EXPECT_EQ(hw_of(10, VRRP), nullptr);
     EXPECT_EQ(find(1, "a")->mac_entry, hw_of(20, VRRP));
     EXPECT_EQ(l3mac_ctx.malloc_db, 2u);
@@ -148,7 +148,7 @@ TEST_F(VrrpTest, AKeyMovingBetweenThePathsLeavesItsOldRecordByItsOwnRules) {
     EXPECT_TRUE(list_empty(&m->user_head));
     EXPECT_EQ(l3mac_pending(), std::vector<mac_entry *>{m});
     ASSERT_EQ(del_row(1, "k"), 0);
-    EXPECT_EQ(l3mac_vrrp_writes(), (writes{hw(true, 100, OL), hw(false, 100, OL),
+    EXPECT_EQ(managed_journal("vrrp"), (writes{hw(true, 100, OL), hw(false, 100, OL),
                                            hw(true, 200, OL), hw(false, 200, OL)}));
     EXPECT_EQ(l3mac_ctx.malloc_db, 1u);  // the MAC waits for its decision
 }

@@ -53,54 +53,22 @@ std::string L3macWorld::captured_stdout() {
     return testing::internal::GetCapturedStdout();
 }
 
-namespace {
-
-std::array<uint8_t, 6> l3mac_mac_of(const PLibpub__Mac *m) {
-    std::array<uint8_t, 6> mac{};
-    if (m && m->data.len == 6) std::memcpy(mac.data(), m->data.data, 6);
-    return mac;
-}
-
-// Each journal write to `table` unpacked, handed to `take` with its kind.
-template <class Row, class Take>
-void l3mac_each_write(const char *table, Row *(*unpack)(ProtobufCAllocator *, size_t, const uint8_t *),
-                      void (*release)(Row *, ProtobufCAllocator *), Take take) {
-    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
-        if (w.table != table) continue;
-        if (Row *row = unpack(nullptr, w.row.size(), w.row.data())) {
-            take(w.is_add, *row);
-            release(row, nullptr);
-        }
-    }
-}
-
-}  // namespace
-
-std::vector<l3mac_hw_write> l3mac_vrrp_writes() {
-    std::vector<l3mac_hw_write> out;
-    l3mac_each_write("s_route.l3mac_vrrp_hw_res", s_route__l3mac_vrrp_hw_res__unpack,
-                     s_route__l3mac_vrrp_hw_res__free_unpacked,
-                     [&](bool add, const SRoute__L3macVrrpHwRes &row) {
-                         if (const SRoute__L3macHwAttr *a = row.index)
-                             out.push_back({add, a->evlan, a->evlan_mask, a->mac_type,
-                                            l3mac_mac_of(a->mac), a->phyid});
-                     });
-    return out;
-}
-
 std::vector<l3mac_res_write> l3mac_res_writes() {
+    static const SRoute__ResSubKey no_key = S_ROUTE__RES_SUB_KEY__INIT;
+    static const SRoute__L3macAttr no_attr = S_ROUTE__L3MAC_ATTR__INIT;
     std::vector<l3mac_res_write> out;
-    l3mac_each_write("s_route.l3mac_res", s_route__l3mac_res__unpack, s_route__l3mac_res__free_unpacked,
-                     [&](bool add, const SRoute__L3macRes &row) {
-                         static const SRoute__ResSubKey no_key = S_ROUTE__RES_SUB_KEY__INIT;
-                         static const SRoute__L3macAttr no_attr = S_ROUTE__L3MAC_ATTR__INIT;
-                         const SRoute__ResSubKey &k = row.index ? *row.index : no_key;
-                         const SRoute__L3macAttr &a = row.attr ? *row.attr : no_attr;
-                         const ProtobufCBinaryData mac = a.mac ? a.mac->data : ProtobufCBinaryData{};
-                         out.push_back({add, k.t_user, k.uuid ? k.uuid : "", row.status,
-                                        a.is_match_evlan != 0, a.evlan, a.mac_type,
-                                        std::vector<uint8_t>(mac.data, mac.data + mac.len), a.phyid});
-                     });
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
+        SRoute__L3macRes *row = w.table == "s_route.l3mac_res"
+                                    ? s_route__l3mac_res__unpack(nullptr, w.row.size(), w.row.data())
+                                    : nullptr;
+        if (!row) continue;
+        const SRoute__ResSubKey &k = row->index ? *row->index : no_key;
+        const SRoute__L3macAttr &a = row->attr ? *row->attr : no_attr;
+        const ProtobufCBinaryData mac = a.mac ? a.mac->data : ProtobufCBinaryData{};
+        out.push_back({w.is_add, k.t_user, k.uuid ? k.uuid : "", row->status, a.is_match_evlan != 0,
+                       a.evlan, a.mac_type, std::vector<uint8_t>(mac.data, mac.data + mac.len), a.phyid});
+        s_route__l3mac_res__free_unpacked(row, nullptr);
+    }
     return out;
 }
 
@@ -156,12 +124,4 @@ std::vector<mac_entry *> l3mac_pending() {
     for (list_head *l = l3mac_pending_head.next; l != &l3mac_pending_head; l = l->next)
         out.push_back(l3mac_mac_of_pending(l));
     return out;
-}
-
-std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w) {
-    char mac[18];
-    std::snprintf(mac, sizeof mac, "%02x:%02x:%02x:%02x:%02x:%02x", w.mac[0], w.mac[1], w.mac[2],
-                  w.mac[3], w.mac[4], w.mac[5]);
-    return os << (w.is_add ? "add" : "del") << "{evlan=" << w.evlan << " mask=" << w.evlan_mask
-              << " type=" << w.mac_type << " mac=" << mac << " phyid=" << w.phyid << "}";
 }

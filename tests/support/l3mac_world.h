@@ -3,9 +3,7 @@
 // the test), zeroed state and counters.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -62,19 +60,6 @@ struct l3mac_row : l3mac_res_parts {
               uint32_t phyid = 0, uint32_t status = S_ROUTE__L3TABLE_STATUS_E__STATUS_REQUEST);
 };
 
-// A row that the service wrote to s_route.l3mac_vrrp_hw_res, unpacked.
-struct l3mac_hw_write {
-    bool is_add;
-    uint32_t evlan;
-    uint32_t evlan_mask;
-    uint32_t mac_type;
-    std::array<uint8_t, 6> mac;
-    uint32_t phyid;
-    bool operator==(const l3mac_hw_write &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w);
-
 // A row that the service wrote to s_route.l3mac_res, unpacked.
 struct l3mac_res_write {
     bool is_add;
@@ -89,8 +74,7 @@ struct l3mac_res_write {
     bool operator==(const l3mac_res_write &) const = default;
 };
 
-// The writes of the journal to one of these tables, in call order.
-std::vector<l3mac_hw_write> l3mac_vrrp_writes();
+// The journal's writes to this table, in call order.
 std::vector<l3mac_res_write> l3mac_res_writes();
 
 // The user entries on a user_head list, and the pending MACs, from the front.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <ostream>
 
 #include "diag/l3mac_release.h"
 #include "frame/l3mac_ctx.h"
@@ -42,6 +43,23 @@ hw_entry unpack_bak(const std::vector<uint8_t> &row) {
     return e;
 }
 
+hw_entry unpack_vrrp(const std::vector<uint8_t> &row) {
+    SRoute__L3macVrrpHwRes *r = s_route__l3mac_vrrp_hw_res__unpack(nullptr, row.size(), row.data());
+    if (!r) return hw_entry{};
+    hw_entry e = from_attr(r->index, 0, 0);
+    s_route__l3mac_vrrp_hw_res__free_unpacked(r, nullptr);
+    return e;
+}
+
+// Each table's short name and how its rows read as entries.
+struct tbl_kind {
+    const char *table, *name;
+    hw_entry (*unpack)(const std::vector<uint8_t> &);
+};
+const tbl_kind kKinds[] = {{"s_route.l3mac_hw_res", "hw_res", unpack_hw},
+                           {"s_route.l3mac_bak", "bak", unpack_bak},
+                           {"s_route.l3mac_vrrp_hw_res", "vrrp", unpack_vrrp}};
+
 std::vector<hw_entry> rows_of(const char *table, hw_entry (*unpack)(const std::vector<uint8_t> &)) {
     std::vector<hw_entry> out;
     for (const auto &row : hnx_host_tbl_rows(table)) out.push_back(unpack(row));
@@ -70,12 +88,24 @@ std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", u
 
 std::vector<tbl_op> managed_journal(const std::string &table) {
     std::vector<tbl_op> out;
-    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
-        const bool hw = w.table == "s_route.l3mac_hw_res", bak = w.table == "s_route.l3mac_bak";
-        if ((hw || bak) && (table.empty() || table == (hw ? "hw_res" : "bak")))
-            out.push_back({hw ? "hw_res" : "bak", w.is_add, hw ? unpack_hw(w.row) : unpack_bak(w.row)});
-    }
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal())
+        for (const tbl_kind &k : kKinds)
+            if (w.table == k.table && (table.empty() || table == k.name))
+                out.push_back({k.name, w.is_add, k.unpack(w.row)});
     return out;
+}
+
+std::ostream &operator<<(std::ostream &os, const hw_entry &e) {
+    char mac[18];
+    std::snprintf(mac, sizeof mac, "%02x:%02x:%02x:%02x:%02x:%02x", e.mac[0], e.mac[1], e.mac[2],
+                  e.mac[3], e.mac[4], e.mac[5]);
+    return os << "{hw_id=" << e.hw_id << " phase=" << e.phase << " evlan=" << e.evlan << " mask="
+              << e.evlan_mask << " type=" << e.mac_type << " mac=" << mac << " phyid=" << e.phyid
+              << (e.has_attr ? "}" : " no attr}");
+}
+
+std::ostream &operator<<(std::ostream &os, const tbl_op &op) {
+    return os << op.table << (op.is_add ? " add " : " del ") << op.entry;
 }
 
 int managed_log_count(const std::string &root, const std::string &text) {
