@@ -48,21 +48,6 @@ TEST_F(HnxTbl, SetGetDelAndDumpInKeyOrder) {
               "\"0a:0b:0c:0d:0e:0f\"},\"phyid\":16}}\n");
 }
 
-// The tool writes the very bytes the service reads, MAC included.
-TEST_F(HnxTbl, TheToolAndTheServiceShareRows) {
-    ASSERT_EQ(run({"set", "s_route.l3mac_hw_res", "index.hw_id=7", "attr.evlan_mask=0xfff",
-                   "attr.mac=00:11:22:33:44:55"}).status, 0);
-    auto rows = hnx_host_tbl_rows("s_route.l3mac_hw_res");
-    ASSERT_EQ(rows.size(), 1u);
-    auto *r = s_route__l3mac_hw_res__unpack(nullptr, rows[0].size(), rows[0].data());
-    ASSERT_TRUE(r && r->attr && r->attr->mac);
-    EXPECT_EQ(r->index->hw_id, 7u);
-    EXPECT_EQ(r->attr->evlan_mask, 0xfffu);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(r->attr->mac->data.data), r->attr->mac->data.len),
-              std::string("\x00\x11\x22\x33\x44\x55", 6));
-    s_route__l3mac_hw_res__free_unpacked(r, nullptr);
-}
-
 TEST_F(HnxTbl, BadInputSaysWhyAndWritesNothing) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"set", "s_route.nope", "a=1"}, "unknown table s_route.nope"},

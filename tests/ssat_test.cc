@@ -40,27 +40,6 @@ TEST(SsatRead, MacAddresses) {
         EXPECT_FALSE(ssat_read_mac(bad, m)) << bad;
 }
 
-TEST(SsatRead, ArgumentsByKinds) {
-    std::vector<std::string_view> words = ssat_split_words("  7\tu-1  0:1:2:3:4:5 \r\n");
-    ssat_read r;
-    std::string err;
-    ASSERT_TRUE(ssat_read_args("dsm", words, &r, &err)) << err;
-    auto args = r.args();
-    ASSERT_EQ(args.size(), 3u);
-    EXPECT_EQ(args[0].num, 7);
-    EXPECT_EQ(args[0].str, nullptr);
-    EXPECT_STREQ(args[1].str, "u-1");
-    EXPECT_EQ(args[2].mac[5], 5);
-
-    EXPECT_FALSE(ssat_read_args("dsmd", words, &r, &err));
-    EXPECT_EQ(err, "missing argument 4: a number, decimal or 0x hexadecimal");
-    EXPECT_FALSE(ssat_read_args("dmm", words, &r, &err));
-    EXPECT_EQ(err, "argument 2 \"u-1\" is not a MAC address like 00:11:22:33:44:55");
-    EXPECT_FALSE(ssat_read_args("ds", words, &r, &err));
-    EXPECT_EQ(err, "too many arguments: 3 given, the command takes 2");
-    EXPECT_TRUE(ssat_read_args("", {}, &r, &err));
-}
-
 // What the probe handler saw: calls, and the words of the last one.
 int g_calls;
 std::string g_seen;
@@ -100,7 +79,7 @@ protected:
 };
 
 TEST_F(SsatModule, HandlerGetsItsArgumentsAndRefusedLinesCallNothing) {
-    ssat_reply r = ssat_run_line(MOD, "probe 0x10 abc 00:11:22:33:44:55");
+    ssat_reply r = ssat_run_line(MOD, "  probe\t0x10 abc 00:11:22:33:44:55 \r\n");
     EXPECT_TRUE(r.ran);
     EXPECT_EQ(r.result, 0);
     EXPECT_EQ(r.text, "probe 16 abc\n");
@@ -114,6 +93,10 @@ TEST_F(SsatModule, HandlerGetsItsArgumentsAndRefusedLinesCallNothing) {
                                     "00:11:22:33:44:55\n") + usage},
         {"probe one abc 0:0:0:0:0:0", std::string("probe: argument 1 \"one\" is not a number, "
                                                   "decimal or 0x hexadecimal\n") + usage},
+        {"probe 1 abc x", std::string("probe: argument 3 \"x\" is not a MAC address like "
+                                      "00:11:22:33:44:55\n") + usage},
+        {"probe 1 abc 0:0:0:0:0:0 1 2", std::string("probe: too many arguments: 5 given, the "
+                                                    "command takes 3\n") + usage},
         {"nosuch 1", "unknown command \"nosuch\"; \"help\" lists the commands\n"},
     };
     for (const auto &[line, text] : refused) {
