@@ -5,14 +5,12 @@
 // a few users' requests. Data smoothing restores what it can through
 // l3mac_tcam_gr_backup and runs the first round: the service must then be
 // consistent, and a second start must restore every entry in its place.
-#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <set>
 #include <vector>
 
 #include "diag/l3mac_check_model.h"
-#include "frame/l3mac_ctx.h"
 #include "platform/ss_rt_tbl.h"
 #include "support/fuzz_world.h"
 

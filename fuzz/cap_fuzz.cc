@@ -5,16 +5,10 @@
 // there as a value of its kind, the default otherwise, and all defaults
 // when the file is no JSON object.
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <string>
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <nlohmann/json.hpp>
 
-#include "frame/l3mac_ctx.h"
 #include "frame/l3mac_init.h"
 #include "support/fuzz_world.h"
 #include "tcam/l3mac_tcam.h"

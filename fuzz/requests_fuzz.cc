@@ -5,12 +5,9 @@
 // table, as a user writes it, so that a restart reads it back. The service
 // must stay consistent after every step, and after the last one a restart
 // must leave tables that satisfy the checker's rules.
-#include <cstdint>
 #include <vector>
 
 #include "decision/l3mac_decision.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
 #include "platform/ss_rt_tbl.h"
 #include "request/l3mac_msg.h"
 #include "support/fuzz_world.h"

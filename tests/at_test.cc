@@ -15,8 +15,6 @@ const uint8_t MAC[6] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
 std::string show(const user_entry *u) { return out_of([&] { return user_db_show(u, 1); }); }
 std::string show(const tcam_entry *t) { return out_of([&] { return tcam_db_show(t, 1); }); }
 
-user_entry *user(uint32_t u, const char *uuid) { return l3mac_get_or_add_user_db(u, uuid, 0); }
-
 class AtCmds : public L3macWorld {
 protected:
     void TearDown() override {
@@ -104,7 +102,7 @@ TEST_F(AtCmds, MacStateThroughItsUsersDecisionsAndLists) {
               "evlan = 10 \n\nevlan = 20 \n\n**vlan count=2\n\n");
     // Newest user first.
     EXPECT_EQ(out_of([] { return l3mac_at_wk_user_head(0, MAC, 0); }),
-              show(user(1, "b")) + show(user(1, "a")));
+              show(user_of(1, "b")) + show(user_of(1, "a")));
 
     auto has = [](uint32_t e) { return out_of([=] { return l3mac_at_find_evlan_by_mac(0, MAC, 0, e); }); };
     EXPECT_EQ(has(10), "contain evlan 10\n\n");
@@ -123,7 +121,7 @@ TEST_F(AtCmds, MacStateThroughItsUsersDecisionsAndLists) {
     tcam_entry *te = l3mac_tcam_of(m->tcam_head.next);
     EXPECT_EQ(out_of([] { return l3mac_at_wk_tcam_head(0, MAC, 0); }), show(te));
     EXPECT_EQ(out_of([] { return l3mac_at_find_mask_by_user(1, "b"); }),
-              "\nThe user entry is : \n" + show(user(1, "b")) + "\nThe tcam entry is : \n" +
+              "\nThe user entry is : \n" + show(user_of(1, "b")) + "\nThe tcam entry is : \n" +
                   show(te));
     EXPECT_EQ(out_of([] { return l3mac_at_find_mask_by_evlan(20); }), show(te));
     EXPECT_EQ(out_of([&] { return l3mac_at_get_tcam_db(0, MAC, te->key.evlan, te->key.evlan_mask); }),
@@ -143,15 +141,15 @@ TEST_F(AtCmds, AddAndDeleteManyStopAtTheFirstFailure) {
     EXPECT_EQ(out_of([] { return l3mac_at_add_mul_user_entry(1, 10, 3, 1, 1, 100, 0, MAC); }, &rv),
               "\nuser add begin\n\nuser add end at uuid : 12\n");
     EXPECT_EQ(rv, 0);
-    for (uint32_t i = 0; i < 3; i++) EXPECT_EQ(user(1, std::to_string(10 + i).c_str())->evlan, 100 + i);
-    EXPECT_EQ(user(1, "13"), nullptr);
+    for (uint32_t i = 0; i < 3; i++) EXPECT_EQ(user_of(1, std::to_string(10 + i).c_str())->evlan, 100 + i);
+    EXPECT_EQ(user_of(1, "13"), nullptr);
     EXPECT_EQ(out_of([] { return l3mac_at_add_mul_user_entry(1, 10, 0, 1, 1, 100, 0, MAC); }),
               "\nuser add begin\n\nuser add end at uuid : 9\n");
 
     EXPECT_EQ(out_of([] { return l3mac_at_del_mul_user_entry(1, 10, 5); }, &rv),
               "\nuser del begin\n\nuser del end at uuid : 12\n");
     EXPECT_EQ(rv, -7);
-    EXPECT_EQ(user(1, "12"), nullptr);
+    EXPECT_EQ(user_of(1, "12"), nullptr);
 }
 
 TEST_F(AtCmds, DecisionLimitsAreSetAndShown) {
@@ -173,7 +171,7 @@ TEST_F(AtCmds, RefusedAddWarnsAndAMissingUserCounts135) {
     EXPECT_EQ(l3mac_count_lines(s, "WARN ", "l3mac_at_add_user_entry",
                                 "fail:rv == SS_E_NONE data1:0 data2:0\n"), 1) << s;
     EXPECT_EQ(err_count(126), 1u);
-    EXPECT_EQ(user(0, "x"), nullptr);
+    EXPECT_EQ(user_of(0, "x"), nullptr);
     set_log(1);
     s = out_of([] { return l3mac_at_find_mask_by_user(3, "none"); }, &rv);
     EXPECT_EQ(rv, -7);
@@ -187,7 +185,7 @@ TEST_F(AtCmds, DirectPathUserShowsNoTcamEntries) {
     write_profile(R"({"s_route": {"l3mac": {"ability": {"is-mng": false, "is-mng2": true}}}})");
     managed();
     ASSERT_EQ(set_row(1, "v", 30, S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, MAC), 0);
-    user_entry *u = user(1, "v");
+    user_entry *u = user_of(1, "v");
     // A managed MAC of the same key, injected past the path test.
     ASSERT_EQ(l3mac_at_add_user_entry(1, "m", 1, 1, 30, 0, MAC), 0);
     EXPECT_EQ(out_of([] { return l3mac_at_find_mask_by_user(1, "v"); }),

@@ -2,9 +2,7 @@
 // and the capacity profile with its defaults. (Its dump: the guide's show-cap.)
 #include <tuple>
 
-#include "frame/l3mac_ctx.h"
 #include "frame/l3mac_init.h"
-#include "frame/l3mac_main.h"
 #include "support/l3mac_world.h"
 
 namespace {

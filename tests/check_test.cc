@@ -1,15 +1,10 @@
 // The consistency check: quiet on a service that does its work, and loud on
 // each kind of damage to the live state, to the tables, or both; and the
 // hnx-l3mac-check program over a store on disk.
-#include <functional>
-#include <string>
 #include <tuple>
-
-#include <gtest/gtest.h>
 
 #include "decision/l3mac_decision.h"
 #include "diag/l3mac_check.h"
-#include "frame/l3mac_ctx.h"
 #include "frame/l3mac_ds.h"
 #include "platform/host/tbl_turn.h"
 #include "platform/ss_rt_tbl.h"

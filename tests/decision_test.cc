@@ -3,11 +3,7 @@
 // the rounds that must not work or must leave a MAC alone.
 #include <algorithm>
 
-#include <gtest/gtest.h>
-
 #include "decision/l3mac_decision.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "support/managed_world.h"
 

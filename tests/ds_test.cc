@@ -5,10 +5,7 @@
 #include <algorithm>
 #include <set>
 
-#include <gtest/gtest.h>
-
 #include "decision/l3mac_decision.h"
-#include "frame/l3mac_ctx.h"
 #include "frame/l3mac_ds.h"
 #include "platform/host/hnx_host.h"
 #include "support/managed_world.h"

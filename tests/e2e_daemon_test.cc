@@ -3,8 +3,6 @@
 // written with hnx-tbl reaching the handlers on the direct path. Every wait
 // is a poll with a deadline.
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>

@@ -2,10 +2,6 @@
 // rows written with hnx-tbl, and the output and backup tables read from
 // the store, across a kill and a restart.
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
-
-#include <gtest/gtest.h>
 
 #include "platform/host/hnx_host.h"
 #include "support/managed_proc.h"

@@ -1,13 +1,10 @@
 // Regressions of the faults that the fuzz targets, the sanitizer build and
 // the crash-restart soak found: one test each, named after the fault.
 #include <climits>
-#include <string>
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "frame/l3mac_ctx.h"
 #include "platform/host/tbl_store.h"
 #include "support/l3mac_world.h"
 

@@ -1,9 +1,5 @@
 // hnx-tbl end to end under a temporary root: what it writes, reads and dumps,
 // and bad input that writes nothing.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "platform/host/hnx_host.h"
 #include "support/managed_proc.h"

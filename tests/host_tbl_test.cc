@@ -2,10 +2,8 @@
 // processes, scans, data smoothing, corrupt rows and the change log's bound.
 #include <algorithm>
 #include <chrono>
-#include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include "platform/host/hnx_host.h"

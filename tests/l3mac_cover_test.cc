@@ -1,7 +1,6 @@
 // l3mac-cover, run as the operator runs it: the batch answers for the known
 // sets, the single-set report, and the error exits.
 #include <cstdio>
-#include <string>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,6 @@
 // Report forms: the three level gates, the line budget, counting with the
 // log off, and the failure table's shared layout.
-#include <cstring>
 
-#include "frame/l3mac_ctx.h"
 #include "request/l3mac_msg.h"
 #include "support/l3mac_world.h"
 

@@ -1,15 +1,10 @@
 // MAC entries: the first bind, lookups that create nothing, the VFI kind,
 // and requests whose number has no bit in the VLAN set. (Queueing once and
 // a MAC that its last user left: the user and mask-list tests.)
-#include "decision/l3mac_mac.h"
-#include "frame/l3mac_ctx.h"
 #include "request/l3mac_user.h"
 #include "support/l3mac_world.h"
 
 namespace {
-
-const uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01};
-
 
 class MacTest : public L3macWorld {
 protected:

@@ -1,7 +1,6 @@
 // Mask cover search: whole results for known sets, the guarantees of the
 // cover on random sets, and the all-or-nothing result when memory runs out.
 #include <random>
-#include <utility>
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,9 @@
 // The application of a MAC's new cover: the room test, the order of the
 // table writes (adds before deletes unless the pool is full), and what a
 // failed or empty change leaves behind.
-#include <gtest/gtest.h>
 
 #include "decision/l3mac_decision.h"
 #include "decision/l3mac_masklist.h"
-#include "frame/l3mac_ctx.h"
 #include "platform/host/hnx_host.h"
 #include "support/managed_world.h"
 

@@ -1,12 +1,6 @@
 // The backup table read back after a restart: the checks of a row, the
 // restore of each entry at its old index, and what a refused row leaves.
-#include <cstring>
 
-#include <gtest/gtest.h>
-
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
-#include "platform/sw_rt_res.h"
 #include "support/managed_world.h"
 #include "tcam/l3mac_output.h"
 

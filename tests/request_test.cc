@@ -1,9 +1,7 @@
 // Request intake: the parser, the checks in their order, the mac_type to
 // TCAM rule and what the two handlers do with refused or foreign rows.
-#include <cstring>
 #include <tuple>
 
-#include "frame/l3mac_ctx.h"
 #include "request/l3mac_msg.h"
 #include "request/l3mac_user.h"
 #include "support/l3mac_world.h"

@@ -2,17 +2,9 @@
 // runs against a model, and the printed dumps and rows.
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstring>
 #include <random>
-#include <string>
 #include <unordered_map>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
 #include "store/l3mac_db.h"
 #include "store/l3mac_store_traits.h"
 #include "support/l3mac_world.h"

@@ -1,12 +1,9 @@
 // TCAM entries and their pools: claims, indexes, the rows that an entry
 // writes, and where each mac_type's entries land on the different boards.
-#include <gtest/gtest.h>
 
-#include "frame/l3mac_ctx.h"
 #include "platform/host/hnx_host.h"
 #include "store/l3mac_db.h"
 #include "support/managed_world.h"
-#include "tcam/l3mac_tcam.h"
 
 namespace {
 

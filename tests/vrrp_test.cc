@@ -2,12 +2,8 @@
 // user and at its last user's departure, the results when memory or a
 // table write fails, the STATUS_FAILED row, and a key that moves between the
 // direct and the managed path.
-#include <cstring>
 #include <tuple>
 
-#include "decision/l3mac_mac.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "request/l3mac_user.h"
 #include "store/l3mac_db.h"
@@ -16,7 +12,6 @@
 
 namespace {
 
-const uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01};
 using writes = std::vector<tbl_op>;
 
 // A request's row: evlan_mask and phyid are always 0.
@@ -33,9 +28,6 @@ protected:
         write_caps({.tcam2_en = is_mng, .is_mng = is_mng, .is_mng2 = false, .copy_to_tcam2 = false});
         bring_up();
         hnx_host_tbl_journal_clear();
-    }
-    static user_entry *find(uint32_t user, const std::string &uuid) {
-        return l3mac_get_or_add_user_db(user, uuid.c_str(), 0);
     }
     static mac_hw *hw_of(uint32_t evlan, uint32_t type) {
         struct { uint32_t evlan, mask; uint8_t mac[6]; uint8_t type, zero; } key = {};
@@ -54,7 +46,7 @@ TEST_F(VrrpTest, FirstUserPublishesSecondSharesLastWithdraws) {
     mac_hw *h = hw_of(10, VRRP);
     ASSERT_NE(h, nullptr);
     EXPECT_EQ(h->is_hw, 1);
-    EXPECT_EQ(l3mac_users_on(&h->user_head), (std::vector<user_entry *>{find(2, "b"), find(1, "a")}));
+    EXPECT_EQ(l3mac_users_on(&h->user_head), (std::vector<user_entry *>{user_of(2, "b"), user_of(1, "a")}));
     EXPECT_EQ(managed_journal("vrrp"), writes{hw(true, 10, VRRP)});
     EXPECT_EQ(l3mac_ctx.malloc_db, 3u);
     ASSERT_EQ(del_row(1, "a"), 0);  // the second user keeps the row
@@ -71,12 +63,12 @@ TEST_F(VrrpTest, PhyidChangeWritesNothingEvlanChangeWithdrawsFirst) {
     hnx_host_tbl_journal_clear();
     ASSERT_EQ(set_row(1, "a", 10, VRRP, kMacA, 5), 0);
     EXPECT_TRUE(hnx_host_tbl_journal().empty());
-    EXPECT_EQ(find(1, "a")->phyid, 5u);
+    EXPECT_EQ(user_of(1, "a")->phyid, 5u);
 
     ASSERT_EQ(set_row(1, "a", 20, VRRP, kMacA), 0);
     EXPECT_EQ(managed_journal("vrrp"), (writes{hw(false, 10, VRRP), hw(true, 20, VRRP)}));
     EXPECT_EQ(hw_of(10, VRRP), nullptr);
-    EXPECT_EQ(find(1, "a")->mac_entry, hw_of(20, VRRP));
+    EXPECT_EQ(user_of(1, "a")->mac_entry, hw_of(20, VRRP));
     EXPECT_EQ(l3mac_ctx.malloc_db, 2u);
 }
 
@@ -87,13 +79,13 @@ TEST_F(VrrpTest, NoMemoryChangesNothingAndTheDeleteMissesTheNewKey) {
     hnx_host_tbl_journal_clear();
     l3mac_mem_fail_after = 0;
     EXPECT_EQ(set_row(4, "b", 10, VRRP, kMacA), -2);  // no user entry
-    EXPECT_EQ(find(4, "b"), nullptr);
+    EXPECT_EQ(user_of(4, "b"), nullptr);
     EXPECT_EQ(err_slot(134).data1, 4);
     l3mac_mem_fail_after = 0;
     EXPECT_EQ(set_row(1, "a", 20, VRRP, kMacA), -2);  // no record
     EXPECT_EQ(err_count(134), 2u);
     EXPECT_EQ(err_slot(134).data1, 20);
-    user_entry *e = find(1, "a");
+    user_entry *e = user_of(1, "a");
     EXPECT_EQ(e->evlan, 20u);
     EXPECT_EQ(e->mac_entry, old_hw);
     EXPECT_TRUE(hnx_host_tbl_journal().empty());
@@ -101,7 +93,7 @@ TEST_F(VrrpTest, NoMemoryChangesNothingAndTheDeleteMissesTheNewKey) {
     EXPECT_EQ(del_row(1, "a"), -7);
     EXPECT_EQ(err_count(135), 1u);
     EXPECT_EQ(std::tie(err_slot(135).data1, err_slot(135).data2), std::make_tuple(20, 2));
-    EXPECT_EQ(find(1, "a"), e);
+    EXPECT_EQ(user_of(1, "a"), e);
 }
 
 TEST_F(VrrpTest, RefusedWriteIsCountedOnceAndTheRecordStaysMarked) {
@@ -122,7 +114,7 @@ TEST_F(VrrpTest, FailureRowCarriesTheRequestUnderItsOwnKey) {
     l3mac_row r(7, "vr-1", 30, VRRP, kMacA, 9);
     r.attr.is_match_evlan = 1;
     ASSERT_EQ(l3mac_set_msg_proc(r.get()), 0);
-    user_entry *e = find(7, "vr-1");
+    user_entry *e = user_of(7, "vr-1");
     hnx_host_tbl_journal_clear();
     EXPECT_EQ(sw_l3mac_set_vrrp_fail(e), 0);
     const l3mac_res_write want{true, 7, "vr-1", S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED, true, 30,
@@ -140,9 +132,9 @@ TEST_F(VrrpTest, AKeyMovingBetweenThePathsLeavesItsOldRecordByItsOwnRules) {
     ASSERT_EQ(set_row(1, "k", 100, OL, kMacA), 0);
     ASSERT_EQ(set_row(1, "k", 100, NORMAL, kMacA), 0);  // withdrawn and freed
     mac_entry *m = sw_l3mac_get_or_add_mac_db(NORMAL, kMacA, 0, 0);
-    EXPECT_EQ(find(1, "k")->mac_entry, m);
+    EXPECT_EQ(user_of(1, "k")->mac_entry, m);
     EXPECT_EQ(hw_of(100, OL), nullptr);
-    while (!list_empty(&l3mac_pending_head)) list_del_init(l3mac_pending_head.next);
+    settle_all();
     // Back to the direct path: the MAC loses its user and is queued.
     ASSERT_EQ(set_row(1, "k", 200, OL, kMacA), 0);
     EXPECT_TRUE(list_empty(&m->user_head));

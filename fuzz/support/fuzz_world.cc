@@ -1,13 +1,12 @@
 // The fuzz targets' service world: see fuzz_world.h.
 #include "support/fuzz_world.h"
 
-#include <cstdio>
 #include <cstdlib>
 
 #include "diag/l3mac_release.h"
+#include "frame/l3mac_ds.h"
 #include "platform/host/hnx_host.h"
 #include "platform/host/ssat_host.h"
-#include "tests/support/service_world.h"
 
 namespace fs = std::filesystem;
 

@@ -2,8 +2,6 @@
 #include "support/l3mac_world.h"
 
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 
 #include "diag/l3mac_release.h"
 #include "platform/host/hnx_host.h"

@@ -9,10 +9,13 @@
 
 #include <gtest/gtest.h>
 
+#include "request/l3mac_user.h"
 #include "support/service_world.h"
 
 struct user_entry;
 
+inline constexpr uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01},
+                         kMacB[6] = {0x00, 0x0b, 0x00, 0x00, 0x00, 0x02};
 inline constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL,
                           VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP, TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL,
                           SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
@@ -45,6 +48,14 @@ protected:
     static void capture_stdout() { testing::internal::CaptureStdout(); }
     static std::string captured_stdout();
 
+    // The user entry of the key, when there is one.
+    static user_entry *user_of(uint32_t user, const std::string &uuid) {
+        return l3mac_get_or_add_user_db(user, uuid.c_str(), 0);
+    }
+    // Takes every MAC off the pending list, as a finished decision does.
+    static void settle_all() {
+        while (!list_empty(&l3mac_pending_head)) list_del_init(l3mac_pending_head.next);
+    }
     // The MAC record of the key, when there is one.
     static mac_entry *mac_of(uint32_t mac_type, const uint8_t *mac, uint32_t phyid = 0) {
         return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(mac_type), mac, phyid, 0);

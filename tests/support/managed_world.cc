@@ -3,17 +3,13 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <ostream>
 
 #include "diag/l3mac_release.h"
-#include "frame/l3mac_ctx.h"
 #include "frame/l3mac_ds.h"
 #include "platform/host/hnx_host.h"
 #include "platform/ss_rt_tbl.h"
 #include "request/l3mac_msg.h"
-#include "s_route.pb-c.h"
 #include "store/l3mac_db.h"
 #include "store/l3mac_store.h"
 
