@@ -7,32 +7,6 @@
 
 namespace {
 
-struct flag_case {
-    bool is_mng, is_mng2;
-};
-
-class BringupFlags : public L3macWorld, public ::testing::WithParamInterface<flag_case> {};
-
-TEST_P(BringupFlags, FlagsDecideWhatExists) {
-    const flag_case f = GetParam();
-    write_caps({true, f.is_mng, f.is_mng2, false});
-    bring_up();
-    const bool managed = f.is_mng || f.is_mng2;
-    EXPECT_EQ(l3mac_ctx.ser_ready, 1);
-    EXPECT_NE(l3mac_ctx.user_db, nullptr);
-    EXPECT_EQ(l3mac_ctx.mac_db != nullptr, managed);
-    EXPECT_EQ(l3mac_ctx.tcam_db != nullptr, managed);
-    EXPECT_EQ(l3mac_ctx.tcam_rm[0] != nullptr, f.is_mng);
-    EXPECT_EQ(l3mac_ctx.tcam_rm[1] != nullptr, f.is_mng2);
-    EXPECT_EQ(l3mac_ctx.vrrp_db != nullptr, !(f.is_mng && f.is_mng2));
-    EXPECT_EQ(l3mac_ctx.decision_timer != nullptr, managed);
-    for (int code : {52, 57, 58, 148, 150, 152}) EXPECT_EQ(err_count(code), 0u) << code;
-}
-
-INSTANTIATE_TEST_SUITE_P(FourSettings, BringupFlags,
-                         ::testing::Values(flag_case{true, true}, flag_case{true, false},
-                                           flag_case{false, true}, flag_case{false, false}));
-
 class BringupTest : public L3macWorld {
 protected:
     static auto profile() {
@@ -43,6 +17,25 @@ protected:
     }
     static auto defaults() { return decltype(profile())(2, 256, 256, 0, 5, 4096, 0, 1, 1, 1, 5); }
 };
+
+// What exists after bring-up is the managed flags' doing, each a world of its own.
+TEST_F(BringupTest, FlagsDecideWhatExists) {
+    for (const auto &[mng, mng2] : {std::pair{true, true}, {true, false}, {false, true}, {false, false}}) {
+        SCOPED_TRACE(testing::Message() << "is_mng " << mng << " is_mng2 " << mng2);
+        TearDown();
+        SetUp();
+        write_caps({.tcam2_en = true, .is_mng = mng, .is_mng2 = mng2, .copy_to_tcam2 = false});
+        bring_up();
+        EXPECT_EQ(l3mac_ctx.ser_ready, 1);
+        EXPECT_NE(l3mac_ctx.user_db, nullptr);
+        EXPECT_EQ(std::tuple(l3mac_ctx.mac_db != nullptr, l3mac_ctx.tcam_db != nullptr,
+                             l3mac_ctx.decision_timer != nullptr, l3mac_ctx.vrrp_db != nullptr),
+                  std::tuple(mng || mng2, mng || mng2, mng || mng2, !(mng && mng2)));
+        EXPECT_EQ(std::pair(l3mac_ctx.tcam_rm[0] != nullptr, l3mac_ctx.tcam_rm[1] != nullptr),
+                  std::pair(mng, mng2));
+        for (int code : {52, 57, 58, 148, 150, 152}) EXPECT_EQ(err_count(code), 0u) << code;
+    }
+}
 
 TEST_F(BringupTest, SecondTcamFlagWithoutTheTcamWarnsAndSucceeds) {
     write_caps({});  // is_mng2 set, tcam2_en clear
