@@ -16,12 +16,6 @@
 
 namespace {
 
-ss_rt_tbl *fuzz_bak_table() {
-    SRoute__L3macBak row = S_ROUTE__L3MAC_BAK__INIT;
-    SRoute__L3macHwAttr key = S_ROUTE__L3MAC_HW_ATTR__INIT;
-    return ss_rt_tbl_create_detail(16, 1, &row.base, 24, 12, &key.base, 32, 1);
-}
-
 void fuzz_packed_bak(FuzzedDataProvider &in, ss_rt_tbl *bak) {
     const std::vector<uint8_t> bytes =
         in.ConsumeBytes<uint8_t>(in.ConsumeIntegralInRange<size_t>(0, 48));
@@ -94,7 +88,7 @@ void fuzz_same_places(const fuzz_places &before, const fuzz_places &after,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider in(data, size);
     fuzz_world_start(fuzz_board_json(in.ConsumeIntegral<uint8_t>()), false);
-    ss_rt_tbl *bak = fuzz_bak_table();
+    ss_rt_tbl *bak = l3mac_ctx.tbl_bak;  // written before the start that reads it
     const int rows = in.ConsumeIntegralInRange<int>(0, 24);
     for (int i = 0; i < rows; i++) {
         if (in.ConsumeIntegralInRange<int>(0, 3) == 0) fuzz_packed_bak(in, bak);

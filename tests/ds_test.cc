@@ -64,20 +64,6 @@ TEST_F(DsTest, ARestoredEntryThatNoUserWantsGoesWithBothRows) {
     EXPECT_EQ(managed_bak_rows().size(), 1u);
 }
 
-// Requests that come before smoothing are recorded and queued; the round at
-// its end decides them all.
-TEST_F(DsTest, TheFirstRoundAfterSmoothingTreatsEverythingQueuedBefore) {
-    write_profile(l3mac_caps_json({.tcam_cap = 16}));
-    bring_up();
-    want(kA, {3, 5});
-    want(kB, {7});
-    EXPECT_EQ(in_use(), 0u);
-    EXPECT_TRUE(managed_journal().empty());
-    l3mac_data_check();
-    EXPECT_TRUE(list_empty(&l3mac_pending_head));
-    EXPECT_EQ(managed_hw_rows().size(), 3u);
-}
-
 // While the service was down M's users asked for one VLAN more than the
 // full TCAM can hold. M fails in both passes of the first round; the entries
 // that it keeps are published again, so that the end of smoothing finds
