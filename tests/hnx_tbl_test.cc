@@ -3,13 +3,13 @@
 
 #include "platform/host/hnx_host.h"
 #include "support/managed_proc.h"
-#include "support/tbl_world.h"
+#include "support/l3mac_world.h"
 
 namespace {
 
 const char *const kRes = "s_route.l3mac_res";
 
-class HnxTbl : public TblWorld {
+class HnxTbl : public L3macWorld {
 protected:
     // Runs hnx-tbl --root <root> with the words.
     managed_result run(std::vector<std::string> words) {

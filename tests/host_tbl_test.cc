@@ -5,10 +5,13 @@
 #include <vector>
 
 #include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "platform/host/hnx_host.h"
 #include "platform/host/tbl_state.h"
-#include "support/tbl_world.h"
+#include "support/l3mac_world.h"
+#include "support/managed_proc.h"
 
 namespace {
 
@@ -39,11 +42,48 @@ int64_t log_size() {
     return n;
 }
 
-class TblService : public TblWorld {
+// A row of s_route.l3mac_hw_res on the stack; without attr it is a delete.
+struct hw_row {
+    SRoute__L3macHwKey key = S_ROUTE__L3MAC_HW_KEY__INIT;
+    SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
+    PLibpub__Mac mac = P_LIBPUB__MAC__INIT;
+    SRoute__L3macHwRes res = S_ROUTE__L3MAC_HW_RES__INIT;
+    uint8_t mac_bytes[6] = {0, 0x11, 0x22, 0x33, 0x44, 0x55};
+
+    hw_row(uint32_t hw_id, uint32_t evlan, bool with_attr = true) {
+        key.hw_id = hw_id;
+        mac.data = {6, mac_bytes};
+        attr.evlan = evlan, attr.evlan_mask = 0xfff, attr.mac = &mac;
+        res.index = &key;
+        res.attr = with_attr ? &attr : nullptr;
+    }
+    hw_row(const hw_row &) = delete;
+    const ProtobufCMessage *get() const { return &res.base; }
+};
+
+// The four tables of store 16, made as the daemon makes them, and writers
+// in other processes.
+class TblService : public L3macWorld {
 protected:
     void SetUp() override {
-        TblWorld::SetUp();
+        L3macWorld::SetUp();
+        l3mac_tbl_init();  // no runtime yet: only the tables are made
+        hw_res_ = l3mac_ctx.tbl_hw_res, bak_ = l3mac_ctx.tbl_bak;
+        ASSERT_TRUE(hw_res_ && bak_);
         g_seen.clear();
+    }
+    // Runs `fn` in a forked child, which then exits; waits for it, bounded:
+    // true when it exited with status 0.
+    static pid_t in_child(const std::function<void()> &fn) {
+        const pid_t pid = fork();
+        if (pid == 0) fn(), _exit(0);
+        return pid;
+    }
+    static bool child_ok(pid_t pid) {
+        int status = 0;
+        const bool ended = managed_wait([&] { return waitpid(pid, &status, WNOHANG) == pid; });
+        if (!ended) kill(pid, SIGKILL), waitpid(pid, &status, 0);
+        return ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
     void subscribe() {
         ASSERT_EQ(ss_rt_tbl_subscribe_detail(
@@ -59,6 +99,7 @@ protected:
         return ss_rt_tbl_del_str(hw_res_, r.get(), 0, 0);
     }
     void in_child_ok(const std::function<void()> &fn) { ASSERT_TRUE(child_ok(in_child(fn))); }
+    ss_rt_tbl *hw_res_ = nullptr, *bak_ = nullptr;
 };
 
 TEST_F(TblService, RowsStandInKeyOrderEveryCallIsJournalledForeignRowsRefused) {
