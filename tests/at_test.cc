@@ -3,7 +3,6 @@
 #include "decision/l3mac_decision.h"
 #include "diag/l3mac_at.h"
 #include "platform/host/ssat_host.h"
-#include "request/l3mac_msg.h"
 #include "store/l3mac_db.h"
 #include "support/l3mac_world.h"
 

@@ -5,10 +5,8 @@
 
 #include "decision/l3mac_decision.h"
 #include "diag/l3mac_check.h"
-#include "frame/l3mac_ds.h"
 #include "platform/host/tbl_turn.h"
 #include "platform/ss_rt_tbl.h"
-#include "store/l3mac_db.h"
 #include "store/l3mac_store.h"
 #include "support/managed_proc.h"
 #include "support/managed_world.h"

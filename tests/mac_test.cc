@@ -1,7 +1,6 @@
 // MAC entries: the first bind, lookups that create nothing, the VFI kind,
 // and requests whose number has no bit in the VLAN set. (Queueing once and
 // a MAC that its last user left: the user and mask-list tests.)
-#include "request/l3mac_user.h"
 #include "support/l3mac_world.h"
 
 namespace {

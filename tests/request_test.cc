@@ -3,7 +3,6 @@
 #include <tuple>
 
 #include "request/l3mac_msg.h"
-#include "request/l3mac_user.h"
 #include "support/l3mac_world.h"
 
 namespace {

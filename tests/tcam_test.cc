@@ -2,7 +2,6 @@
 // writes, and where each mac_type's entries land on the different boards.
 
 #include "platform/host/hnx_host.h"
-#include "store/l3mac_db.h"
 #include "support/managed_world.h"
 
 namespace {

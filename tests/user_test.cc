@@ -2,7 +2,6 @@
 // a MAC's users and of the pending list, the two budgets of direct
 // decisions, and the results when memory runs out.
 #include "decision/l3mac_decision.h"
-#include "request/l3mac_user.h"
 #include "support/l3mac_world.h"
 
 namespace {

@@ -5,7 +5,6 @@
 #include <tuple>
 
 #include "platform/host/hnx_host.h"
-#include "request/l3mac_user.h"
 #include "store/l3mac_db.h"
 #include "support/managed_world.h"
 #include "vrrp/l3mac_vrrp.h"
