@@ -3,7 +3,6 @@
 // written with hnx-tbl reaching the handlers on the direct path. Every wait
 // is a poll with a deadline.
 #include <csignal>
-#include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,26 +16,17 @@ namespace {
 
 const std::string kBin = HNX_BIN_DIR;
 
-std::string slurp(const std::string &path) {
-    std::stringstream ss;
-    ss << std::ifstream(path, std::ios::binary).rdbuf();
-    return ss.str();
-}
-
-class DaemonTest : public ::testing::Test {
+// The service world's root, for daemons of its own.
+class DaemonTest : public L3macWorld {
 protected:
     void SetUp() override {
-        char tmpl[] = "/tmp/l3mac-e2e-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        root_ = tmpl;
+        L3macWorld::SetUp();
         fs::create_directories(root_ + "/etc/route/debug");
-        profile({});  // the platform's complaint about a missing one goes to the output too
+        write_caps({});  // the platform's complaint about a missing one goes to the output too
     }
-    void profile(const l3mac_caps &caps) { l3mac_caps_write(root_, caps); }
     void TearDown() override {
         for (pid_t &p : pids_) managed_daemon_kill(p);
-        std::error_code ec;
-        fs::remove_all(root_, ec);
+        L3macWorld::TearDown();
     }
     // Starts a daemon with this level file, its output fresh; with `ready`,
     // waits until it holds its lock (its pid in the file) and serves its
@@ -60,8 +50,8 @@ protected:
         return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
     }
     std::string sock() const { return root_ + "/var/run/hnx/hnx-l3table-l3mac.sock"; }
-    std::string pid_file() const { return slurp(root_ + "/var/run/de.res_l3mac.route.ss.pid"); }
-    std::string out() const { return slurp(root_ + "/daemon.out"); }
+    std::string pid_file() const { return managed_slurp(root_ + "/var/run/de.res_l3mac.route.ss.pid"); }
+    std::string out() const { return managed_slurp(root_ + "/daemon.out"); }
     managed_result cmd(std::vector<std::string> words) const {
         words.insert(words.begin(), "hnx-l3table-l3mac");
         return managed_run(kBin, root_, "hnx-cmd", words);
@@ -89,7 +79,6 @@ protected:
         return managed_wait([&] { return l3mac_count_lines(out(), word, func, text) == 1; });
     }
 
-    std::string root_;
     std::vector<pid_t> pids_;
 };
 
@@ -127,7 +116,7 @@ TEST_F(DaemonTest, LevelFileSetsTheLog) {
 }
 
 TEST_F(DaemonTest, UnmanagedBoardPublishesSharesAndWithdrawsTheDirectRow) {
-    profile({false, false, false});
+    write_caps({false, false, false});
     const pid_t d = start("5");
     ASSERT_NE(request(1, "u1", "L3MAC_VRRP"), "!");
     ASSERT_TRUE(managed_wait([&] { return vrrp_rows() == 1; })) << out();

@@ -28,20 +28,12 @@ bool tables_hold(std::vector<hw_entry> want) {
     return hw == want;
 }
 
-class ManagedE2e : public ::testing::Test {
+// The service world's root, its tables read by this process, served by a daemon.
+class ManagedE2e : public L3macWorld {
 protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/l3mac-e2e-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        root_ = tmpl;
-        hnx_host_tbl_reset();
-        hnx_host_set_root(root_);
-        l3mac_caps_write(root_, {});
-    }
     void TearDown() override {
         managed_daemon_kill(pid_);
-        hnx_host_tbl_reset();
-        std::filesystem::remove_all(root_);
+        L3macWorld::TearDown();
     }
     void start() { pid_ = managed_daemon_start(HNX_BIN_DIR, root_); }
 
@@ -58,13 +50,13 @@ protected:
                                      "attr.mac_type=L3MAC_NORMAL", std::string("attr.mac=") + m});
         ASSERT_EQ(managed_tbl(HNX_BIN_DIR, root_, args), 0);
     }
-    std::string root_;
     pid_t pid_ = 0;
 };
 
 // Covers: {1, 2, 3} is 0/0xFFC; {5, 7} is 5/0xFFD beside the filler;
 // {100..103} is 100/0xFFC; {1, 2} is 0/0xFFD and 0/0xFFE.
 TEST_F(ManagedE2e, EntriesFollowTheRequestsAndStayInPlaceAcrossAKill) {
+    write_caps({});
     start();
     for (uint32_t v : {1, 2, 3}) set(kA, v);
     for (uint32_t v : {5, 7}) set(kB, v);

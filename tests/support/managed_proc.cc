@@ -38,13 +38,13 @@ pid_t spawn(const std::string &prog, std::vector<std::string> args, const std::s
     _exit(127);
 }
 
-std::string slurp(const std::string &path) {
+}  // namespace
+
+std::string managed_slurp(const std::string &path) {
     std::stringstream ss;
     ss << std::ifstream(path, std::ios::binary).rdbuf();
     return ss.str();
 }
-
-}  // namespace
 
 pid_t managed_daemon_start(const std::string &bin, const std::string &root) {
     // As on a real system, /var/run is there before the daemon takes its
@@ -70,8 +70,8 @@ managed_result managed_run(const std::string &bin, const std::string &root, cons
     managed_result r;
     int status = 0;
     if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) r.status = WEXITSTATUS(status);
-    r.out = slurp(out);
-    r.err = slurp(out + ".err");
+    r.out = managed_slurp(out);
+    r.err = managed_slurp(out + ".err");
     return r;
 }
 

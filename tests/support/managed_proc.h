@@ -34,6 +34,9 @@ inline int managed_tbl(const std::string &bin, const std::string &root,
     return managed_run(bin, root, "hnx-tbl", args).status;
 }
 
+// The whole of a file; "" when there is none.
+std::string managed_slurp(const std::string &path);
+
 // Polls `cond` until it holds or `limit` has passed. True when it held.
 bool managed_wait(const std::function<bool()> &cond,
                   std::chrono::milliseconds limit = std::chrono::seconds(20));
