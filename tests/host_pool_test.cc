@@ -12,10 +12,7 @@ namespace {
 sw_res_alloc_req request(uint8_t is_gr = 0, int64_t want = 0) {
     sw_res_alloc_req r;
     std::memset(&r, 0, sizeof r);
-    r.one = 1;
-    r.count = 1;
-    r.is_gr = is_gr;
-    r.want = want;
+    r.one = 1, r.count = 1, r.is_gr = is_gr, r.want = want;
     return r;
 }
 
