@@ -60,10 +60,9 @@ TEST_F(UserTest, DeleteQueuesWithoutADecisionAndAnAddReusesThePendingMac) {
     mac_entry *m = mac_of(NORMAL, kMacA);
     settle_all();
     EXPECT_EQ(decisions_during([] { EXPECT_EQ(del_row(1, "a"), 0); }), 0);
-    EXPECT_EQ(user_of(1, "a"), nullptr);
-    EXPECT_TRUE(list_empty(&m->user_head));
+    EXPECT_EQ(std::tuple(user_of(1, "a"), list_empty(&m->user_head), l3mac_ctx.malloc_db),
+              std::tuple(nullptr, true, 1u));
     EXPECT_EQ(l3mac_pending(), macs{m});
-    EXPECT_EQ(l3mac_ctx.malloc_db, 1u);
     ASSERT_EQ(set_row(1, "a", 12, NORMAL, kMacA), 0);
     EXPECT_EQ(l3mac_users_on(&m->user_head), users{user_of(1, "a")});
     EXPECT_EQ(l3mac_pending(), macs{m});  // queued once
@@ -75,15 +74,13 @@ TEST_F(UserTest, EachBudgetAllowsFiveDirectDecisionsBetweenTicks) {
     };
     EXPECT_EQ(decisions_during([&] { six("n", NORMAL, kMacA); }), 5);
     EXPECT_EQ(decisions_during([&] { six("v", VRRP, kMacB); }), 5);  // a budget of its own
-    EXPECT_EQ(l3mac_ctx.commom_decision_cnt, 5u);
-    EXPECT_EQ(l3mac_ctx.drv_decision_cnt, 5u);
+    EXPECT_EQ(std::pair(l3mac_ctx.commom_decision_cnt, l3mac_ctx.drv_decision_cnt), std::pair(5u, 5u));
     EXPECT_EQ(l3mac_pending().size(), 2u);  // the sixth adds still queued
     l3mac_decision_timer(nullptr);  // resets both counts
     EXPECT_EQ(l3mac_ctx.commom_decision_cnt + l3mac_ctx.drv_decision_cnt, 0u);
     // An add is charged to the budget of its new mac_type.
     EXPECT_EQ(decisions_during([] { ASSERT_EQ(set_row(1, "v0", 40, NORMAL, kMacA), 0); }), 1);
-    EXPECT_EQ(l3mac_ctx.commom_decision_cnt, 1u);
-    EXPECT_EQ(l3mac_ctx.drv_decision_cnt, 0u);
+    EXPECT_EQ(std::pair(l3mac_ctx.commom_decision_cnt, l3mac_ctx.drv_decision_cnt), std::pair(1u, 0u));
 
     l3mac_ctx.drv_decision_max_counter = 0;  // a limit of 0 leaves every add to the tick
     l3mac_commom_decision_counter = 0;
@@ -96,9 +93,8 @@ TEST_F(UserTest, NoMemoryForAnEntryChangesNothingForAMacKeepsTheOldBinding) {
     settle_all();
     l3mac_mem_fail_after = 0;
     EXPECT_EQ(set_row(3, "b", 10, NORMAL, kMacB), -2);
-    EXPECT_EQ(err_slot(134).data1, 3);
-    EXPECT_EQ(user_of(3, "b"), nullptr);
-    EXPECT_EQ(l3mac_ctx.malloc_db, 2u);
+    EXPECT_EQ(std::tuple(err_slot(134).data1, user_of(3, "b"), l3mac_ctx.malloc_db),
+              std::tuple(3, nullptr, 2u));
 
     l3mac_mem_fail_after = 0;  // the new MAC's record
     EXPECT_EQ(set_row(1, "a", 20, NORMAL, kMacB), 0);

@@ -105,9 +105,8 @@ int L3macWorld::set_row(uint32_t user, const std::string &uuid, uint32_t evlan,
 }
 
 int L3macWorld::del_row(uint32_t user, const std::string &uuid) {
-    const uint8_t none[6] = {};
-    l3mac_row r(user, uuid, 0, 0, none);
-    r.res.attr = nullptr;
+    l3mac_row r(user, uuid, 0, 0, kMacA);
+    r.res.attr = nullptr;  // a delete carries the key alone
     return l3mac_del_msg_proc(r.get());
 }
 
