@@ -5,24 +5,16 @@
 // a few users' requests. Data smoothing restores what it can through
 // l3mac_tcam_gr_backup and runs the first round: the service must then be
 // consistent, and a second start must restore every entry in its place.
-#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <set>
 #include <vector>
 
 #include "diag/l3mac_check_model.h"
-#include "frame/l3mac_ctx.h"
 #include "platform/ss_rt_tbl.h"
 #include "support/fuzz_world.h"
 
 namespace {
-
-ss_rt_tbl *fuzz_bak_table() {
-    SRoute__L3macBak row = S_ROUTE__L3MAC_BAK__INIT;
-    SRoute__L3macHwAttr key = S_ROUTE__L3MAC_HW_ATTR__INIT;
-    return ss_rt_tbl_create_detail(16, 1, &row.base, 24, 12, &key.base, 32, 1);
-}
 
 void fuzz_packed_bak(FuzzedDataProvider &in, ss_rt_tbl *bak) {
     const std::vector<uint8_t> bytes =
@@ -96,7 +88,7 @@ void fuzz_same_places(const fuzz_places &before, const fuzz_places &after,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider in(data, size);
     fuzz_world_start(fuzz_board_json(in.ConsumeIntegral<uint8_t>()), false);
-    ss_rt_tbl *bak = fuzz_bak_table();
+    ss_rt_tbl *bak = l3mac_ctx.tbl_bak;  // written before the start that reads it
     const int rows = in.ConsumeIntegralInRange<int>(0, 24);
     for (int i = 0; i < rows; i++) {
         if (in.ConsumeIntegralInRange<int>(0, 3) == 0) fuzz_packed_bak(in, bak);

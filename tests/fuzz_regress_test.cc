@@ -1,9 +1,7 @@
 // Regressions of the faults that the fuzz targets, the sanitizer build and
 // the crash-restart soak found: one test each, named after the fault.
 #include <climits>
-#include <string>
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
