@@ -51,18 +51,25 @@ std::vector<uint32_t> fuzz_key_of(const l3mac_check_hw &h) {
 }
 
 // The backup rows as {entry -> index}, and the indexes that rows without an
-// output row (the ones the service skipped) hold in each TCAM.
+// output row (the ones the service skipped) hold in each TCAM. An entry
+// that two rows name (one of them not the service's) has no one place:
+// the later row in the scan gives it, and it is left out.
 fuzz_places fuzz_backup_places(std::set<std::pair<int, uint32_t>> *stale) {
     l3mac_check_rows rows;
     l3mac_check_read_tables(&rows);
     const l3mac_check_board b = l3mac_check_board_live();
-    std::set<std::vector<uint32_t>> out;
+    std::set<std::vector<uint32_t>> out, twice;
     for (const l3mac_check_hw &h : rows.hw_res) out.insert(fuzz_key_of(h));
     fuzz_places places;
     for (const l3mac_check_hw &h : rows.bak) {
-        if (out.count(fuzz_key_of(h))) places[fuzz_key_of(h)] = h.hw_id;
-        else if (stale) stale->insert({l3mac_check_tcam_of(b, h.mac_type), h.hw_id});
+        const std::vector<uint32_t> k = fuzz_key_of(h);
+        if (!out.count(k)) {
+            if (stale) stale->insert({l3mac_check_tcam_of(b, h.mac_type), h.hw_id});
+        } else if (!places.emplace(k, h.hw_id).second) {
+            twice.insert(k);
+        }
     }
+    for (const std::vector<uint32_t> &k : twice) places.erase(k);
     return places;
 }
 
