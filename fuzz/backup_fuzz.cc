@@ -5,24 +5,17 @@
 // a few users' requests. Data smoothing restores what it can through
 // l3mac_tcam_gr_backup and runs the first round: the service must then be
 // consistent, and a second start must restore every entry in its place.
-#include <cstdio>
+#include <array>
 #include <cstdlib>
 #include <map>
 #include <set>
 #include <vector>
 
 #include "diag/l3mac_check_model.h"
-#include "frame/l3mac_ctx.h"
 #include "platform/ss_rt_tbl.h"
 #include "support/fuzz_world.h"
 
 namespace {
-
-ss_rt_tbl *fuzz_bak_table() {
-    SRoute__L3macBak row = S_ROUTE__L3MAC_BAK__INIT;
-    SRoute__L3macHwAttr key = S_ROUTE__L3MAC_HW_ATTR__INIT;
-    return ss_rt_tbl_create_detail(16, 1, &row.base, 24, 12, &key.base, 32, 1);
-}
 
 void fuzz_packed_bak(FuzzedDataProvider &in, ss_rt_tbl *bak) {
     const std::vector<uint8_t> bytes =
@@ -58,32 +51,47 @@ std::vector<uint32_t> fuzz_key_of(const l3mac_check_hw &h) {
     return {h.evlan, h.evlan_mask, h.mac_type, h.phyid, h.mac[0], h.mac[5]};
 }
 
-// The backup rows as {entry -> index}, and the indexes that rows without an
-// output row (the ones the service skipped) hold in each TCAM.
-fuzz_places fuzz_backup_places(std::set<std::pair<int, uint32_t>> *stale) {
+// What the backup rows say before a start: each entry's index, the indexes
+// that rows without an output row (the ones the service skipped) hold, and
+// how many rows each TCAM has. An entry that two rows name (one of them not
+// the service's) has no one place: the later row in the scan gives it, and
+// it is left out.
+struct fuzz_rows_view {
+    fuzz_places places;
+    std::set<std::pair<int, uint32_t>> stale;
+    std::array<uint32_t, 2> rows{};
+};
+
+fuzz_rows_view fuzz_backup_view() {
     l3mac_check_rows rows;
     l3mac_check_read_tables(&rows);
     const l3mac_check_board b = l3mac_check_board_live();
-    std::set<std::vector<uint32_t>> out;
+    std::set<std::vector<uint32_t>> out, twice;
     for (const l3mac_check_hw &h : rows.hw_res) out.insert(fuzz_key_of(h));
-    fuzz_places places;
+    fuzz_rows_view v;
     for (const l3mac_check_hw &h : rows.bak) {
-        if (out.count(fuzz_key_of(h))) places[fuzz_key_of(h)] = h.hw_id;
-        else if (stale) stale->insert({l3mac_check_tcam_of(b, h.mac_type), h.hw_id});
+        const std::vector<uint32_t> k = fuzz_key_of(h);
+        const int t = l3mac_check_tcam_of(b, h.mac_type);
+        v.rows[t]++;
+        if (!out.count(k)) v.stale.insert({t, h.hw_id});
+        else if (!v.places.emplace(k, h.hw_id).second) twice.insert(k);
     }
-    return places;
+    for (const std::vector<uint32_t> &k : twice) v.places.erase(k);
+    return v;
 }
 
-// An entry that stands after both starts stands where it stood. Two kinds
-// may move: one whose index a skipped row takes back first, once that index
-// is free, and one of a MAC with a phyid, whose entries are not claimed
-// before a change and so are made afresh when an add finds the pool full.
-void fuzz_same_places(const fuzz_places &before, const fuzz_places &after,
-                      const std::set<std::pair<int, uint32_t>> &stale) {
+// An entry that stands after both starts stands where it stood. Some may
+// move: one whose index a skipped row takes back first, once that index is
+// free; any in a TCAM with more rows than its pool holds, where skipped rows
+// may take the room that an entry's own row finds gone later in the scan;
+// and one of a MAC with a phyid, whose entries are not claimed before a
+// change and so are made afresh when an add finds the pool full.
+void fuzz_same_places(const fuzz_rows_view &before, const fuzz_places &after) {
     const l3mac_check_board b = l3mac_check_board_live();
-    for (const auto &[k, idx] : before) {
+    for (const auto &[k, idx] : before.places) {
+        const int t = l3mac_check_tcam_of(b, k[2]);
         auto it = after.find(k);
-        if (stale.count({l3mac_check_tcam_of(b, k[2]), idx}) || k[3] != 0) continue;
+        if (before.stale.count({t, idx}) || before.rows[t] > b.limit[t] || k[3] != 0) continue;
         if (it == after.end() || it->second == idx) continue;
         std::fprintf(stderr, "fuzz: the entry evlan %u mask %#x type %u at index %u moved to %d\n",
                      k[0], k[1], k[2], idx, it == after.end() ? -1 : int(it->second));
@@ -96,7 +104,7 @@ void fuzz_same_places(const fuzz_places &before, const fuzz_places &after,
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FuzzedDataProvider in(data, size);
     fuzz_world_start(fuzz_board_json(in.ConsumeIntegral<uint8_t>()), false);
-    ss_rt_tbl *bak = fuzz_bak_table();
+    ss_rt_tbl *bak = l3mac_ctx.tbl_bak;  // written before the start that reads it
     const int rows = in.ConsumeIntegralInRange<int>(0, 24);
     for (int i = 0; i < rows; i++) {
         if (in.ConsumeIntegralInRange<int>(0, 3) == 0) fuzz_packed_bak(in, bak);
@@ -112,11 +120,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                      "after the first start");
     // The service wrote its own rows now: the next start finds them all,
     // and takes each entry back at its index.
-    std::set<std::pair<int, uint32_t>> stale;
-    const fuzz_places before = fuzz_backup_places(&stale);
+    const fuzz_rows_view before = fuzz_backup_view();
     fuzz_world_restart();
     fuzz_world_check({.round_done = true, .restarted = true, .foreign_backup = true},
                      "after the second start");
-    fuzz_same_places(before, fuzz_backup_places(nullptr), stale);
+    fuzz_same_places(before, fuzz_backup_view().places);
     return 0;
 }

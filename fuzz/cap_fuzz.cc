@@ -5,16 +5,10 @@
 // there as a value of its kind, the default otherwise, and all defaults
 // when the file is no JSON object.
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <string>
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <nlohmann/json.hpp>
 
-#include "frame/l3mac_ctx.h"
 #include "frame/l3mac_init.h"
 #include "support/fuzz_world.h"
 #include "tcam/l3mac_tcam.h"
@@ -40,25 +34,15 @@ const json *fuzz_at(const json &doc, std::string path) {
     return nullptr;
 }
 
-int32_t fuzz_int(const json *doc, const char *path, int32_t dflt) {
+// The file's value at `path` where it stands there as a value of its kind
+// (a flag, or an integer of 32 bits), `dflt` otherwise.
+int64_t fuzz_value(const json *doc, const char *path, bool flag, int64_t dflt) {
     const json *v = doc ? fuzz_at(*doc, path) : nullptr;
-    if (!v || !v->is_number_integer()) return dflt;
-    if (v->is_number_unsigned()) return v->get<uint64_t>() > INT32_MAX ? dflt : v->get<int32_t>();
+    if (!v || (flag ? !v->is_boolean() : !v->is_number_integer())) return dflt;
+    if (flag) return v->get<bool>();
+    if (v->is_number_unsigned()) return v->get<uint64_t>() > INT32_MAX ? dflt : v->get<int64_t>();
     const int64_t s = v->get<int64_t>();
-    return s < INT32_MIN || s > INT32_MAX ? dflt : static_cast<int32_t>(s);
-}
-
-uint8_t fuzz_flag(const json *doc, const char *path, uint8_t dflt) {
-    const json *v = doc ? fuzz_at(*doc, path) : nullptr;
-    return v && v->is_boolean() ? v->get<bool>() : dflt;
-}
-
-void fuzz_expect_int(const json *doc, const char *path, int32_t dflt, int32_t got) {
-    if (fuzz_int(doc, path, dflt) != got) fuzz_fail("wrong value at", path);
-}
-
-void fuzz_expect_flag(const json *doc, const char *path, uint8_t dflt, uint8_t got) {
-    if (fuzz_flag(doc, path, dflt) != got) fuzz_fail("wrong flag at", path);
+    return s < INT32_MIN || s > INT32_MAX ? dflt : s;
 }
 
 // The VFI mask: the smallest power of two from 2 up to 2^31 that holds the
@@ -86,16 +70,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const json *doc = parsed.is_object() ? &parsed : nullptr;
     if ((rv == 0) != (doc != nullptr)) fuzz_fail("init disagrees on the file", path.c_str());
     const l3mac_ctx_t &c = l3mac_ctx;
-    fuzz_expect_int(doc, "s_route/l3mac/capacity/algo", 2, c.algo);
-    fuzz_expect_int(doc, "s_route/l3mac/capacity/tcam-cap", 256, c.tcam_cap);
-    fuzz_expect_int(doc, "s_route/l3mac/capacity/tcam2-cap", 256, c.tcam2_cap);
-    fuzz_expect_int(doc, "s_route/l3mac/capacity/rsvd-size", 0, c.rsvd_size);
-    fuzz_expect_int(doc, "s_route/l3intf/capacity/l3mac-dec-cnt", 5, c.dec_cnt);
-    fuzz_expect_int(doc, "s_bridge/ebridge/capacity/evlan_num", 4096, c.evlan_num);
-    fuzz_expect_flag(doc, "s_route/l3mac/ability/tcam2-en", 0, c.tcam2_en);
-    fuzz_expect_flag(doc, "s_route/l3mac/ability/is-mng", 1, c.is_mng);
-    fuzz_expect_flag(doc, "s_route/l3mac/ability/is-mng2", 1, c.is_mng2);
-    fuzz_expect_flag(doc, "s_route/l3mac/ability/copy-to-tcam2", 1, c.copy_to_tcam2);
+    const struct { const char *path; bool flag; int64_t dflt, got; } values[] = {
+        {"s_route/l3mac/capacity/algo", false, 2, c.algo},
+        {"s_route/l3mac/capacity/tcam-cap", false, 256, c.tcam_cap},
+        {"s_route/l3mac/capacity/tcam2-cap", false, 256, c.tcam2_cap},
+        {"s_route/l3mac/capacity/rsvd-size", false, 0, c.rsvd_size},
+        {"s_route/l3intf/capacity/l3mac-dec-cnt", false, 5, c.dec_cnt},
+        {"s_bridge/ebridge/capacity/evlan_num", false, 4096, c.evlan_num},
+        {"s_route/l3mac/ability/tcam2-en", true, 0, c.tcam2_en},
+        {"s_route/l3mac/ability/is-mng", true, 1, c.is_mng},
+        {"s_route/l3mac/ability/is-mng2", true, 1, c.is_mng2},
+        {"s_route/l3mac/ability/copy-to-tcam2", true, 1, c.copy_to_tcam2},
+    };
+    for (const auto &v : values)
+        if (fuzz_value(doc, v.path, v.flag, v.dflt) != v.got) fuzz_fail("wrong value at", v.path);
     if (c.drv_decision_max_counter != static_cast<uint32_t>(c.dec_cnt))
         fuzz_fail("the VRRP budget is not dec_cnt", "");
     if (c.vfi_mask != fuzz_vfi_mask(c.evlan_num)) fuzz_fail("wrong VFI mask for", "evlan_num");

@@ -3,13 +3,10 @@
 // a live service, which the injecting commands change. The words that a
 // format reads are read back as the framework promises, and after the
 // lines and a decision round the service is consistent.
-#include <cstdio>
 #include <cstdlib>
-#include <string>
 #include <string_view>
 
 #include "decision/l3mac_decision.h"
-#include "frame/l3mac_ctx.h"
 #include "platform/host/ssat_args.h"
 #include "platform/host/ssat_host.h"
 #include "support/fuzz_world.h"

@@ -5,12 +5,9 @@
 // table, as a user writes it, so that a restart reads it back. The service
 // must stay consistent after every step, and after the last one a restart
 // must leave tables that satisfy the checker's rules.
-#include <cstdint>
 #include <vector>
 
 #include "decision/l3mac_decision.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
 #include "platform/ss_rt_tbl.h"
 #include "request/l3mac_msg.h"
 #include "support/fuzz_world.h"
@@ -19,14 +16,10 @@ namespace {
 
 bool g_faults;
 
-void fuzz_set(const SRoute__L3macRes *row) {
-    ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row->base, 0, 0);
-    l3mac_set_msg_proc(row);
-}
-
-void fuzz_del(const SRoute__L3macRes *row) {
-    ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row->base, 0, 0);
-    l3mac_del_msg_proc(row);
+// A row written to the input table, as a user writes it, then handed over.
+void fuzz_handle(const SRoute__L3macRes *row, bool is_set) {
+    if (is_set) ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row->base, 0, 0), l3mac_set_msg_proc(row);
+    else ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row->base, 0, 0), l3mac_del_msg_proc(row);
 }
 
 // A row as bytes that the table service unpacks; bytes that are no row
@@ -36,23 +29,16 @@ void fuzz_packed(FuzzedDataProvider &in, bool is_set) {
         in.ConsumeBytes<uint8_t>(in.ConsumeIntegralInRange<size_t>(0, 64));
     SRoute__L3macRes *row = s_route__l3mac_res__unpack(nullptr, bytes.size(), bytes.data());
     if (!row) return;
-    if (is_set) fuzz_set(row);
-    else fuzz_del(row);
+    fuzz_handle(row, is_set);
     s_route__l3mac_res__free_unpacked(row, nullptr);
-}
-
-void fuzz_drawn(FuzzedDataProvider &in, bool is_set) {
-    const fuzz_row row(in);
-    if (is_set) fuzz_set(&row.res);
-    else fuzz_del(&row.res);
 }
 
 void fuzz_step(FuzzedDataProvider &in) {
     switch (in.ConsumeIntegralInRange<int>(0, 11)) {
     case 0: fuzz_packed(in, true); break;
     case 1: fuzz_packed(in, false); break;
-    case 2: case 3: case 4: case 5: fuzz_drawn(in, true); break;
-    case 6: fuzz_drawn(in, false); break;
+    case 2: case 3: case 4: case 5: fuzz_handle(fuzz_row(in).get(), true); break;
+    case 6: fuzz_handle(fuzz_row(in).get(), false); break;
     case 7: l3mac_decision_timer(nullptr); break;
     case 8: sw_l3mac_mac_decision(); break;
     case 9:

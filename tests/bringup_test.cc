@@ -1,39 +1,11 @@
 // Bring-up: what the capacity flags create, how failures leave the service,
-// and the capacity profile with its defaults and its dump.
+// and the capacity profile with its defaults. (Its dump: the guide's show-cap.)
 #include <tuple>
 
-#include "frame/l3mac_ctx.h"
 #include "frame/l3mac_init.h"
-#include "frame/l3mac_main.h"
 #include "support/l3mac_world.h"
 
 namespace {
-
-struct flag_case {
-    bool is_mng, is_mng2;
-};
-
-class BringupFlags : public L3macWorld, public ::testing::WithParamInterface<flag_case> {};
-
-TEST_P(BringupFlags, FlagsDecideWhatExists) {
-    const flag_case f = GetParam();
-    write_caps({true, f.is_mng, f.is_mng2, false});
-    bring_up();
-    const bool managed = f.is_mng || f.is_mng2;
-    EXPECT_EQ(l3mac_ctx.ser_ready, 1);
-    EXPECT_NE(l3mac_ctx.user_db, nullptr);
-    EXPECT_EQ(l3mac_ctx.mac_db != nullptr, managed);
-    EXPECT_EQ(l3mac_ctx.tcam_db != nullptr, managed);
-    EXPECT_EQ(l3mac_ctx.tcam_rm[0] != nullptr, f.is_mng);
-    EXPECT_EQ(l3mac_ctx.tcam_rm[1] != nullptr, f.is_mng2);
-    EXPECT_EQ(l3mac_ctx.vrrp_db != nullptr, !(f.is_mng && f.is_mng2));
-    EXPECT_EQ(l3mac_ctx.decision_timer != nullptr, managed);
-    for (int code : {52, 57, 58, 148, 150, 152}) EXPECT_EQ(err_count(code), 0u) << code;
-}
-
-INSTANTIATE_TEST_SUITE_P(FourSettings, BringupFlags,
-                         ::testing::Values(flag_case{true, true}, flag_case{true, false},
-                                           flag_case{false, true}, flag_case{false, false}));
 
 class BringupTest : public L3macWorld {
 protected:
@@ -45,6 +17,25 @@ protected:
     }
     static auto defaults() { return decltype(profile())(2, 256, 256, 0, 5, 4096, 0, 1, 1, 1, 5); }
 };
+
+// What exists after bring-up is the managed flags' doing, each a world of its own.
+TEST_F(BringupTest, FlagsDecideWhatExists) {
+    for (const auto &[mng, mng2] : {std::pair{true, true}, {true, false}, {false, true}, {false, false}}) {
+        SCOPED_TRACE(testing::Message() << "is_mng " << mng << " is_mng2 " << mng2);
+        TearDown();
+        SetUp();
+        write_caps({.tcam2_en = true, .is_mng = mng, .is_mng2 = mng2, .copy_to_tcam2 = false});
+        bring_up();
+        EXPECT_EQ(l3mac_ctx.ser_ready, 1);
+        EXPECT_NE(l3mac_ctx.user_db, nullptr);
+        EXPECT_EQ(std::tuple(l3mac_ctx.mac_db != nullptr, l3mac_ctx.tcam_db != nullptr,
+                             l3mac_ctx.decision_timer != nullptr, l3mac_ctx.vrrp_db != nullptr),
+                  std::tuple(mng || mng2, mng || mng2, mng || mng2, !(mng && mng2)));
+        EXPECT_EQ(std::pair(l3mac_ctx.tcam_rm[0] != nullptr, l3mac_ctx.tcam_rm[1] != nullptr),
+                  std::pair(mng, mng2));
+        for (int code : {52, 57, 58, 148, 150, 152}) EXPECT_EQ(err_count(code), 0u) << code;
+    }
+}
 
 TEST_F(BringupTest, SecondTcamFlagWithoutTheTcamWarnsAndSucceeds) {
     write_caps({});  // is_mng2 set, tcam2_en clear
@@ -93,19 +84,6 @@ TEST_F(BringupTest, AValueThatCannotBeReadFallsToItsDefaultAlone) {
     EXPECT_EQ(err_count(57), 1u);
     EXPECT_EQ(l3mac_count_lines(out, "ERROR", "l3mac_get_cap", "fail:rv == SS_E_NONE code:57 "), 1)
         << out;
-}
-
-TEST_F(BringupTest, ProfileDumpPrintsTwelveLinesInItsOwnOrder) {
-    write_caps({true, true, false, false, 3, 2048, 1024, 8, 7, 20480});
-    ASSERT_EQ(l3mac_cap_init(), 0);
-    l3mac_ctx.drv_decision_max_counter = 1;  // the dump shows what was read
-    capture_stdout();
-    l3mac_cap_dump();
-    const std::string rule = "==============L3TB L3MAC CAP DUMP==============\r\n";
-    EXPECT_EQ(captured_stdout(),
-              rule + "algo       = 3\ntcam cap   = 2048\ntcam2 en   = 1\ntcam2 cap  = 1024\n"
-                     "rsvd sz    = 8\ndec cnt    = 7\nevlan cap  = 20480\nis mng     = 1\n"
-                     "is mng2    = 0\nis copy tcam2 = 0\n" + rule);
 }
 
 }  // namespace

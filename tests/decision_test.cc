@@ -2,12 +2,9 @@
 // report of a full table (paced message, failure rows of VRRP users), and
 // the rounds that must not work or must leave a MAC alone.
 #include <algorithm>
-
-#include <gtest/gtest.h>
+#include <tuple>
 
 #include "decision/l3mac_decision.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "support/managed_world.h"
 
@@ -64,14 +61,11 @@ TEST_F(DecisionTest, AFullTableTellsTheOperatorAndTheVrrpUsersOfNewVlans) {
     hnx_host_tbl_journal_clear();
     sw_l3mac_mac_decision();
 
-    std::vector<std::pair<uint32_t, std::string>> told;
-    for (const l3mac_res_write &op : l3mac_res_writes()) {
-        EXPECT_EQ(op.status, (uint32_t)S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED);
-        EXPECT_EQ(op.evlan, 9u);
-        told.emplace_back(op.user, op.uuid);
-    }
+    std::vector<std::tuple<uint32_t, std::string, uint32_t, uint32_t>> told;  // user, uuid, status, evlan
+    for (const l3mac_res_write &op : l3mac_res_writes()) told.emplace_back(op.user, op.uuid, op.status, op.evlan);
     std::sort(told.begin(), told.end());
-    EXPECT_EQ(told, (std::vector<std::pair<uint32_t, std::string>>{{2, "new-a"}, {3, "new-b"}}));
+    const uint32_t failed = S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED;
+    EXPECT_EQ(told, (decltype(told){{2, "new-a", failed, 9}, {3, "new-b", failed, 9}}));
     EXPECT_TRUE(managed_journal("hw_res").empty());
     EXPECT_EQ(managed_log_count(root_, kFull), 1);
     EXPECT_FALSE(pending(mac_of(VRRP, kX)) || pending(mac_of(NORMAL, kY)));

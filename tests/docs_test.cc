@@ -8,8 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -25,10 +23,7 @@ struct example {
     std::vector<std::string> expected;
 };
 
-std::string trim_right(std::string s) {
-    while (!s.empty() && (s.back() == ' ' || s.back() == '\r' || s.back() == '\t')) s.pop_back();
-    return s;
-}
+std::string trim_right(std::string s) { return s.erase(s.find_last_not_of(" \r\t") + 1); }
 
 std::vector<example> read_examples(const std::string &path) {
     std::ifstream in(path);

@@ -1,53 +1,20 @@
 // hnx-tbl end to end under a temporary root: what it writes, reads and dumps,
 // and bad input that writes nothing.
-#include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include "platform/host/hnx_host.h"
-#include "support/tbl_world.h"
+#include "support/managed_proc.h"
+#include "support/l3mac_world.h"
 
 namespace {
 
-struct run_result {
-    int status;
-    std::string out, err;
-};
-
-std::string slurp(const std::string &path) {
-    std::stringstream ss;
-    ss << std::ifstream(path).rdbuf();
-    return ss.str();
-}
-
 const char *const kRes = "s_route.l3mac_res";
 
-class HnxTbl : public TblWorld {
+class HnxTbl : public L3macWorld {
 protected:
-    // Runs hnx-tbl --root <root> with the words; output goes through files.
-    run_result run(std::vector<std::string> words) {
-        words.insert(words.begin(), {HNX_BIN_DIR "/hnx-tbl", "--root", root_});
-        pid_t pid = fork();
-        if (pid == 0) {
-            dup2(open((root_ + "/out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
-            dup2(open((root_ + "/err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
-            std::vector<char *> args;
-            for (std::string &w : words) args.push_back(w.data());
-            args.push_back(nullptr);
-            execv(args[0], args.data());
-            _exit(127);
-        }
-        int status = 0;
-        waitpid(pid, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(root_ + "/out"),
-                slurp(root_ + "/err")};
+    // Runs hnx-tbl --root <root> with the words.
+    managed_result run(std::vector<std::string> words) {
+        words.insert(words.begin(), {"--root", root_});
+        return managed_run(HNX_BIN_DIR, root_, "hnx-tbl", words);
     }
 };
 
@@ -64,7 +31,7 @@ TEST_F(HnxTbl, SetGetDelAndDumpInKeyOrder) {
         "index.t_user=3 index.uuid=\"vr 1\" status=STATUS_REQUEST attr.is_match_evlan=true "
         "attr.evlan=100 attr.mac_type=L3MAC_VRRP attr.mac=00:11:22:33:44:55 attr.phyid=0\n";
     EXPECT_EQ(run({"dump", kRes}).out, row1 + row3);
-    run_result got = run({"get", kRes, "index.t_user=3", "index.uuid=vr 1"});
+    managed_result got = run({"get", kRes, "index.t_user=3", "index.uuid=vr 1"});
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.out, row3);
     EXPECT_EQ(run({"del", kRes, "index.t_user=3", "index.uuid=vr 1"}).status, 0);
@@ -75,21 +42,6 @@ TEST_F(HnxTbl, SetGetDelAndDumpInKeyOrder) {
               "{\"index\":{\"t_user\":1,\"uuid\":\"a\"},\"status\":\"STATUS_FAILED\",\"attr\":"
               "{\"is_match_evlan\":false,\"evlan\":0,\"mac_type\":\"L3MAC_OL\",\"mac\":{\"data\":"
               "\"0a:0b:0c:0d:0e:0f\"},\"phyid\":16}}\n");
-}
-
-// The tool writes the very bytes the service reads, MAC included.
-TEST_F(HnxTbl, TheToolAndTheServiceShareRows) {
-    ASSERT_EQ(run({"set", "s_route.l3mac_hw_res", "index.hw_id=7", "attr.evlan_mask=0xfff",
-                   "attr.mac=00:11:22:33:44:55"}).status, 0);
-    auto rows = hnx_host_tbl_rows("s_route.l3mac_hw_res");
-    ASSERT_EQ(rows.size(), 1u);
-    auto *r = s_route__l3mac_hw_res__unpack(nullptr, rows[0].size(), rows[0].data());
-    ASSERT_TRUE(r && r->attr && r->attr->mac);
-    EXPECT_EQ(r->index->hw_id, 7u);
-    EXPECT_EQ(r->attr->evlan_mask, 0xfffu);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(r->attr->mac->data.data), r->attr->mac->data.len),
-              std::string("\x00\x11\x22\x33\x44\x55", 6));
-    s_route__l3mac_hw_res__free_unpacked(r, nullptr);
 }
 
 TEST_F(HnxTbl, BadInputSaysWhyAndWritesNothing) {
@@ -109,7 +61,7 @@ TEST_F(HnxTbl, BadInputSaysWhyAndWritesNothing) {
         {{"dump", kRes, "--yaml"}, "unknown option --yaml"},
     };
     for (const auto &[words, why] : cases) {
-        run_result r = run(words);
+        managed_result r = run(words);
         EXPECT_EQ(r.status, 2) << why;
         EXPECT_NE(r.err.find("hnx-tbl: " + why), std::string::npos) << r.err;
     }

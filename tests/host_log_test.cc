@@ -14,11 +14,9 @@ namespace {
 const uint8_t kMac[6] = {0x00, 0x1b, 0x2c, 0xaa, 0xbb, 0xfe};
 
 TEST(AtSnprintf, MacHonoursWidthFlagsAndCutsLikeSnprintf) {
-    char buf[64];
-    at_snprintf(buf, sizeof buf, "[%20m]", kMac);
-    EXPECT_STREQ(buf, "[   00:1b:2c:aa:bb:fe]");
-    at_snprintf(buf, sizeof buf, "[%-20m]", kMac);
-    EXPECT_STREQ(buf, "[00:1b:2c:aa:bb:fe   ]");
+    char buf[128];
+    at_snprintf(buf, sizeof buf, "[%20m][%-20m]", kMac, kMac);
+    EXPECT_STREQ(buf, "[   00:1b:2c:aa:bb:fe][00:1b:2c:aa:bb:fe   ]");
     at_snprintf(buf, sizeof buf, "[%*m][%5m]", -19, kMac, kMac);
     EXPECT_STREQ(buf, "[00:1b:2c:aa:bb:fe  ][00:1b:2c:aa:bb:fe]");
     // A cut line still counts the whole of it.
@@ -27,12 +25,8 @@ TEST(AtSnprintf, MacHonoursWidthFlagsAndCutsLikeSnprintf) {
     EXPECT_EQ(at_snprintf(buf, 10, "ab%mcd", kMac), 21);
     EXPECT_STREQ(buf, "ab00:1b:2");
     EXPECT_EQ(at_snprintf(nullptr, 0, "%m %d", kMac, 5), 19);
-}
-
-TEST(AtSnprintf, MacAmongOtherConversions) {
-    char buf[128];
-    int n = at_snprintf(buf, sizeof buf, "[%s]%s:%4d|mac:%-18m evlan:%#x user:%u %%\n",
-                        "IN   ", "sw_l3mac_add", 42, kMac, 0x64, 7u);
+    const int n = at_snprintf(buf, sizeof buf, "[%s]%s:%4d|mac:%-18m evlan:%#x user:%u %%\n",
+                              "IN   ", "sw_l3mac_add", 42, kMac, 0x64, 7u);
     EXPECT_STREQ(buf, "[IN   ]sw_l3mac_add:  42|mac:00:1b:2c:aa:bb:fe  evlan:0x64 user:7 %\n");
     EXPECT_EQ(n, static_cast<int>(std::strlen(buf)));
 }
@@ -50,24 +44,18 @@ protected:
     }
 };
 
-TEST_F(ShowInfo, PrintsCountedSlotsInCodeOrderAndKeepsThem) {
+// Counted slots in code order, kept; with detail a header and the totals,
+// and with clean an empty table afterwards.
+TEST_F(ShowInfo, PrintsCountedSlotsInCodeOrderAndCleanEmptiesTheTable) {
     fail(134, 2, -2, 0, 311);
     fail(57, 1, -1, 0, 88);
-    EXPECT_EQ(show(0, 0),
-              "code:57   count:1          data1:-1          data2:0           line:88\n"
-              "code:134  count:2          data1:-2          data2:0           line:311\n");
-    EXPECT_EQ(g_sw_rt_res_ss_err_cnt[134].count, 2u);
-}
-
-TEST_F(ShowInfo, DetailAddsHeaderAndTotalsAndCleanEmptiesTheTable) {
-    fail(59, 40, 0, 0, 0);
-    fail(194, 2, 1, 2, 3);
-    std::string out = show(1, 1);
-    EXPECT_EQ(out.rfind("==== failure counters (195 codes) ====\n", 0), 0u) << out;
-    EXPECT_NE(out.find("code:194  count:2 "), std::string::npos) << out;
-    EXPECT_NE(out.find("total: 42 failures under 2 codes\n"), std::string::npos) << out;
+    const std::string rows = "code:57   count:1          data1:-1          data2:0           line:88\n"
+                             "code:134  count:2          data1:-2          data2:0           line:311\n";
+    EXPECT_EQ(show(0, 0), rows);
+    EXPECT_EQ(show(1, 1), "==== failure counters (195 codes) ====\n" + rows +
+                              "total: 3 failures under 2 codes\n");
     for (const sw_rt_res_err_slot &s : g_sw_rt_res_ss_err_cnt) EXPECT_EQ(s.count, 0u);
-    EXPECT_EQ(g_sw_rt_res_ss_err_cnt[194].line, 0);
+    EXPECT_EQ(g_sw_rt_res_ss_err_cnt[134].line, 0);
     EXPECT_EQ(show(0, 0), "");
 }
 

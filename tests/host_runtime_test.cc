@@ -1,10 +1,8 @@
-// The host runtime: timers on a running loop, the end on SIGTERM or SIGINT,
-// the clock seam and the file root.
-#include <csignal>
+// The host runtime's file root: from the environment, then as set, joined
+// with the service's real paths. (Its loop, timers and SIGTERM: the daemon
+// tests, whose daemons tick and end on SIGTERM with the timer armed.)
 #include <cstdlib>
-#include <cstring>
 #include <string>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -13,77 +11,8 @@
 
 namespace {
 
-// Before main: the runtime reads both once, at first use.
-const bool kEnvSet = [] {
-    setenv("HNX_TIMER_UNIT_MS", "1", 1);
-    setenv("HNX_ROOT", "/tmp/hnx-env-root/", 1);
-    return true;
-}();
-
-class Runtime : public ::testing::Test {
-protected:
-    void SetUp() override {
-        global_ = kw_global_init("hnx-l3table-l3mac", 0);
-        ASSERT_NE(global_, nullptr);
-    }
-    void TearDown() override { kw_global_finish(global_); }
-
-    int arm(kw_timer **slot, kw_timer_fn fn, void *arg, uint32_t units) {
-        return kw_thread_insert_timer(global_->thread, slot, fn, arg, units, "test");
-    }
-    // Runs the loop until nothing is armed: bounded by the timers themselves.
-    void run_out() { uv_run(hnx_host_loop(global_), UV_RUN_DEFAULT); }
-
-    kw_global *global_ = nullptr;
-};
-
-struct ticker {
-    Runtime *test;
-    kw_thread *thread;
-    kw_timer *slot = nullptr;
-    int fired = 0;
-};
-
-int count_fire(void *arg) {
-    static_cast<ticker *>(arg)->fired++;
-    return 0;
-}
-
-TEST_F(Runtime, TimerFiresOnceOnTheRunningLoop) {
-    ticker t{this, global_->thread};
-    ASSERT_EQ(arm(&t.slot, count_fire, &t, 2), 0);
-    EXPECT_NE(t.slot, nullptr);
-    run_out();
-    EXPECT_EQ(t.fired, 1);
-}
-
-int raise_term(void *) { return raise(SIGTERM); }
-
-TEST_F(Runtime, RunEndsOnSigtermWithTimersStillArmed) {
-    kw_timer *stop = nullptr, *late = nullptr;
-    ticker t{this, global_->thread};
-    ASSERT_EQ(arm(&stop, raise_term, nullptr, 2), 0);
-    ASSERT_EQ(arm(&late, count_fire, &t, 600000), 0);
-    EXPECT_EQ(kw_global_run(global_), 0);
-    EXPECT_EQ(t.fired, 0);  // finish in TearDown frees the armed timer
-}
-
-kw_timeval g_fake{};
-int fake_clock(kw_timeval *tv) {
-    *tv = g_fake;
-    return 0;
-}
-
-TEST(Clock, SeamReplacesTheMonotonicClockUntilReset) {
-    g_fake = {12, 345678};
-    hnx_host_set_clock(fake_clock);
-    kw_timeval tv{};
-    EXPECT_EQ(kw_monotime(&tv), 0);
-    EXPECT_EQ(kw_timeval_to_us(tv), 12345678);
-    hnx_host_set_clock(nullptr);
-    ASSERT_EQ(kw_monotime(&tv), 0);
-    EXPECT_NE(kw_timeval_to_us(tv), 12345678);
-}
+// Before main: the runtime reads it once, at first use.
+const bool kEnvSet = [] { return setenv("HNX_ROOT", "/tmp/hnx-env-root/", 1) == 0; }();
 
 TEST(Root, EnvironmentRootThenSetRootsAndRealPaths) {
     char buf[64];

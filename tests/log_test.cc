@@ -1,8 +1,8 @@
 // Report forms: the three level gates, the line budget, counting with the
 // log off, and the failure table's shared layout.
 #include <cstring>
+#include <tuple>
 
-#include "frame/l3mac_ctx.h"
 #include "request/l3mac_msg.h"
 #include "support/l3mac_world.h"
 
@@ -28,25 +28,19 @@ protected:
 };
 
 TEST_F(LogTest, LevelsOneFourAndFiveOpenTheThreeWordsAndZeroStillCounts) {
-    struct expect {
-        uint32_t level;
-        int error, warn, info;
-    };
+    // {level, ERROR lines, WARN lines, IN lines}
+    const std::array<int, 4> cases[] = {{0, 0, 0, 0}, {1, 1, 0, 0}, {3, 1, 0, 0},
+                                        {4, 1, 2, 0}, {5, 1, 2, 1}, {7, 1, 2, 1}};
     uint32_t n = 0;
-    for (const expect &e : {expect{0, 0, 0, 0}, expect{1, 1, 0, 0}, expect{3, 1, 0, 0},
-                            expect{4, 1, 2, 0}, expect{5, 1, 2, 1}, expect{7, 1, 2, 1}}) {
-        SCOPED_TRACE(e.level);
-        set_log(e.level);
-        capture_stdout();
-        refused_set();
-        refused_set(0, 10, 0);
-        const std::string out = captured_stdout();
-        EXPECT_EQ(l3mac_count_of(out, "[ERROR]"), e.error);
-        EXPECT_EQ(l3mac_count_of(out, "[WARN ]"), e.warn);
-        EXPECT_EQ(l3mac_count_of(out, "[IN   ]"), e.info);
-        EXPECT_EQ(err_count(53), ++n);
-        EXPECT_EQ(err_count(126), n);
-        if (e.level == 1) {
+    for (const auto &[level, error, warn, info] : cases) {
+        SCOPED_TRACE(level);
+        set_log(level);
+        const std::string out = out_of([] { return refused_set(), refused_set(0, 10, 0), 0; });
+        EXPECT_EQ(std::tuple(l3mac_count_of(out, "[ERROR]"), l3mac_count_of(out, "[WARN ]"),
+                             l3mac_count_of(out, "[IN   ]")), std::tuple(error, warn, info));
+        ++n;  // counted at every level
+        EXPECT_EQ(std::pair(err_count(53), err_count(126)), std::pair(n, n));
+        if (level == 1) {
             EXPECT_EQ(out, l3mac_line("ERROR", "sw_l3mac_user_param_check", err_slot(53).line,
                                       "fail:msg->attr.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX "
                                       "code:53 data1:5 data2:0\n"));
@@ -55,16 +49,14 @@ TEST_F(LogTest, LevelsOneFourAndFiveOpenTheThreeWordsAndZeroStillCounts) {
 }
 
 TEST_F(LogTest, BudgetGivesItsLinesThenSilenceWhileCountersGoOn) {
+    auto lines_of = [](int sets) {
+        return l3mac_count_of(out_of([=] { for (int i = 0; i < sets; i++) refused_set(); return 0; }), "\n");
+    };
     set_log(5, 3);
-    capture_stdout();
-    for (int i = 0; i < 3; i++) refused_set();
-    EXPECT_EQ(l3mac_count_of(captured_stdout(), "\n"), 3);
-    EXPECT_EQ(g_rt_l3tb_log_cnt, 0);
-    EXPECT_EQ(err_count(53), 3u);
+    EXPECT_EQ(lines_of(3), 3);
+    EXPECT_EQ(std::pair(g_rt_l3tb_log_cnt, err_count(53)), std::pair(0, 3u));
     set_log(5, -1);
-    capture_stdout();
-    for (int i = 0; i < 10; i++) refused_set();
-    EXPECT_EQ(l3mac_count_of(captured_stdout(), "\n"), 20);
+    EXPECT_EQ(lines_of(10), 20);
     EXPECT_EQ(g_rt_l3tb_log_cnt, -1);
 }
 

@@ -31,19 +31,16 @@ soak_result run_soak(const std::string &args) {
     return r;
 }
 
-TEST(Soak, TwoManagedTcamsSurviveKillsAtRandomMoments) {
-    const soak_result r = run_soak("--board two --seconds 25 --restarts 150 --seed 11");
-    EXPECT_EQ(r.status, 0) << r.out;
-    EXPECT_EQ(r.violations, 0) << r.out;
-    EXPECT_GE(r.restarts, 5) << r.out;
-    EXPECT_GT(r.kept, 0) << r.out;
-}
-
-TEST(Soak, TheDirectPathSurvivesKillsAtRandomMoments) {
-    const soak_result r = run_soak("--board direct --seconds 20 --restarts 100 --seed 12");
-    EXPECT_EQ(r.status, 0) << r.out;
-    EXPECT_EQ(r.violations, 0) << r.out;
-    EXPECT_GE(r.restarts, 5) << r.out;
+// Two managed TCAMs, then the direct path; only the first keeps entries.
+TEST(Soak, TheDaemonSurvivesKillsAtRandomMoments) {
+    for (const char *args : {"--board two --seconds 25 --restarts 150 --seed 11",
+                             "--board direct --seconds 20 --restarts 100 --seed 12"}) {
+        const soak_result r = run_soak(args);
+        EXPECT_EQ(r.status, 0) << r.out;
+        EXPECT_EQ(r.violations, 0) << r.out;
+        EXPECT_GE(r.restarts, 5) << r.out;
+        EXPECT_TRUE(r.kept > 0 || std::string(args).find("direct") != std::string::npos) << r.out;
+    }
 }
 
 }  // namespace

@@ -1,12 +1,9 @@
 // The timing probe: before its ring exists, where samples land, what the
 // dump shows, and the sampling period.
-#include <cstring>
-
-#include <gtest/gtest.h>
+#include <tuple>
 
 #include "diag/l3mac_at.h"
 #include "diag/l3mac_time.h"
-#include "frame/l3mac_ctx.h"
 #include "platform/host/hnx_host.h"
 #include "support/l3mac_world.h"
 
@@ -21,15 +18,6 @@ int fake_clock(kw_timeval *tv) {
     return 0;
 }
 
-const std::string HEAD = "\n     cnt             ip/mask    input(s)   (us)   output(s)   (us)\n";
-
-std::string tail(uint32_t count, uint32_t per, uint32_t size, uint32_t idx) {
-    char buf[200];
-    snprintf(buf, sizeof buf, "count      :%u\nper cnt    :%u\nsize       :%u\ncur_idx    :%u\n",
-             count, per, size, idx);
-    return buf;
-}
-
 class TimeProbe : public L3macWorld {
 protected:
     void SetUp() override {
@@ -38,19 +26,9 @@ protected:
         hnx_host_set_clock(fake_clock);
     }
     void TearDown() override {
-        quiet([] { return l3mac_at_time_init(0); });  // frees the ring
         hnx_host_set_clock(nullptr);
         L3macWorld::TearDown();
     }
-
-    template <class F> static std::string out(F f, int *rv = nullptr) {
-        testing::internal::CaptureStdout();
-        int r = f();
-        if (rv) *rv = r;
-        fflush(stdout);
-        return testing::internal::GetCapturedStdout();
-    }
-    template <class F> static void quiet(F f) { out(f); }
 
     // One decision as the timer tick brackets it.
     static void decision(uint32_t ip = 0, int32_t mask = 1) {
@@ -62,41 +40,37 @@ protected:
 };
 
 TEST_F(TimeProbe, NothingBeforeTheRingExists) {
-    EXPECT_EQ(out(l3mac_at_time_dump), "\nnot init\n");
-    EXPECT_EQ(out([] { return l3mac_at_time_set(3); }), "per cnt:0 -> 3\n\nnot init\n");
+    EXPECT_EQ(out_of(l3mac_at_time_dump), "\nnot init\n");
+    EXPECT_EQ(out_of([] { return l3mac_at_time_set(3); }), "per cnt:0 -> 3\n\nnot init\n");
     EXPECT_EQ(ring().per_cnt, 0u);
     decision();
     EXPECT_EQ(ring().count, 0u);
-    EXPECT_EQ(out([] { return l3mac_at_time_init(0); }), "size:0 -> 0\n\nnot init\n");
+    EXPECT_EQ(out_of([] { return l3mac_at_time_init(0); }), "size:0 -> 0\n\nnot init\n");
 }
 
 TEST_F(TimeProbe, SamplesGoRoundTheRingAndDumpInIndexOrder) {
-    quiet([] { return l3mac_at_time_init(4); });
-    quiet([] { return l3mac_at_time_set(1); });
+    out_of([] { return l3mac_at_time_init(4) | l3mac_at_time_set(1); });
     for (int i = 0; i < 5; i++) decision();
     EXPECT_EQ(ring().cur_idx, 1u);
     // Each decision reads the clock twice, 10 us apart: decision n enters at
     // 100 s + (2n - 1) * 10 us.
-    EXPECT_EQ(out(l3mac_at_time_dump),
-              HEAD +
+    EXPECT_EQ(out_of(l3mac_at_time_dump),
+              "\n     cnt             ip/mask    input(s)   (us)   output(s)   (us)\n"
                   "       4,          0.0.0.0/ 1,        100:70    ,        100:80    \n"
                   "       5,          0.0.0.0/ 1,        100:90    ,        100:100   \n"
                   "       2,          0.0.0.0/ 1,        100:30    ,        100:40    \n"
-                  "       3,          0.0.0.0/ 1,        100:50    ,        100:60    \n" +
-                  tail(5, 1, 4, 1));
+                  "       3,          0.0.0.0/ 1,        100:50    ,        100:60    \n"
+                  "count      :5\nper cnt    :1\nsize       :4\ncur_idx    :1\n");
 }
 
 TEST_F(TimeProbe, PeriodSamplesEveryNthAndCountsAll) {
-    quiet([] { return l3mac_at_time_init(4); });
-    quiet([] { return l3mac_at_time_set(3); });
+    out_of([] { return l3mac_at_time_init(4) | l3mac_at_time_set(3); });
     for (int i = 0; i < 9; i++) decision(1, 0);
-    EXPECT_EQ(ring().count, 9u);
-    EXPECT_EQ(ring().samples[1].cnt, 3u);
-    EXPECT_EQ(ring().samples[2].cnt, 6u);
-    EXPECT_EQ(ring().samples[3].cnt, 9u);
-    EXPECT_EQ(ring().samples[0].cnt, 0u);
+    const l3mac_time_ring_t &r = ring();
+    EXPECT_EQ(std::tie(r.count, r.samples[0].cnt, r.samples[1].cnt, r.samples[2].cnt, r.samples[3].cnt),
+              std::make_tuple(9u, 0u, 3u, 6u, 9u));
     // An add of mac_type 1 reads as 1.0.0.0 with prefix 0.
-    std::string d = out(l3mac_at_time_dump);
+    std::string d = out_of(l3mac_at_time_dump);
     EXPECT_NE(d.find("       3,          1.0.0.0/ 0,"), std::string::npos) << d;
 }
 

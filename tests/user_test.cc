@@ -2,18 +2,10 @@
 // a MAC's users and of the pending list, the two budgets of direct
 // decisions, and the results when memory runs out.
 #include "decision/l3mac_decision.h"
-#include "decision/l3mac_mac.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
-#include "request/l3mac_user.h"
 #include "support/l3mac_world.h"
 
 namespace {
 
-const uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01};
-const uint8_t kMacB[6] = {0x00, 0x0b, 0x00, 0x00, 0x00, 0x02};
-constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
-constexpr uint32_t VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
 using users = std::vector<user_entry *>;
 using macs = std::vector<mac_entry *>;
 
@@ -23,16 +15,6 @@ protected:
         L3macWorld::SetUp();
         write_caps({});
         bring_up();
-    }
-    static user_entry *find(uint32_t user, const std::string &uuid) {
-        return l3mac_get_or_add_user_db(user, uuid.c_str(), 0);
-    }
-    static mac_entry *mac_of(uint32_t type, const uint8_t (&mac)[6], uint32_t phyid = 0) {
-        return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(type), mac, phyid, 0);
-    }
-    // Takes every MAC off the pending list, as a finished decision does.
-    static void settle_all() {
-        while (!list_empty(&l3mac_pending_head)) list_del_init(l3mac_pending_head.next);
     }
     // Rows set while counting the direct decisions (each leaves its warning).
     template <class F> static int decisions_during(F f) {
@@ -47,7 +29,7 @@ protected:
 TEST_F(UserTest, UpdatesStayOnTheMacKeepTheirPlaceAndQueueItAgain) {
     for (const char *u : {"a", "b", "c"}) ASSERT_EQ(set_row(1, u, 10, NORMAL, kMacA), 0);
     mac_entry *m = mac_of(NORMAL, kMacA);
-    const users order{find(1, "c"), find(1, "b"), find(1, "a")};
+    const users order{user_of(1, "c"), user_of(1, "b"), user_of(1, "a")};
     settle_all();
     ASSERT_EQ(set_row(1, "b", 10, NORMAL, kMacA), 0);  // the same attributes
     EXPECT_EQ(l3mac_pending(), macs{m});
@@ -65,7 +47,7 @@ TEST_F(UserTest, NewPhyidMovesTheEntryAndQueuesBothMacsNewestFirst) {
     settle_all();
     ASSERT_EQ(set_row(1, "a", 10, NORMAL, kMacA, 2), 0);
     mac_entry *new_mac = mac_of(NORMAL, kMacA, 2);
-    user_entry *e = find(1, "a");
+    user_entry *e = user_of(1, "a");
     EXPECT_NE(new_mac, old_mac);
     EXPECT_TRUE(l3mac_users_on(&old_mac->user_head).empty());
     EXPECT_EQ(l3mac_users_on(&new_mac->user_head), users{e});
@@ -78,12 +60,11 @@ TEST_F(UserTest, DeleteQueuesWithoutADecisionAndAnAddReusesThePendingMac) {
     mac_entry *m = mac_of(NORMAL, kMacA);
     settle_all();
     EXPECT_EQ(decisions_during([] { EXPECT_EQ(del_row(1, "a"), 0); }), 0);
-    EXPECT_EQ(find(1, "a"), nullptr);
-    EXPECT_TRUE(list_empty(&m->user_head));
+    EXPECT_EQ(std::tuple(user_of(1, "a"), list_empty(&m->user_head), l3mac_ctx.malloc_db),
+              std::tuple(nullptr, true, 1u));
     EXPECT_EQ(l3mac_pending(), macs{m});
-    EXPECT_EQ(l3mac_ctx.malloc_db, 1u);
     ASSERT_EQ(set_row(1, "a", 12, NORMAL, kMacA), 0);
-    EXPECT_EQ(l3mac_users_on(&m->user_head), users{find(1, "a")});
+    EXPECT_EQ(l3mac_users_on(&m->user_head), users{user_of(1, "a")});
     EXPECT_EQ(l3mac_pending(), macs{m});  // queued once
 }
 
@@ -93,15 +74,13 @@ TEST_F(UserTest, EachBudgetAllowsFiveDirectDecisionsBetweenTicks) {
     };
     EXPECT_EQ(decisions_during([&] { six("n", NORMAL, kMacA); }), 5);
     EXPECT_EQ(decisions_during([&] { six("v", VRRP, kMacB); }), 5);  // a budget of its own
-    EXPECT_EQ(l3mac_ctx.commom_decision_cnt, 5u);
-    EXPECT_EQ(l3mac_ctx.drv_decision_cnt, 5u);
+    EXPECT_EQ(std::pair(l3mac_ctx.commom_decision_cnt, l3mac_ctx.drv_decision_cnt), std::pair(5u, 5u));
     EXPECT_EQ(l3mac_pending().size(), 2u);  // the sixth adds still queued
     l3mac_decision_timer(nullptr);  // resets both counts
     EXPECT_EQ(l3mac_ctx.commom_decision_cnt + l3mac_ctx.drv_decision_cnt, 0u);
     // An add is charged to the budget of its new mac_type.
     EXPECT_EQ(decisions_during([] { ASSERT_EQ(set_row(1, "v0", 40, NORMAL, kMacA), 0); }), 1);
-    EXPECT_EQ(l3mac_ctx.commom_decision_cnt, 1u);
-    EXPECT_EQ(l3mac_ctx.drv_decision_cnt, 0u);
+    EXPECT_EQ(std::pair(l3mac_ctx.commom_decision_cnt, l3mac_ctx.drv_decision_cnt), std::pair(1u, 0u));
 
     l3mac_ctx.drv_decision_max_counter = 0;  // a limit of 0 leaves every add to the tick
     l3mac_commom_decision_counter = 0;
@@ -114,13 +93,12 @@ TEST_F(UserTest, NoMemoryForAnEntryChangesNothingForAMacKeepsTheOldBinding) {
     settle_all();
     l3mac_mem_fail_after = 0;
     EXPECT_EQ(set_row(3, "b", 10, NORMAL, kMacB), -2);
-    EXPECT_EQ(err_slot(134).data1, 3);
-    EXPECT_EQ(find(3, "b"), nullptr);
-    EXPECT_EQ(l3mac_ctx.malloc_db, 2u);
+    EXPECT_EQ(std::tuple(err_slot(134).data1, user_of(3, "b"), l3mac_ctx.malloc_db),
+              std::tuple(3, nullptr, 2u));
 
     l3mac_mem_fail_after = 0;  // the new MAC's record
     EXPECT_EQ(set_row(1, "a", 20, NORMAL, kMacB), 0);
-    user_entry *e = find(1, "a");
+    user_entry *e = user_of(1, "a");
     EXPECT_EQ(std::tie(e->evlan, e->mac[1], e->mac_entry), std::make_tuple(20u, uint8_t(0x0b), old_mac));
     EXPECT_TRUE(l3mac_pending().empty());
     EXPECT_EQ(std::tie(err_slot(134).count, err_slot(134).data1, err_slot(134).data2),
@@ -130,9 +108,9 @@ TEST_F(UserTest, NoMemoryForAnEntryChangesNothingForAMacKeepsTheOldBinding) {
 
     l3mac_mem_fail_after = 1;  // a new user passes, its first MAC fails
     EXPECT_EQ(set_row(2, "c", 10, NORMAL, kMacA, 7), 0);
-    EXPECT_EQ(find(2, "c")->mac_entry, nullptr);
+    EXPECT_EQ(user_of(2, "c")->mac_entry, nullptr);
     EXPECT_EQ(del_row(2, "c"), 0);  // an unbound entry is deleted all the same
-    EXPECT_EQ(find(2, "c"), nullptr);
+    EXPECT_EQ(user_of(2, "c"), nullptr);
 }
 
 }  // namespace

@@ -2,48 +2,31 @@
 // user and at its last user's departure, the results when memory or a
 // table write fails, the STATUS_FAILED row, and a key that moves between the
 // direct and the managed path.
-#include <cstring>
 #include <tuple>
 
-#include "decision/l3mac_mac.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
-#include "request/l3mac_user.h"
 #include "store/l3mac_db.h"
-#include "support/l3mac_world.h"
+#include "support/managed_world.h"
 #include "vrrp/l3mac_vrrp.h"
 
 namespace {
 
-const uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01};
-constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
-constexpr uint32_t OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
-constexpr uint32_t VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP;
-using writes = std::vector<l3mac_hw_write>;
+using writes = std::vector<tbl_op>;
 
-// A request row: evlan_mask and phyid are always 0.
-l3mac_hw_write hw(bool add, uint32_t evlan, uint32_t type) {
-    std::array<uint8_t, 6> a;
-    std::memcpy(a.data(), kMacA, 6);
-    return {add, evlan, 0, type, a, 0};
+// A request's row: evlan_mask and phyid are always 0.
+tbl_op hw(bool add, uint32_t evlan, uint32_t type) {
+    hw_entry e{.evlan = evlan, .mac_type = type};
+    std::memcpy(e.mac.data(), kMacA, 6);
+    return {"vrrp", add, e};
 }
 
 // Neither TCAM managed unless a test says so: requests take the direct path.
 class VrrpTest : public L3macWorld {
 protected:
     void start(bool is_mng = false) {
-        l3mac_caps caps;
-        caps.is_mng = is_mng;
-        caps.is_mng2 = false;
-        caps.tcam2_en = is_mng;
-        caps.copy_to_tcam2 = false;
-        write_caps(caps);
+        write_caps({.tcam2_en = is_mng, .is_mng = is_mng, .is_mng2 = false, .copy_to_tcam2 = false});
         bring_up();
         hnx_host_tbl_journal_clear();
-    }
-    static user_entry *find(uint32_t user, const std::string &uuid) {
-        return l3mac_get_or_add_user_db(user, uuid.c_str(), 0);
     }
     static mac_hw *hw_of(uint32_t evlan, uint32_t type) {
         struct { uint32_t evlan, mask; uint8_t mac[6]; uint8_t type, zero; } key = {};
@@ -62,12 +45,12 @@ TEST_F(VrrpTest, FirstUserPublishesSecondSharesLastWithdraws) {
     mac_hw *h = hw_of(10, VRRP);
     ASSERT_NE(h, nullptr);
     EXPECT_EQ(h->is_hw, 1);
-    EXPECT_EQ(l3mac_users_on(&h->user_head), (std::vector<user_entry *>{find(2, "b"), find(1, "a")}));
-    EXPECT_EQ(l3mac_vrrp_writes(), writes{hw(true, 10, VRRP)});
+    EXPECT_EQ(l3mac_users_on(&h->user_head), (std::vector<user_entry *>{user_of(2, "b"), user_of(1, "a")}));
+    EXPECT_EQ(managed_journal("vrrp"), writes{hw(true, 10, VRRP)});
     EXPECT_EQ(l3mac_ctx.malloc_db, 3u);
     ASSERT_EQ(del_row(1, "a"), 0);  // the second user keeps the row
     ASSERT_EQ(del_row(2, "b"), 0);
-    EXPECT_EQ(l3mac_vrrp_writes(), (writes{hw(true, 10, VRRP), hw(false, 10, VRRP)}));
+    EXPECT_EQ(managed_journal("vrrp"), (writes{hw(true, 10, VRRP), hw(false, 10, VRRP)}));
     EXPECT_EQ(hw_of(10, VRRP), nullptr);
     EXPECT_EQ(rows_standing(), 0u);
     EXPECT_EQ(l3mac_ctx.malloc_db, 0u);
@@ -79,12 +62,12 @@ TEST_F(VrrpTest, PhyidChangeWritesNothingEvlanChangeWithdrawsFirst) {
     hnx_host_tbl_journal_clear();
     ASSERT_EQ(set_row(1, "a", 10, VRRP, kMacA, 5), 0);
     EXPECT_TRUE(hnx_host_tbl_journal().empty());
-    EXPECT_EQ(find(1, "a")->phyid, 5u);
+    EXPECT_EQ(user_of(1, "a")->phyid, 5u);
 
     ASSERT_EQ(set_row(1, "a", 20, VRRP, kMacA), 0);
-    EXPECT_EQ(l3mac_vrrp_writes(), (writes{hw(false, 10, VRRP), hw(true, 20, VRRP)}));
+    EXPECT_EQ(managed_journal("vrrp"), (writes{hw(false, 10, VRRP), hw(true, 20, VRRP)}));
     EXPECT_EQ(hw_of(10, VRRP), nullptr);
-    EXPECT_EQ(find(1, "a")->mac_entry, hw_of(20, VRRP));
+    EXPECT_EQ(user_of(1, "a")->mac_entry, hw_of(20, VRRP));
     EXPECT_EQ(l3mac_ctx.malloc_db, 2u);
 }
 
@@ -95,21 +78,19 @@ TEST_F(VrrpTest, NoMemoryChangesNothingAndTheDeleteMissesTheNewKey) {
     hnx_host_tbl_journal_clear();
     l3mac_mem_fail_after = 0;
     EXPECT_EQ(set_row(4, "b", 10, VRRP, kMacA), -2);  // no user entry
-    EXPECT_EQ(find(4, "b"), nullptr);
+    EXPECT_EQ(user_of(4, "b"), nullptr);
     EXPECT_EQ(err_slot(134).data1, 4);
     l3mac_mem_fail_after = 0;
     EXPECT_EQ(set_row(1, "a", 20, VRRP, kMacA), -2);  // no record
-    EXPECT_EQ(err_count(134), 2u);
-    EXPECT_EQ(err_slot(134).data1, 20);
-    user_entry *e = find(1, "a");
-    EXPECT_EQ(e->evlan, 20u);
-    EXPECT_EQ(e->mac_entry, old_hw);
+    user_entry *e = user_of(1, "a");
+    EXPECT_EQ(std::tuple(err_count(134), err_slot(134).data1, e->evlan, e->mac_entry),
+              std::tuple(2u, 20, 20u, static_cast<void *>(old_hw)));
     EXPECT_TRUE(hnx_host_tbl_journal().empty());
 
     EXPECT_EQ(del_row(1, "a"), -7);
-    EXPECT_EQ(err_count(135), 1u);
-    EXPECT_EQ(std::tie(err_slot(135).data1, err_slot(135).data2), std::make_tuple(20, 2));
-    EXPECT_EQ(find(1, "a"), e);
+    const sw_rt_res_err_slot &miss = err_slot(135);
+    EXPECT_EQ(std::tuple(miss.count, miss.data1, miss.data2), std::tuple(1u, 20, 2));
+    EXPECT_EQ(user_of(1, "a"), e);
 }
 
 TEST_F(VrrpTest, RefusedWriteIsCountedOnceAndTheRecordStaysMarked) {
@@ -120,8 +101,7 @@ TEST_F(VrrpTest, RefusedWriteIsCountedOnceAndTheRecordStaysMarked) {
     EXPECT_EQ(set_row(2, "b", 10, VRRP, kMacA), 0);
     l3mac_ctx.tbl_vrrp_hw_res = tbl;
     EXPECT_EQ(hw_of(10, VRRP)->is_hw, 1);
-    EXPECT_EQ(err_count(133), 1u);
-    EXPECT_EQ(err_slot(133).data1, 10);
+    EXPECT_EQ(std::pair(err_count(133), err_slot(133).data1), std::pair(1u, 10));
     EXPECT_EQ(rows_standing(), 0u);
 }
 
@@ -130,17 +110,12 @@ TEST_F(VrrpTest, FailureRowCarriesTheRequestUnderItsOwnKey) {
     l3mac_row r(7, "vr-1", 30, VRRP, kMacA, 9);
     r.attr.is_match_evlan = 1;
     ASSERT_EQ(l3mac_set_msg_proc(r.get()), 0);
-    user_entry *e = find(7, "vr-1");
+    user_entry *e = user_of(7, "vr-1");
     hnx_host_tbl_journal_clear();
     EXPECT_EQ(sw_l3mac_set_vrrp_fail(e), 0);
-    const std::vector<l3mac_res_write> rows = l3mac_res_writes();
-    ASSERT_EQ(rows.size(), 1u);
-    const l3mac_res_write &w = rows[0];
-    EXPECT_TRUE(w.is_add && w.is_match_evlan);
-    EXPECT_EQ(std::tie(w.user, w.uuid, w.status, w.evlan, w.mac_type, w.phyid),
-              std::make_tuple(7u, std::string("vr-1"),
-                              uint32_t(S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED), 30u, VRRP, 0u));
-    EXPECT_EQ(w.mac, std::vector<uint8_t>(kMacA, kMacA + 6));
+    const l3mac_res_write want{true, 7, "vr-1", S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED, true, 30,
+                               VRRP, std::vector<uint8_t>(kMacA, kMacA + 6), 0};
+    EXPECT_EQ(l3mac_res_writes(), std::vector<l3mac_res_write>{want});
     // The row comes back as a set message and is left alone for its status.
     l3mac_row back(7, "vr-1", 30, VRRP, kMacA, 0, S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED);
     EXPECT_EQ(l3mac_set_msg_proc(back.get()), 0);
@@ -153,15 +128,15 @@ TEST_F(VrrpTest, AKeyMovingBetweenThePathsLeavesItsOldRecordByItsOwnRules) {
     ASSERT_EQ(set_row(1, "k", 100, OL, kMacA), 0);
     ASSERT_EQ(set_row(1, "k", 100, NORMAL, kMacA), 0);  // withdrawn and freed
     mac_entry *m = sw_l3mac_get_or_add_mac_db(NORMAL, kMacA, 0, 0);
-    EXPECT_EQ(find(1, "k")->mac_entry, m);
+    EXPECT_EQ(user_of(1, "k")->mac_entry, m);
     EXPECT_EQ(hw_of(100, OL), nullptr);
-    while (!list_empty(&l3mac_pending_head)) list_del_init(l3mac_pending_head.next);
+    settle_all();
     // Back to the direct path: the MAC loses its user and is queued.
     ASSERT_EQ(set_row(1, "k", 200, OL, kMacA), 0);
     EXPECT_TRUE(list_empty(&m->user_head));
     EXPECT_EQ(l3mac_pending(), std::vector<mac_entry *>{m});
     ASSERT_EQ(del_row(1, "k"), 0);
-    EXPECT_EQ(l3mac_vrrp_writes(), (writes{hw(true, 100, OL), hw(false, 100, OL),
+    EXPECT_EQ(managed_journal("vrrp"), (writes{hw(true, 100, OL), hw(false, 100, OL),
                                            hw(true, 200, OL), hw(false, 200, OL)}));
     EXPECT_EQ(l3mac_ctx.malloc_db, 1u);  // the MAC waits for its decision
 }

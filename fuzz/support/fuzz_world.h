@@ -10,7 +10,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "diag/l3mac_check.h"
-#include "s_route.pb-c.h"
+#include "tests/support/service_world.h"
 
 // The file root, made at first use (in /dev/shm where it exists) and
 // removed when the process ends.
@@ -19,7 +19,6 @@ const std::string &fuzz_root();
 // Boards with small TCAMs, so that inputs reach the full TCAM too; the
 // profile's text of board `n` (any number: taken modulo the count).
 std::string fuzz_board_json(unsigned n);
-unsigned fuzz_board_count();
 
 // Drops the store and the service of the last input, writes the profile
 // (no file when `json` is empty) and brings a service up: tables, connect
@@ -39,16 +38,9 @@ void fuzz_world_check_tables(const char *when);
 // A row of s_route.l3mac_res drawn from the input: small ranges around the
 // values that the checks and the cover treat specially, so that most rows
 // are requests that the service acts on.
-struct fuzz_row {
-    SRoute__ResSubKey key = S_ROUTE__RES_SUB_KEY__INIT;
-    SRoute__L3macAttr attr = S_ROUTE__L3MAC_ATTR__INIT;
-    PLibpub__Mac mac = P_LIBPUB__MAC__INIT;
-    SRoute__L3macRes res = S_ROUTE__L3MAC_RES__INIT;
-    uint8_t mac_bytes[6] = {0x02, 0, 0, 0, 0, 0};
+struct fuzz_row : l3mac_res_parts {
     char uuid[8] = {};
-
     explicit fuzz_row(FuzzedDataProvider &in);
-    fuzz_row(const fuzz_row &) = delete;
 };
 
 // A number near the edges of the VLAN and VFI spaces, or a small one.

@@ -29,6 +29,7 @@ struct l3mac_check_live_ctx {
     std::array<uint32_t, 2> in_tcam{};                 // entries per TCAM
     std::array<uint32_t, 2> in_tcam_now{};             // the pools' count in use
     size_t bound = 0;                                  // longest possible list
+    std::set<const void *> strays;                     // MACs holding a user of another MAC
 };
 
 l3mac_mac_key l3mac_check_key_of(const mac_entry *mac);

@@ -77,8 +77,11 @@ void l3mac_check_mac_users(l3mac_check_live_ctx &c, mac_entry *mac, const std::s
             c.rep->violation("%s: user '%s' is on two lists", who.c_str(), u->uuid);
         if (u->mac_entry != mac)
             c.rep->violation("%s: user '%s' on its list is bound elsewhere", who.c_str(), u->uuid);
-        if (!c.opts.faults && !l3mac_check_same_mac(u, mac))
-            c.rep->violation("%s: user '%s' asks for another MAC", who.c_str(), u->uuid);
+        // A bind that found no memory for the new MAC leaves the user, with
+        // its new request, on the old one until its next add.
+        if (l3mac_check_same_mac(u, mac)) return;
+        if (c.opts.faults) c.strays.insert(mac);
+        else c.rep->violation("%s: user '%s' asks for another MAC", who.c_str(), u->uuid);
     });
     if (!ok) c.rep->violation("%s: user_head list is broken", who.c_str());
 }

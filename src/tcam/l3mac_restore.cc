@@ -86,7 +86,7 @@ int l3mac_tcam_gr_backup(void * /*arg*/, void *scan_rec) {
         L3MAC_FAIL(L3MAC_ERR_NO_ENTRY_ADD, "tcam_entry != NULL", 0, 0);
         return L3MAC_E_NOMEM;
     }
-    // Taken into a local first: a refused index leaves a linked record's
+    // Taken into a local first: a refused index leaves a restored record's
     // own idx untouched.
     uint32_t idx = 0;
     const int rv = sw_l3mac_op_add_idx(entry->key.mac_type, &idx, row.idx, 1);
@@ -95,6 +95,11 @@ int l3mac_tcam_gr_backup(void * /*arg*/, void *scan_rec) {
         l3mac_gr_drop_new(entry, false);
         return rv;
     }
+    // Only rows from elsewhere name one entry twice (a MAC that is not 6
+    // bytes reads as the all-zero address). The entry takes the later row's
+    // index, as from any row, and gives back the one it held: no entry
+    // would give that back otherwise.
+    if (entry->valid) sw_l3mac_op_del_idx(l3mac_get_tcam_id(entry->key.mac_type), entry->idx);
     entry->idx = idx;
     entry->is_hw = 0;
     entry->valid = 1;

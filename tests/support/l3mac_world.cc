@@ -2,19 +2,11 @@
 #include "support/l3mac_world.h"
 
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 
-#include "decision/l3mac_mac.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_main.h"
-#include "frame/l3mac_mem.h"
+#include "diag/l3mac_release.h"
 #include "platform/host/hnx_host.h"
 #include "request/l3mac_msg.h"
 #include "request/l3mac_user.h"
-#include "store/l3mac_db.h"
-#include "store/l3mac_store.h"
 
 namespace fs = std::filesystem;
 
@@ -24,53 +16,17 @@ void L3macWorld::SetUp() {
     root_ = tmpl;
     hnx_host_set_root(root_);
     hnx_host_tbl_reset();
-    std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
-    list_init(&l3mac_pending_head);
-    l3mac_commom_decision_counter = 5;
-    l3mac_mem_fail_after = -1;
+    l3mac_service_reset();
     std::memset(g_sw_rt_res_ss_err_cnt, 0, sizeof g_sw_rt_res_ss_err_cnt);
-    set_log(0, -1);
 }
 
-namespace {
-
-// The service never releases its stores; a test world does, so that the
+// The service never releases its state; a test world does, so that the
 // leak checker sees only what a test itself lost.
-template <class Rec> void l3mac_release_store(l3mac_store<Rec> *&d) {
-    if (d == nullptr) return;
-    std::vector<Rec *> all;
-    d->scan([&](Rec *r) { return all.push_back(r), 0; });
-    for (Rec *r : all) l3mac_free(r);
-    l3mac_free(d->flags);
-    l3mac_free(d->slots);
-    l3mac_free(d);
-    d = nullptr;
-}
-
-}  // namespace
-
 void L3macWorld::TearDown() {
-    l3mac_release_store(l3mac_ctx.mac_db);
-    l3mac_release_store(l3mac_ctx.tcam_db);
-    l3mac_release_store(l3mac_ctx.user_db);
-    l3mac_release_store(l3mac_ctx.vrrp_db);
-    l3mac_free(l3mac_ctx.l3mac_time_ring.samples);
-    l3mac_ctx.l3mac_time_ring.samples = nullptr;
+    l3mac_release_all();
     hnx_host_tbl_reset();
     std::error_code ec;
     fs::remove_all(root_, ec);
-}
-
-void L3macWorld::write_profile(const std::string &json) {
-    fs::create_directories(root_ + "/etc/hnx");
-    std::ofstream(root_ + "/etc/hnx/capability.json") << json;
-}
-
-void L3macWorld::bring_up() {
-    l3mac_ctx.global = kw_global_init("hnx-l3table-l3mac", 0);
-    ASSERT_NE(l3mac_ctx.global, nullptr);
-    l3mac_tbl_init();
-    l3mac_connect_cb();
 }
 
 void L3macWorld::set_log(uint32_t level, int32_t budget) {
@@ -78,22 +34,16 @@ void L3macWorld::set_log(uint32_t level, int32_t budget) {
     g_rt_l3tb_log_cnt = budget;
 }
 
-l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan,
-                     uint32_t mac_type, const uint8_t (&m)[6], uint32_t phyid,
-                     uint32_t status)
+l3mac_row::l3mac_row(uint32_t user, std::string u, uint32_t evlan, uint32_t mac_type,
+                     const uint8_t *m, uint32_t phyid, uint32_t status)
     : uuid(std::move(u)) {
     std::memcpy(mac_bytes, m, 6);
     key.t_user = user;
     key.uuid = uuid.data();
-    mac.data.len = 6;
-    mac.data.data = mac_bytes;
     attr.evlan = evlan;
     attr.mac_type = static_cast<SRoute__L3macTypeE>(mac_type);
-    attr.mac = &mac;
     attr.phyid = phyid;
-    res.index = &key;
     res.status = static_cast<SRoute__L3tableStatusE>(status);
-    res.attr = &attr;
 }
 
 std::string L3macWorld::captured_stdout() {
@@ -101,68 +51,22 @@ std::string L3macWorld::captured_stdout() {
     return testing::internal::GetCapturedStdout();
 }
 
-std::string l3mac_caps_json(const l3mac_caps &c) {
-    auto b = [](bool v) { return v ? "true" : "false"; };
-    char j[512];
-    std::snprintf(j, sizeof j,
-                  "{\"s_route\": {\"l3mac\": {\"capacity\": {\"algo\": %d, \"tcam-cap\": %d, "
-                  "\"tcam2-cap\": %d, \"rsvd-size\": %d}, \"ability\": {\"tcam2-en\": %s, "
-                  "\"is-mng\": %s, \"is-mng2\": %s, \"copy-to-tcam2\": %s}}, \"l3intf\": "
-                  "{\"capacity\": {\"l3mac-dec-cnt\": %d}}}, \"s_bridge\": {\"ebridge\": "
-                  "{\"capacity\": {\"evlan_num\": %d}}}}",
-                  c.algo, c.tcam_cap, c.tcam2_cap, c.rsvd_size, b(c.tcam2_en), b(c.is_mng),
-                  b(c.is_mng2), b(c.copy_to_tcam2), c.dec_cnt, c.evlan_num);
-    return j;
-}
-
-namespace {
-
-std::array<uint8_t, 6> l3mac_mac_of(const PLibpub__Mac *m) {
-    std::array<uint8_t, 6> mac{};
-    if (m && m->data.len == 6) std::memcpy(mac.data(), m->data.data, 6);
-    return mac;
-}
-
-// Each journal write to `table` unpacked, handed to `take` with its kind.
-template <class Row, class Take>
-void l3mac_each_write(const char *table, Row *(*unpack)(ProtobufCAllocator *, size_t, const uint8_t *),
-                      void (*release)(Row *, ProtobufCAllocator *), Take take) {
-    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
-        if (w.table != table) continue;
-        if (Row *row = unpack(nullptr, w.row.size(), w.row.data())) {
-            take(w.is_add, *row);
-            release(row, nullptr);
-        }
-    }
-}
-
-}  // namespace
-
-std::vector<l3mac_hw_write> l3mac_vrrp_writes() {
-    std::vector<l3mac_hw_write> out;
-    l3mac_each_write("s_route.l3mac_vrrp_hw_res", s_route__l3mac_vrrp_hw_res__unpack,
-                     s_route__l3mac_vrrp_hw_res__free_unpacked,
-                     [&](bool add, const SRoute__L3macVrrpHwRes &row) {
-                         if (const SRoute__L3macHwAttr *a = row.index)
-                             out.push_back({add, a->evlan, a->evlan_mask, a->mac_type,
-                                            l3mac_mac_of(a->mac), a->phyid});
-                     });
-    return out;
-}
-
 std::vector<l3mac_res_write> l3mac_res_writes() {
+    static const SRoute__ResSubKey no_key = S_ROUTE__RES_SUB_KEY__INIT;
+    static const SRoute__L3macAttr no_attr = S_ROUTE__L3MAC_ATTR__INIT;
     std::vector<l3mac_res_write> out;
-    l3mac_each_write("s_route.l3mac_res", s_route__l3mac_res__unpack, s_route__l3mac_res__free_unpacked,
-                     [&](bool add, const SRoute__L3macRes &row) {
-                         static const SRoute__ResSubKey no_key = S_ROUTE__RES_SUB_KEY__INIT;
-                         static const SRoute__L3macAttr no_attr = S_ROUTE__L3MAC_ATTR__INIT;
-                         const SRoute__ResSubKey &k = row.index ? *row.index : no_key;
-                         const SRoute__L3macAttr &a = row.attr ? *row.attr : no_attr;
-                         const ProtobufCBinaryData mac = a.mac ? a.mac->data : ProtobufCBinaryData{};
-                         out.push_back({add, k.t_user, k.uuid ? k.uuid : "", row.status,
-                                        a.is_match_evlan != 0, a.evlan, a.mac_type,
-                                        std::vector<uint8_t>(mac.data, mac.data + mac.len), a.phyid});
-                     });
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
+        SRoute__L3macRes *row = w.table == "s_route.l3mac_res"
+                                    ? s_route__l3mac_res__unpack(nullptr, w.row.size(), w.row.data())
+                                    : nullptr;
+        if (!row) continue;
+        const SRoute__ResSubKey &k = row->index ? *row->index : no_key;
+        const SRoute__L3macAttr &a = row->attr ? *row->attr : no_attr;
+        const ProtobufCBinaryData mac = a.mac ? a.mac->data : ProtobufCBinaryData{};
+        out.push_back({w.is_add, k.t_user, k.uuid ? k.uuid : "", row->status, a.is_match_evlan != 0,
+                       a.evlan, a.mac_type, std::vector<uint8_t>(mac.data, mac.data + mac.len), a.phyid});
+        s_route__l3mac_res__free_unpacked(row, nullptr);
+    }
     return out;
 }
 
@@ -175,15 +79,10 @@ int l3mac_count_of(const std::string &text, const std::string &needle) {
 
 int l3mac_count_lines(const std::string &out, const std::string &word,
                       const std::string &func, const std::string &text) {
-    const std::string head = "[" + word + "]" + func + ":";
-    int n = 0;
-    for (size_t at = out.find(head); at != std::string::npos; at = out.find(head, at + 1)) {
-        size_t bar = out.find('|', at + head.size());
-        if (bar == std::string::npos || bar - (at + head.size()) < 4) continue;
-        const std::string num = out.substr(at + head.size(), bar - at - head.size());
-        if (num.find_first_not_of(" 0123456789") != std::string::npos) continue;
-        if (out.compare(bar + 1, text.size(), text) == 0) n++;
-    }
+    const std::string head = "[" + word + "]" + func + ":", tail = "|" + text;
+    int n = 0;  // the source line, "%4d", stands between the two
+    for (size_t at = out.find(head); at != std::string::npos; at = out.find(head, at + 1))
+        n += at + head.size() + 4 <= out.size() && out.compare(at + head.size() + 4, tail.size(), tail) == 0;
     return n;
 }
 
@@ -195,15 +94,14 @@ std::string l3mac_line(const std::string &word, const std::string &func, int lin
 }
 
 int L3macWorld::set_row(uint32_t user, const std::string &uuid, uint32_t evlan,
-                        uint32_t mac_type, const uint8_t (&mac)[6], uint32_t phyid) {
+                        uint32_t mac_type, const uint8_t *mac, uint32_t phyid) {
     l3mac_row r(user, uuid, evlan, mac_type, mac, phyid);
     return l3mac_set_msg_proc(r.get());
 }
 
 int L3macWorld::del_row(uint32_t user, const std::string &uuid) {
-    const uint8_t none[6] = {};
-    l3mac_row r(user, uuid, 0, 0, none);
-    r.res.attr = nullptr;
+    l3mac_row r(user, uuid, 0, 0, kMacA);
+    r.res.attr = nullptr;  // a delete carries the key alone
     return l3mac_del_msg_proc(r.get());
 }
 
@@ -218,12 +116,4 @@ std::vector<mac_entry *> l3mac_pending() {
     for (list_head *l = l3mac_pending_head.next; l != &l3mac_pending_head; l = l->next)
         out.push_back(l3mac_mac_of_pending(l));
     return out;
-}
-
-std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w) {
-    char mac[18];
-    std::snprintf(mac, sizeof mac, "%02x:%02x:%02x:%02x:%02x:%02x", w.mac[0], w.mac[1], w.mac[2],
-                  w.mac[3], w.mac[4], w.mac[5]);
-    return os << (w.is_add ? "add" : "del") << "{evlan=" << w.evlan << " mask=" << w.evlan_mask
-              << " type=" << w.mac_type << " mac=" << mac << " phyid=" << w.phyid << "}";
 }

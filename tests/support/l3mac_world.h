@@ -3,37 +3,22 @@
 // the test), zeroed state and counters.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "platform/sw_rt_res.h"
-#include "s_route.pb-c.h"
+#include "request/l3mac_user.h"
+#include "support/service_world.h"
 
-struct list_head;
-struct mac_entry;
 struct user_entry;
 
-// Values of a test profile; the defaults are the board's built-in ones.
-struct l3mac_caps {
-    bool tcam2_en = false;
-    bool is_mng = true;
-    bool is_mng2 = true;
-    bool copy_to_tcam2 = true;
-    int32_t algo = 2;
-    int32_t tcam_cap = 256;
-    int32_t tcam2_cap = 256;
-    int32_t rsvd_size = 0;
-    int32_t dec_cnt = 5;
-    int32_t evlan_num = 4096;
-};
-
-// The capability file's text for these values.
-std::string l3mac_caps_json(const l3mac_caps &caps);
+inline constexpr uint8_t kMacA[6] = {0x00, 0x0a, 0x00, 0x00, 0x00, 0x01},
+                         kMacB[6] = {0x00, 0x0b, 0x00, 0x00, 0x00, 0x02};
+inline constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL,
+                          VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP, TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL,
+                          SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
 
 class L3macWorld : public ::testing::Test {
 protected:
@@ -41,17 +26,15 @@ protected:
     void TearDown() override;
 
     // Writes <root>/etc/hnx/capability.json.
-    void write_profile(const std::string &json);
-    void write_caps(const l3mac_caps &caps) { write_profile(l3mac_caps_json(caps)); }
+    void write_profile(const std::string &json) { l3mac_profile_write(root_, json); }
+    void write_caps(const l3mac_caps &caps) { l3mac_caps_write(root_, caps); }
 
-    // Creates the four tables as main does and runs the connect callback:
-    // the profile is read, the stores, pools and timer made, handlers
-    // subscribed. Smoothing is not run.
-    void bring_up();
+    // The service brought up as main brings it up (l3mac_service_up).
+    void bring_up() { ASSERT_TRUE(l3mac_service_up()); }
 
     // A row through the set handler, or its key through the delete handler.
     static int set_row(uint32_t user, const std::string &uuid, uint32_t evlan,
-                       uint32_t mac_type, const uint8_t (&mac)[6], uint32_t phyid = 0);
+                       uint32_t mac_type, const uint8_t *mac, uint32_t phyid = 0);
     static int del_row(uint32_t user, const std::string &uuid);
 
     // Sets the log level and budget as the `debug` command would, silently.
@@ -65,37 +48,28 @@ protected:
     static void capture_stdout() { testing::internal::CaptureStdout(); }
     static std::string captured_stdout();
 
+    // The user entry of the key, when there is one.
+    static user_entry *user_of(uint32_t user, const std::string &uuid) {
+        return l3mac_get_or_add_user_db(user, uuid.c_str(), 0);
+    }
+    // Takes every MAC off the pending list, as a finished decision does.
+    static void settle_all() {
+        while (!list_empty(&l3mac_pending_head)) list_del_init(l3mac_pending_head.next);
+    }
+    // The MAC record of the key, when there is one.
+    static mac_entry *mac_of(uint32_t mac_type, const uint8_t *mac, uint32_t phyid = 0) {
+        return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(mac_type), mac, phyid, 0);
+    }
+
     std::string root_;
 };
 
 // A set row of s_route.l3mac_res, built on the stack for handler calls.
-struct l3mac_row {
-    SRoute__ResSubKey key = S_ROUTE__RES_SUB_KEY__INIT;
-    SRoute__L3macAttr attr = S_ROUTE__L3MAC_ATTR__INIT;
-    PLibpub__Mac mac = P_LIBPUB__MAC__INIT;
-    SRoute__L3macRes res = S_ROUTE__L3MAC_RES__INIT;
-    uint8_t mac_bytes[6] = {};
+struct l3mac_row : l3mac_res_parts {
     std::string uuid;
-
-    l3mac_row(uint32_t user, std::string uuid, uint32_t evlan,
-              uint32_t mac_type, const uint8_t (&m)[6], uint32_t phyid = 0,
-              uint32_t status = S_ROUTE__L3TABLE_STATUS_E__STATUS_REQUEST);
-    l3mac_row(const l3mac_row &) = delete;
-    const SRoute__L3macRes *get() const { return &res; }
+    l3mac_row(uint32_t user, std::string uuid, uint32_t evlan, uint32_t mac_type, const uint8_t *m,
+              uint32_t phyid = 0, uint32_t status = S_ROUTE__L3TABLE_STATUS_E__STATUS_REQUEST);
 };
-
-// A row that the service wrote to s_route.l3mac_vrrp_hw_res, unpacked.
-struct l3mac_hw_write {
-    bool is_add;
-    uint32_t evlan;
-    uint32_t evlan_mask;
-    uint32_t mac_type;
-    std::array<uint8_t, 6> mac;
-    uint32_t phyid;
-    bool operator==(const l3mac_hw_write &) const = default;
-};
-
-std::ostream &operator<<(std::ostream &os, const l3mac_hw_write &w);
 
 // A row that the service wrote to s_route.l3mac_res, unpacked.
 struct l3mac_res_write {
@@ -108,15 +82,24 @@ struct l3mac_res_write {
     uint32_t mac_type;
     std::vector<uint8_t> mac;
     uint32_t phyid;
+    bool operator==(const l3mac_res_write &) const = default;
 };
 
-// The writes of the journal to one of these tables, in call order.
-std::vector<l3mac_hw_write> l3mac_vrrp_writes();
+// The journal's writes to this table, in call order.
 std::vector<l3mac_res_write> l3mac_res_writes();
 
 // The user entries on a user_head list, and the pending MACs, from the front.
 std::vector<user_entry *> l3mac_users_on(list_head *head);
 std::vector<mac_entry *> l3mac_pending();
+
+// Standard output of one call of `f`, whose result goes to *rv.
+template <class F> std::string out_of(F f, int *rv = nullptr) {
+    testing::internal::CaptureStdout();
+    const int r = f();
+    if (rv) *rv = r;
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
 
 // Occurrences of `needle` in `text`.
 int l3mac_count_of(const std::string &text, const std::string &needle);

@@ -5,25 +5,31 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 namespace {
 
-// `prog` with HNX_ROOT=root and a short timer unit, its output appended to `out`.
+void redirect(int fd, const std::string &path, int flags) {
+    const int f = open(path.c_str(), flags, 0644);
+    if (f >= 0) dup2(f, fd), close(f);
+}
+
+// `prog` with HNX_ROOT=root and a short timer unit. Standard output goes to
+// `out` (the service's log), standard error apart to `out`.err, where the
+// host platform's own lines go; `in`, when named, is standard input.
 pid_t spawn(const std::string &prog, std::vector<std::string> args, const std::string &root,
-            const std::string &out) {
+            const std::string &out, int flags, const std::string &in = "") {
     const pid_t pid = fork();
     if (pid != 0) return pid;
     setenv("HNX_ROOT", root.c_str(), 1);
     setenv("HNX_TIMER_UNIT_MS", "20", 1);
-    // Standard output is the service's log; the host platform's own lines
-    // go to standard error, kept apart in `out`.err.
-    const int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (fd >= 0) dup2(fd, STDOUT_FILENO), close(fd);
-    const int efd = open((out + ".err").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (efd >= 0) dup2(efd, STDERR_FILENO), close(efd);
+    redirect(STDOUT_FILENO, out, flags);
+    redirect(STDERR_FILENO, out + ".err", flags);
+    if (!in.empty()) redirect(STDIN_FILENO, in, O_RDONLY);
     args.insert(args.begin(), prog);
     std::vector<char *> argv;
     for (std::string &a : args) argv.push_back(a.data());
@@ -34,12 +40,19 @@ pid_t spawn(const std::string &prog, std::vector<std::string> args, const std::s
 
 }  // namespace
 
+std::string managed_slurp(const std::string &path) {
+    std::stringstream ss;
+    ss << std::ifstream(path, std::ios::binary).rdbuf();
+    return ss.str();
+}
+
 pid_t managed_daemon_start(const std::string &bin, const std::string &root) {
     // As on a real system, /var/run is there before the daemon takes its
     // lock in it: without it the daemon ends at once.
     std::error_code ec;
     std::filesystem::create_directories(root + "/var/run", ec);
-    return spawn(bin + "/hnx-l3table-l3mac", {}, root, root + "/daemon.out");
+    return spawn(bin + "/hnx-l3table-l3mac", {}, root, root + "/daemon.out",
+                 O_WRONLY | O_CREAT | O_APPEND);
 }
 
 void managed_daemon_kill(pid_t &pid) {
@@ -49,14 +62,17 @@ void managed_daemon_kill(pid_t &pid) {
     pid = 0;
 }
 
-int managed_tbl(const std::string &bin, const std::string &root,
-                const std::vector<std::string> &args) {
-    std::vector<std::string> all{"--root", root};
-    all.insert(all.end(), args.begin(), args.end());
-    const pid_t pid = spawn(bin + "/hnx-tbl", all, root, root + "/hnx-tbl.out");
+managed_result managed_run(const std::string &bin, const std::string &root, const std::string &prog,
+                           const std::vector<std::string> &args, const std::string &input) {
+    const std::string out = root + "/" + prog + ".out", in = out + ".in";
+    std::ofstream(in) << input;
+    const pid_t pid = spawn(bin + "/" + prog, args, root, out, O_WRONLY | O_CREAT | O_TRUNC, in);
+    managed_result r;
     int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) r.status = WEXITSTATUS(status);
+    r.out = managed_slurp(out);
+    r.err = managed_slurp(out + ".err");
+    return r;
 }
 
 bool managed_wait(const std::function<bool()> &cond, std::chrono::milliseconds limit) {

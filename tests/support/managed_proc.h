@@ -1,6 +1,6 @@
 // Programs of the project run from a test under a temporary root: the
-// daemon in the background and the hnx-tbl client to completion, and a
-// bounded wait on a condition.
+// daemon in the background, a tool to completion, and a bounded wait on a
+// condition.
 #pragma once
 
 #include <chrono>
@@ -17,9 +17,25 @@ pid_t managed_daemon_start(const std::string &bin, const std::string &root);
 // SIGKILL, then waits for it. No-op for pid 0.
 void managed_daemon_kill(pid_t &pid);
 
+struct managed_result {
+    int status = -1;  // the exit status; -1 when it did not end normally
+    std::string out, err;
+};
+
+// Runs <bin>/<prog> with HNX_ROOT=root, the arguments, and `input` on its
+// standard input, to completion. Its files are <root>/<prog>.out and .err.
+managed_result managed_run(const std::string &bin, const std::string &root, const std::string &prog,
+                           const std::vector<std::string> &args, const std::string &input = "");
+
 // Runs hnx-tbl --root root with the arguments; its exit status.
-int managed_tbl(const std::string &bin, const std::string &root,
-                const std::vector<std::string> &args);
+inline int managed_tbl(const std::string &bin, const std::string &root,
+                       std::vector<std::string> args) {
+    args.insert(args.begin(), {"--root", root});
+    return managed_run(bin, root, "hnx-tbl", args).status;
+}
+
+// The whole of a file; "" when there is none.
+std::string managed_slurp(const std::string &path);
 
 // Polls `cond` until it holds or `limit` has passed. True when it held.
 bool managed_wait(const std::function<bool()> &cond,

@@ -3,16 +3,13 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
+#include <ostream>
 
-#include "frame/l3mac_ctx.h"
+#include "diag/l3mac_release.h"
 #include "frame/l3mac_ds.h"
-#include "frame/l3mac_mem.h"
 #include "platform/host/hnx_host.h"
 #include "platform/ss_rt_tbl.h"
 #include "request/l3mac_msg.h"
-#include "s_route.pb-c.h"
 #include "store/l3mac_db.h"
 #include "store/l3mac_store.h"
 
@@ -42,6 +39,23 @@ hw_entry unpack_bak(const std::vector<uint8_t> &row) {
     return e;
 }
 
+hw_entry unpack_vrrp(const std::vector<uint8_t> &row) {
+    SRoute__L3macVrrpHwRes *r = s_route__l3mac_vrrp_hw_res__unpack(nullptr, row.size(), row.data());
+    if (!r) return hw_entry{};
+    hw_entry e = from_attr(r->index, 0, 0);
+    s_route__l3mac_vrrp_hw_res__free_unpacked(r, nullptr);
+    return e;
+}
+
+// Each table's short name and how its rows read as entries.
+struct tbl_kind {
+    const char *table, *name;
+    hw_entry (*unpack)(const std::vector<uint8_t> &);
+};
+const tbl_kind kKinds[] = {{"s_route.l3mac_hw_res", "hw_res", unpack_hw},
+                           {"s_route.l3mac_bak", "bak", unpack_bak},
+                           {"s_route.l3mac_vrrp_hw_res", "vrrp", unpack_vrrp}};
+
 std::vector<hw_entry> rows_of(const char *table, hw_entry (*unpack)(const std::vector<uint8_t> &)) {
     std::vector<hw_entry> out;
     for (const auto &row : hnx_host_tbl_rows(table)) out.push_back(unpack(row));
@@ -57,19 +71,6 @@ int managed_fake_clock(kw_timeval *tv) {
     return 0;
 }
 
-// The first life's records end with its process; here they are released,
-// as the fixture does at the end of a test, so that the leak checker sees
-// only what a test itself lost.
-template <class Rec> void release_store(l3mac_store<Rec> *d) {
-    if (d == nullptr) return;
-    std::vector<Rec *> all;
-    d->scan([&](Rec *r) { return all.push_back(r), 0; });
-    for (Rec *r : all) l3mac_free(r);
-    l3mac_free(d->flags);
-    l3mac_free(d->slots);
-    l3mac_free(d);
-}
-
 void quiet_start() {
     l3mac_commom_decision_counter = 0;
     l3mac_ctx.drv_decision_max_counter = 0;
@@ -83,12 +84,24 @@ std::vector<hw_entry> managed_bak_rows() { return rows_of("s_route.l3mac_bak", u
 
 std::vector<tbl_op> managed_journal(const std::string &table) {
     std::vector<tbl_op> out;
-    for (const hnx_tbl_write &w : hnx_host_tbl_journal()) {
-        const bool hw = w.table == "s_route.l3mac_hw_res", bak = w.table == "s_route.l3mac_bak";
-        if ((hw || bak) && (table.empty() || table == (hw ? "hw_res" : "bak")))
-            out.push_back({hw ? "hw_res" : "bak", w.is_add, hw ? unpack_hw(w.row) : unpack_bak(w.row)});
-    }
+    for (const hnx_tbl_write &w : hnx_host_tbl_journal())
+        for (const tbl_kind &k : kKinds)
+            if (w.table == k.table && (table.empty() || table == k.name))
+                out.push_back({k.name, w.is_add, k.unpack(w.row)});
     return out;
+}
+
+std::ostream &operator<<(std::ostream &os, const hw_entry &e) {
+    char mac[18];
+    std::snprintf(mac, sizeof mac, "%02x:%02x:%02x:%02x:%02x:%02x", e.mac[0], e.mac[1], e.mac[2],
+                  e.mac[3], e.mac[4], e.mac[5]);
+    return os << "{hw_id=" << e.hw_id << " phase=" << e.phase << " evlan=" << e.evlan << " mask="
+              << e.evlan_mask << " type=" << e.mac_type << " mac=" << mac << " phyid=" << e.phyid
+              << (e.has_attr ? "}" : " no attr}");
+}
+
+std::ostream &operator<<(std::ostream &os, const tbl_op &op) {
+    return os << op.table << (op.is_add ? " add " : " del ") << op.entry;
 }
 
 int managed_log_count(const std::string &root, const std::string &text) {
@@ -128,50 +141,37 @@ void ManagedWorld::start(const l3mac_caps &b) {
     quiet_start();
 }
 
+// The first life's records end with its process; here they are released,
+// so that the leak checker sees only what a test itself lost.
 void ManagedWorld::restart() {
-    release_store(l3mac_ctx.mac_db);
-    release_store(l3mac_ctx.tcam_db);
-    release_store(l3mac_ctx.user_db);
-    release_store(l3mac_ctx.vrrp_db);
+    l3mac_release_all();
     hnx_host_tbl_reset();
-    std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
-    list_init(&l3mac_pending_head);
-    l3mac_mem_fail_after = -1;
+    l3mac_service_reset();
     bring_up();
     quiet_start();
 }
 
-namespace {
-
-struct managed_row : l3mac_row {
-    managed_row(uint32_t user, const std::string &uuid, uint32_t evlan = 0, uint32_t mac_type = 0,
-                const mac6 &m = {}, uint32_t phyid = 0)
-        : l3mac_row(user, uuid, evlan, mac_type, *reinterpret_cast<const uint8_t(*)[6]>(m.data()), phyid) {}
-};
-
-}  // namespace
-
 void ManagedWorld::write_request(uint32_t user, const std::string &uuid, uint32_t evlan,
                                  uint32_t mac_type, const mac6 &mac) {
-    managed_row row(user, uuid, evlan, mac_type, mac);
+    l3mac_row row(user, uuid, evlan, mac_type, mac.data());
     ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
 }
 
 void ManagedWorld::erase_request(uint32_t user, const std::string &uuid) {
-    managed_row row(user, uuid);
+    l3mac_row row(user, uuid, 0, 0, mac6{}.data());
     ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
 }
 
 int ManagedWorld::request(uint32_t user, const std::string &uuid, uint32_t evlan,
                           uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
-    managed_row row(user, uuid, evlan, mac_type, mac, phyid);
+    l3mac_row row(user, uuid, evlan, mac_type, mac.data(), phyid);
     ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row.res.base, 0, 0);
     return l3mac_set_msg_proc(row.get());
 }
 
 int ManagedWorld::withdraw(uint32_t user, const std::string &uuid) {
     erase_request(user, uuid);
-    managed_row row(user, uuid);
+    l3mac_row row(user, uuid, 0, 0, mac6{}.data());
     return l3mac_del_msg_proc(&row.res);
 }
 
@@ -180,10 +180,6 @@ void ManagedWorld::want(const mac6 &mac, std::initializer_list<uint32_t> vlans,
     for (uint32_t v : vlans)
         keep ? request(user, managed_uuid(mac, mac_type, v), v, mac_type, mac)
              : withdraw(user, managed_uuid(mac, mac_type, v));
-}
-
-mac_entry *ManagedWorld::mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid) {
-    return sw_l3mac_get_or_add_mac_db(static_cast<uint8_t>(mac_type), mac.data(), phyid, 0);
 }
 
 std::vector<tcam_entry *> ManagedWorld::entries_of(const mac_entry *mac) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <initializer_list>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -16,11 +17,8 @@
 
 using mac6 = std::array<uint8_t, 6>;
 
-inline constexpr uint32_t NORMAL = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, OL = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL,
-                          VRRP = S_ROUTE__L3MAC_TYPE_E__L3MAC_VRRP, TNL = S_ROUTE__L3MAC_TYPE_E__L3MAC_TNL,
-                          SUBIF = S_ROUTE__L3MAC_TYPE_E__L3MAC_SUBIF;
-
-// An entry as a row of s_route.l3mac_hw_res or s_route.l3mac_bak shows it.
+// An entry as a row of s_route.l3mac_hw_res, s_route.l3mac_bak or
+// s_route.l3mac_vrrp_hw_res shows it.
 struct hw_entry {
     uint32_t hw_id = 0, phase = 0, evlan = 0, evlan_mask = 0, mac_type = 0, phyid = 0;
     mac6 mac{};
@@ -28,18 +26,22 @@ struct hw_entry {
     auto operator<=>(const hw_entry &) const = default;
 };
 
-// One write of this process to the output or backup table.
+// One write of this process to the output, backup or VRRP output table.
 struct tbl_op {
-    std::string table;  // "hw_res" or "bak"
+    std::string table;  // "hw_res", "bak" or "vrrp"
     bool is_add = false;
     hw_entry entry;
+    bool operator==(const tbl_op &) const = default;
 };
+
+std::ostream &operator<<(std::ostream &os, const hw_entry &e);
+std::ostream &operator<<(std::ostream &os, const tbl_op &op);
 
 // Standing rows of the output and backup tables, sorted.
 std::vector<hw_entry> managed_hw_rows();
 std::vector<hw_entry> managed_bak_rows();
-// The journal's writes to the output and backup tables in call order, or
-// to one of them ("hw_res" or "bak").
+// The journal's writes to the three tables in call order, or to one of
+// them ("hw_res", "bak" or "vrrp").
 std::vector<tbl_op> managed_journal(const std::string &table = "");
 
 // The uuid of one user's request for one VLAN of a MAC.
@@ -83,7 +85,9 @@ protected:
         want(mac, vlans, mac_type, 1, false);
     }
 
-    static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0);
+    static mac_entry *mac_of(uint32_t mac_type, const mac6 &mac, uint32_t phyid = 0) {
+        return L3macWorld::mac_of(mac_type, mac.data(), phyid);
+    }
     static std::vector<tcam_entry *> entries_of(const mac_entry *mac);
     // {evlan, evlan_mask, idx} of the MAC's entries, sorted by evlan.
     static std::vector<std::array<uint32_t, 3>> placed(const mac_entry *mac);
