@@ -5,11 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "decision/l3mac_mac.h"
-#include "diag/l3mac_check.h"
 #include "frame/l3mac_ctx.h"
-#include "frame/l3mac_ds.h"
-#include "frame/l3mac_mem.h"
 #include "platform/host/tbl_store.h"
 #include "support/l3mac_world.h"
 
@@ -40,28 +36,6 @@ TEST_F(FuzzRegress, AnEvlanNumAtTheBottomOfItsRangeLeavesTheSmallestVfiSpace) {
     bring_up();
     EXPECT_EQ(l3mac_ctx.evlan_num, INT32_MIN);
     EXPECT_EQ(l3mac_ctx.vfi_mask, 1u);
-}
-
-// A user moved to a MAC that found no memory keeps its old, settled MAC
-// until its next add, with the new request in its record (requests_fuzz):
-// the in-process check took the old MAC's bitmap for damage.
-TEST_F(FuzzRegress, AUserWhoseNewMacFindsNoMemoryStaysOnItsOldMac) {
-    const uint8_t mac_a[6] = {0x02, 0, 0, 0, 0, 0x0A}, mac_b[6] = {0x02, 0, 0, 0, 0, 0x0B};
-    bring_up();
-    l3mac_data_check();
-    ASSERT_EQ(set_row(1, "u15", 4, S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, mac_a), 0);
-    mac_entry *old_mac = sw_l3mac_get_or_add_mac_db(S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, mac_a, 0, 0);
-    ASSERT_NE(old_mac, nullptr);
-    ASSERT_TRUE(list_empty(&old_mac->pending_lst));
-
-    l3mac_mem_fail_after = 0;
-    set_row(1, "u15", 16, S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, mac_b);
-    l3mac_mem_fail_after = -1;
-    EXPECT_EQ(l3mac_users_on(&old_mac->user_head).size(), 1u);
-    EXPECT_EQ(sw_l3mac_get_or_add_mac_db(S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL, mac_b, 0, 0), nullptr);
-    l3mac_check_report rep;
-    l3mac_check_live({.faults = true}, &rep);
-    EXPECT_TRUE(rep.ok()) << rep.violations.front();
 }
 
 }  // namespace

@@ -91,8 +91,8 @@ TEST_F(OutputTest, ASecondRowOfARestoredEntryGivesItsFirstIndexBack) {
     ASSERT_EQ(bak_row(20, 0xFFF, NORMAL, 7).restore(), 0);
     EXPECT_EQ(bak_row(20, 0xFFF, NORMAL, 3).restore(), 0);
     EXPECT_EQ(in_use(), 1u);
-    EXPECT_EQ(entries_of(mac_of(NORMAL, kMac)).size(), 1u);
-    EXPECT_EQ(entries_of(mac_of(NORMAL, kMac))[0]->idx, 3u);
+    const auto entries = entries_of(mac_of(NORMAL, kMac));
+    EXPECT_TRUE(entries.size() == 1 && entries[0]->idx == 3u);
 }
 
 }  // namespace
