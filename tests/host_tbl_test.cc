@@ -20,8 +20,9 @@ strs g_seen;  // what the subscriber saw: "set <hw_id>:<evlan>" or "del <hw_id>"
 
 int on_hw(const ProtobufCMessage *m, bool set) {
     auto *r = reinterpret_cast<const SRoute__L3macHwRes *>(m);
-    std::string s = (set ? "set " : "del ") + std::to_string(r->index->hw_id);
-    if (set || r->attr) s += set && r->attr ? ":" + std::to_string(r->attr->evlan) : " with attr";
+    std::string s = std::string(set ? "set " : "del ").append(std::to_string(r->index->hw_id));
+    if (set || r->attr)
+        s += set && r->attr ? std::string(":").append(std::to_string(r->attr->evlan)) : " with attr";
     g_seen.push_back(s);
     return 0;
 }

@@ -27,7 +27,7 @@ std::string l3mac_check_uncovered(const l3mac_pairs &entries, const l3mac_check_
     std::string out;
     for (uint32_t n : w.need)
         if (n >= 1 && n < l3mac_check_top(is_vfi) && !l3mac_check_covers(entries, n))
-            out += " " + std::to_string(n);
+            out.append(" ").append(std::to_string(n));
     return out.empty() ? " none" : out;
 }
 

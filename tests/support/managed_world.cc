@@ -126,7 +126,7 @@ managed_tpl::managed_tpl(uint32_t key, uint32_t mask)
 managed_tpl::~managed_tpl() { std::free(tpl); }
 
 std::string managed_uuid(const mac6 &mac, uint32_t mac_type, uint32_t vlan) {
-    return "m" + std::to_string(mac[5]) + "-t" + std::to_string(mac_type) + "-v" + std::to_string(vlan);
+    return std::string("m").append(std::to_string(mac[5])).append("-t").append(std::to_string(mac_type)).append("-v").append(std::to_string(vlan));
 }
 
 void ManagedWorld::TearDown() {

@@ -11,11 +11,11 @@ bool parse_number(std::string_view s, uint32_t *n, std::string *error) {
     uint64_t v = 0;
     const auto [ptr, ec] = std::from_chars(s.data(), end, v);
     if (s.empty() || ec == std::errc::invalid_argument || ptr != end) {
-        *error = "'" + std::string(s) + "' is not a number";
+        *error = std::string("'").append(s).append("' is not a number");
         return false;
     }
     if (ec == std::errc::result_out_of_range || v > COVER_MAX_NUMBER) {
-        *error = "number " + std::string(s) + " is out of range (0-16383)";
+        *error = std::string("number ").append(s).append(" is out of range (0-16383)");
         return false;
     }
     *n = static_cast<uint32_t>(v);
