@@ -7,12 +7,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "decision/l3mac_decision.h"
 #include "decision/l3mac_mac.h"
+#include "diag/l3mac_release.h"
 #include "frame/l3mac_ctx.h"
 #include "frame/l3mac_ds.h"
 #include "frame/l3mac_main.h"
@@ -25,7 +25,7 @@
 #include "request/l3mac_msg.h"
 #include "s_route.pb-c.h"
 #include "store/l3mac_db.h"
-#include "store/l3mac_store.h"
+#include "tests/support/service_world.h"
 
 inline constexpr uint32_t kBenchNormal = S_ROUTE__L3MAC_TYPE_E__L3MAC_NORMAL;
 inline constexpr uint32_t kBenchOl = S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
@@ -36,38 +36,20 @@ inline constexpr uint32_t kBenchUser = S_ROUTE__L3TABLE_USER_E__L3TABLE_UC;
 // every type to the second: L3MAC_OL and L3MAC_TNL go there, the rest to
 // the first.
 inline std::string bench_profile(int cap) {
-    char j[512];
-    std::snprintf(j, sizeof j,
-                  "{\"s_route\": {\"l3mac\": {\"capacity\": {\"algo\": 2, \"tcam-cap\": %d, "
-                  "\"tcam2-cap\": %d, \"rsvd-size\": 0}, \"ability\": {\"tcam2-en\": true, "
-                  "\"is-mng\": true, \"is-mng2\": true, \"copy-to-tcam2\": false}}, "
-                  "\"l3intf\": {\"capacity\": {\"l3mac-dec-cnt\": 5}}}, "
-                  "\"s_bridge\": {\"ebridge\": {\"capacity\": {\"evlan_num\": 20480}}}}",
-                  cap, cap);
-    return j;
+    return l3mac_caps_json({.tcam2_en = true, .copy_to_tcam2 = false, .tcam_cap = cap,
+                            .tcam2_cap = cap, .evlan_num = 20480});
 }
 
 // One request row of s_route.l3mac_res on the stack.
-struct bench_row {
-    SRoute__ResSubKey key = S_ROUTE__RES_SUB_KEY__INIT;
-    SRoute__L3macAttr attr = S_ROUTE__L3MAC_ATTR__INIT;
-    PLibpub__Mac mac = P_LIBPUB__MAC__INIT;
-    SRoute__L3macRes res = S_ROUTE__L3MAC_RES__INIT;
-    uint8_t mac_bytes[6];
-
+struct bench_row : l3mac_res_parts {
     bench_row(const std::string &uuid, uint64_t mac48, uint32_t evlan, uint32_t mac_type) {
         for (int i = 0; i < 6; i++) mac_bytes[i] = uint8_t(mac48 >> (8 * (5 - i)));
         key.t_user = kBenchUser;
         key.uuid = const_cast<char *>(uuid.c_str());
-        mac.data = {6, mac_bytes};
         attr.evlan = evlan;
         attr.mac_type = SRoute__L3macTypeE(mac_type);
-        attr.mac = &mac;
-        res.index = &key;
         res.status = S_ROUTE__L3TABLE_STATUS_E__STATUS_REQUEST;
-        res.attr = &attr;
     }
-    bench_row(const bench_row &) = delete;
 };
 
 // One user's request: its uuid, MAC and VLAN (or VFI number).
@@ -114,25 +96,15 @@ inline void bench_tbl_reset() {
 class bench_service {
 public:
     bench_service() {
-        std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
-        list_init(&l3mac_pending_head);
-        l3mac_commom_decision_counter = 5;
-        l3mac_mem_fail_after = -1;
+        l3mac_service_reset();
         std::memset(g_sw_rt_res_ss_err_cnt, 0, sizeof g_sw_rt_res_ss_err_cnt);
-        g_rt_l3tb_log_level = 0;
-        l3mac_ctx.global = kw_global_init("hnx-l3table-l3mac", 0);
-        l3mac_tbl_init();
-        l3mac_connect_cb();
+        if (!l3mac_service_up()) std::abort();
     }
 
     // The service never frees its stores; a benchmark that starts many
     // lives must, or its memory grows with the iterations.
     ~bench_service() {
-        release(l3mac_ctx.mac_db);
-        release(l3mac_ctx.tcam_db);
-        release(l3mac_ctx.user_db);
-        release(l3mac_ctx.vrrp_db);
-        l3mac_free(l3mac_ctx.l3mac_time_ring.samples);
+        l3mac_release_all();
         bench_tbl_reset();
         kw_global_finish(l3mac_ctx.global);
         std::memset(&l3mac_ctx, 0, sizeof l3mac_ctx);
@@ -158,17 +130,6 @@ public:
         const sw_res_rm *rm = l3mac_ctx.tcam_rm[tcam];
         return rm ? rm->in_use : 0;
     }
-
-private:
-    template <class Rec> static void release(l3mac_store<Rec> *d) {
-        if (d == nullptr) return;
-        std::vector<Rec *> all;
-        d->scan([&](Rec *r) { return all.push_back(r), 0; });
-        for (Rec *r : all) l3mac_free(r);
-        l3mac_free(d->flags);
-        l3mac_free(d->slots);
-        l3mac_free(d);
-    }
 };
 
 // The file root with its profile, removed at the end.
@@ -180,8 +141,7 @@ public:
         path_ = tmpl;
         hnx_host_set_root(path_);
         bench_tbl_reset();
-        std::filesystem::create_directories(path_ + "/etc/hnx");
-        std::ofstream(path_ + "/etc/hnx/capability.json") << profile;
+        l3mac_profile_write(path_, profile);
     }
     ~bench_root() {
         bench_tbl_reset();
