@@ -54,6 +54,25 @@ TEST_F(OutputTest, BackupRowChecksBoundIndexEvlanAndType) {
     EXPECT_EQ(err_count(147), 4u);
 }
 
+// Each refusal names its condition and data in the log, one line per row.
+TEST_F(OutputTest, BackupRowRefusalsLogTheirConditionExactly) {
+    start({.tcam_cap = 16});
+    set_log(1);
+    // {evlan, mask, mac_type, hw_id} and the line's text.
+    const std::pair<std::array<uint32_t, 4>, std::string> cases[] = {
+        {{1, 0xFFF, S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX, 0},
+         "fail:tcam_entry->key.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX code:147 data1:5 data2:0\n"},
+        {{4095, 0xFFE, NORMAL, 0},
+         "fail:!L3MAC_TCAM_EVLAN_INVALID(tcam_entry->key.evlan, is_vfi) code:147 data1:4095 "
+         "data2:4094\n"},
+        {{1, 0xFFF, NORMAL, 16}, "fail:tcam_entry->idx < cap code:147 data1:16 data2:0\n"}};
+    for (const auto &[r, text] : cases) {
+        bak_row row(r[0], r[1], r[2], r[3]);
+        const std::string out = out_of([&] { return row.check(); });
+        EXPECT_EQ(out, l3mac_line("ERROR", "l3mac_tcam_param_check", err_slot(147).line, text));
+    }
+}
+
 TEST_F(OutputTest, RestoreTakesTheOldIndexesQueuesTheMacOnceAndSkipsATcamWithoutPool) {
     start({.tcam_cap = 16});
     ASSERT_EQ(bak_row(10, 0xFFF, NORMAL, 5).restore(), 0);

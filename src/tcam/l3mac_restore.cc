@@ -37,7 +37,7 @@ int l3mac_backup_pmsg_parse(void *scan_rec, tcam_entry *entry) {
 int l3mac_tcam_param_check(const tcam_entry *entry) {
     if (!(entry->key.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX)) {
         L3MAC_FAIL(L3MAC_ERR_BACKUP_REFUSED,
-                   "entry->key.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX",
+                   "tcam_entry->key.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX",
                    entry->key.mac_type, 0);
         return L3MAC_E_PARAM;
     }
@@ -45,7 +45,7 @@ int l3mac_tcam_param_check(const tcam_entry *entry) {
         entry->key.mac_type == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL;
     if (L3MAC_TCAM_EVLAN_INVALID(entry->key.evlan, is_vfi)) {
         L3MAC_FAIL(L3MAC_ERR_BACKUP_REFUSED,
-                   "!L3MAC_TCAM_EVLAN_INVALID(entry->key.evlan, is_vfi)",
+                   "!L3MAC_TCAM_EVLAN_INVALID(tcam_entry->key.evlan, is_vfi)",
                    entry->key.evlan, entry->key.evlan_mask);
         return L3MAC_E_PARAM;
     }
@@ -53,7 +53,7 @@ int l3mac_tcam_param_check(const tcam_entry *entry) {
                             ? l3mac_ctx.tcam_cap
                             : l3mac_ctx.tcam2_cap;
     if (!(cap > 0 && entry->idx < static_cast<uint32_t>(cap))) {
-        L3MAC_FAIL(L3MAC_ERR_BACKUP_REFUSED, "entry->idx < cap",
+        L3MAC_FAIL(L3MAC_ERR_BACKUP_REFUSED, "tcam_entry->idx < cap",
                    entry->idx, 0);
         return L3MAC_E_PARAM;
     }
