@@ -48,6 +48,24 @@ TEST_F(TimeProbe, NothingBeforeTheRingExists) {
     EXPECT_EQ(out_of([] { return l3mac_at_time_init(0); }), "size:0 -> 0\n\nnot init\n");
 }
 
+// Only a size of 0 is an "error size"; a negative one is a size that the
+// allocation refuses. Either way the old ring is gone and the probe is off.
+TEST_F(TimeProbe, ZeroSizeIsAnErrorAndANegativeOneFailsTheAllocation) {
+    const std::pair<int32_t, std::pair<std::string, int>> cases[] = {
+        {0, {"size:4 -> 0\n\nerror size:0\n\nnot init\n", -4}},
+        {-3, {"size:4 -> -3\n\nmalloc fail, size:-3\n\nnot init\n", -2}},
+        {-1, {"size:4 -> -1\n\nmalloc fail, size:-1\n\nnot init\n", -2}}};
+    for (const auto &[size, want] : cases) {
+        SCOPED_TRACE(size);
+        out_of([] { return l3mac_at_time_init(4) | l3mac_at_time_set(1); });
+        int rv = 0;
+        EXPECT_EQ(out_of([&] { return l3mac_at_time_init(size); }, &rv), want.first);
+        EXPECT_EQ(rv, want.second);
+        EXPECT_EQ(std::tie(ring().size, ring().per_cnt, ring().samples),
+                  std::make_tuple(0u, 0u, static_cast<l3mac_time_sample *>(nullptr)));
+    }
+}
+
 TEST_F(TimeProbe, SamplesGoRoundTheRingAndDumpInIndexOrder) {
     out_of([] { return l3mac_at_time_init(4) | l3mac_at_time_set(1); });
     for (int i = 0; i < 5; i++) decision();

@@ -82,7 +82,9 @@ int l3mac_at_time_init(int32_t size) {
     // The present size keeps the ring as it is, samples and period.
     if (size >= 0 && (uint32_t)size == ring().size) return l3mac_at_time_dump();
     drop_ring();
-    if (size <= 0) {
+    // Only 0 is refused here: any other size, a negative one too, is
+    // handed to the allocation, which refuses what the probe cannot hold.
+    if (size == 0) {
         std::printf("\nerror size:%d\n", (int)size);
         return not_init();
     }
