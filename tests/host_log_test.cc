@@ -59,4 +59,22 @@ TEST_F(ShowInfo, PrintsCountedSlotsInCodeOrderAndCleanEmptiesTheTable) {
     EXPECT_EQ(show(0, 0), "");
 }
 
+// Timer ticks count in slot 59 as a sign of life: the summary counts them
+// apart from the failures, whose total they would otherwise swell.
+TEST_F(ShowInfo, SummaryTellsTimerTicksFromFailures) {
+    fail(59, 120, 0, 0, 0);
+    EXPECT_EQ(show(0, 1), "==== failure counters (195 codes) ====\n"
+                          "code:59   count:120        data1:0           data2:0           line:0\n"
+                          "total: 0 failures under 0 codes\n"
+                          "events, not failures: 120 decision timer ticks (code 59)\n");
+    fail(53, 1, 5000, 0, 77);
+    fail(134, 2, -2, 0, 311);
+    const std::string out = show(0, 1);
+    EXPECT_EQ(out.substr(out.find("total:")),
+              "total: 3 failures under 2 codes\n"
+              "events, not failures: 120 decision timer ticks (code 59)\n");
+    fail(134, 0, 0, 0, 0);
+    EXPECT_NE(show(0, 1).find("\ntotal: 1 failure under 1 code\n"), std::string::npos);
+}
+
 }  // namespace
