@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/host/ssat_args.h"
+#include "platform/host/ssat_help.h"
 #include "platform/host/ssat_host.h"
 #include "platform/ssat.h"
 
@@ -38,6 +39,24 @@ TEST(SsatRead, MacAddresses) {
     for (const char *bad : {"00:11:22:33:44", "00:11:22:33:44:55:66", "00:11:22:33:44:5g",
                             "001:11:22:33:44:55", "00-11-22-33-44-55", "", "00::22:33:44:55"})
         EXPECT_FALSE(ssat_read_mac(bad, m)) << bad;
+}
+
+// Each conversion is named by the word before it, whatever stands between.
+TEST(SsatRead, FormatNamesItsArguments) {
+    const std::pair<const char *, std::vector<std::string>> cases[] = {
+        {"dbg on/off, level=%d log_cnt:%d[-1:unlimited]", {"level", "log_cnt"}},
+        {" size = %d", {"size"}},
+        {"type=%d, mac=%m, phyid=%d", {"type", "mac", "phyid"}},
+        {" void ", {}},
+        {"100%% of %d, then %s", {"of", "then"}},
+        {"%d=%s", {"arg1", "arg2"}},
+    };
+    std::vector<std::string> names;
+    for (const auto &[fmt, want] : cases) {
+        EXPECT_TRUE(ssat_fmt_names(fmt, &names)) << fmt;
+        EXPECT_EQ(names, want) << fmt;
+    }
+    EXPECT_FALSE(ssat_fmt_names("level=%q", &names));
 }
 
 // What the probe handler saw: calls, and the words of the last one.
@@ -106,6 +125,26 @@ TEST_F(SsatModule, HandlerGetsItsArgumentsAndRefusedLinesCallNothing) {
         EXPECT_EQ(r.text, text);
     }
     EXPECT_EQ(g_calls, 2);
+}
+
+int noop() { return 0; }
+
+// "help" answers the registered names and formats exactly, one a line, for
+// hnx-cmd to show; a format that would break that line is not registered.
+TEST_F(SsatModule, HelpListsNamesAndFormatsAsRegistered) {
+    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, " void ", noop), 0);
+    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "tab", 0, "a=%d\tb=%d", probe), SSAT_E_FORMAT);
+    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "two-lines", 0, "a=%d\n", probe), SSAT_E_FORMAT);
+    const ssat_reply r = ssat_run_line(MOD, "help");
+    EXPECT_TRUE(r.ran);
+    EXPECT_EQ(r.text, "probe\tnum=%d, text=%s, mac=%m\nnothing\t void \n");
+    std::vector<ssat_cmd_info> cmds;
+    ASSERT_TRUE(ssat_help_parse(r.text, &cmds));
+    ASSERT_EQ(cmds.size(), 2u);
+    EXPECT_EQ(ssat_help_entry(cmds[0], "probe the framework"),
+              "probe NUM TEXT MAC\n    probe the framework\n    format: \"num=%d, text=%s, mac=%m\"\n");
+    EXPECT_EQ(ssat_help_entry(cmds[1], nullptr), "nothing\n    format: \" void \"\n");
+    EXPECT_FALSE(ssat_help_parse("probe num=%d\n", &cmds));
 }
 
 }  // namespace

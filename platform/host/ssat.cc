@@ -11,6 +11,7 @@
 #include "platform/host/hnx_host.h"
 #include "platform/host/ssat_args.h"
 #include "platform/host/ssat_capture.h"
+#include "platform/host/ssat_help.h"
 #include "platform/host/ssat_host.h"
 #include "platform/host/ssat_server.h"
 
@@ -57,15 +58,15 @@ std::string usage(const ssat_cmd &c) {
     return "usage: " + c.name + " " + std::string(trimmed(c.fmt)) + "\n";
 }
 
-std::string help_text(std::string_view module, const ssat_module &m) {
-    std::string text = "commands of " + std::string(module) + ":\n";
-    char line[512];
-    for (const ssat_cmd &c : m.cmds) {
-        std::snprintf(line, sizeof line, "  %-34s %s\n", c.name.c_str(),
-                      std::string(trimmed(c.fmt)).c_str());
-        text += line;
-    }
-    return text;
+std::string help_text(const ssat_module &m) {
+    std::vector<ssat_cmd_info> cmds;
+    for (const ssat_cmd &c : m.cmds) cmds.push_back({c.name, c.fmt});
+    return ssat_help_list(cmds);
+}
+
+// A format is one line of the help list: no tab, no line break in it.
+bool fmt_fits_list(std::string_view fmt) {
+    return fmt.find_first_of("\t\r\n") == std::string_view::npos;
 }
 
 ssat_reply refused(std::string text) { return ssat_reply{false, 0, std::move(text)}; }
@@ -134,6 +135,10 @@ int ssat_reg_mod_cmd_erased(const char *module, const char *cmd, int,
         return SSAT_E_PARAM;
     if (find_cmd(*m, cmd) != nullptr) return SSAT_E_DUP;
     std::string fmt_kinds;
+    if (!fmt_fits_list(fmt)) {
+        std::fprintf(stderr, "ssat: %s %s: a format is one line without tabs\n", module, cmd);
+        return SSAT_E_FORMAT;
+    }
     if (!ssat_fmt_kinds(fmt, &fmt_kinds) || !fits_handler(fmt_kinds, kinds)) {
         std::fprintf(stderr, "ssat: %s %s: format \"%s\" does not fit its handler\n",
                      module, cmd, fmt);
@@ -148,7 +153,7 @@ ssat_reply ssat_run_line(std::string_view module, std::string_view line) {
     const ssat_module *m = find_module(module);
     if (m == nullptr) return refused("module " + std::string(module) + " has no commands\n");
     if (words.empty()) return refused("empty command line; \"help\" lists the commands\n");
-    if (words[0] == "help") return ssat_reply{true, 0, help_text(module, *m)};
+    if (words[0] == "help") return ssat_reply{true, 0, help_text(*m)};
     const ssat_cmd *c = find_cmd(*m, words[0]);
     if (c == nullptr)
         return refused("unknown command \"" + std::string(words[0]) +

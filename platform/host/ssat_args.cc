@@ -56,6 +56,42 @@ const char *kind_text(char kind) {
 
 std::string quoted(std::string_view w) { return "\"" + std::string(w) + "\""; }
 
+// Calls fn(lead, kind) for each conversion of the format, in order, with
+// the text between the previous conversion (or the start) and this one;
+// false at a conversion the framework cannot read.
+template <class Fn> bool for_each_conv(std::string_view fmt, Fn &&fn) {
+    size_t lead_start = 0;
+    for (size_t i = 0; i < fmt.size(); i++) {
+        if (fmt[i] != '%') continue;
+        if (i + 1 < fmt.size() && fmt[i + 1] == '%') {
+            i++;
+            continue;
+        }
+        const std::string_view lead = fmt.substr(lead_start, i - lead_start);
+        i = skip_spec(fmt, i + 1);
+        if (i >= fmt.size()) return false;
+        char k = kind_of_conv(fmt[i]);
+        if (k == 0) return false;
+        fn(lead, k);
+        lead_start = i + 1;
+    }
+    return true;
+}
+
+bool is_name_char(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           c == '_';
+}
+
+// The name that a format gives the conversion after `head`: the word right
+// before it, past blanks, '=' and ':' ("level=", "log_cnt:", " size = ").
+std::string name_before(std::string_view head) {
+    while (!head.empty() && std::strchr(" \t=:", head.back()) != nullptr) head.remove_suffix(1);
+    size_t start = head.size();
+    while (start > 0 && is_name_char(head[start - 1])) start--;
+    return std::string(head.substr(start));
+}
+
 bool read_one(char kind, std::string_view word, ssat_value *v) {
     v->kind = kind;
     switch (kind) {
@@ -69,19 +105,16 @@ bool read_one(char kind, std::string_view word, ssat_value *v) {
 
 bool ssat_fmt_kinds(std::string_view fmt, std::string *kinds) {
     kinds->clear();
-    for (size_t i = 0; i < fmt.size(); i++) {
-        if (fmt[i] != '%') continue;
-        if (i + 1 < fmt.size() && fmt[i + 1] == '%') {
-            i++;
-            continue;
-        }
-        i = skip_spec(fmt, i + 1);
-        if (i >= fmt.size()) return false;
-        char k = kind_of_conv(fmt[i]);
-        if (k == 0) return false;
-        kinds->push_back(k);
-    }
-    return true;
+    return for_each_conv(fmt, [&](std::string_view, char k) { kinds->push_back(k); });
+}
+
+bool ssat_fmt_names(std::string_view fmt, std::vector<std::string> *names) {
+    names->clear();
+    return for_each_conv(fmt, [&](std::string_view lead, char) {
+        std::string name = name_before(lead);
+        if (name.empty()) name = "arg" + std::to_string(names->size() + 1);
+        names->push_back(std::move(name));
+    });
 }
 
 std::vector<std::string_view> ssat_split_words(std::string_view line) {

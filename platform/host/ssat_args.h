@@ -15,6 +15,12 @@
 // skipped, "%%" is text. False for a conversion the framework cannot read.
 bool ssat_fmt_kinds(std::string_view fmt, std::string *kinds);
 
+// The names that a format gives its conversions, one each, in order: the
+// word right before the conversion ("level" in "level=%d", "log_cnt" in
+// "log_cnt:%d"), or "argN" (N from 1) where none stands there. False as
+// for ssat_fmt_kinds.
+bool ssat_fmt_names(std::string_view fmt, std::vector<std::string> *names);
+
 // The words of a command line, split at blanks (space, tab, CR, LF).
 std::vector<std::string_view> ssat_split_words(std::string_view line);
 

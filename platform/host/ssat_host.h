@@ -24,8 +24,8 @@ std::string ssat_sock_path(std::string_view module);
 
 // Runs one command line of a module on the calling thread: reads the words
 // by the command's format and calls the handler with standard output
-// captured. "help" lists the commands with their formats. A refused line
-// calls nothing.
+// captured. "help" lists the commands with their formats (ssat_help_list).
+// A refused line calls nothing.
 ssat_reply ssat_run_line(std::string_view module, std::string_view line);
 
 // Serves the module's commands on `loop` at `path`; ssat_lib_init does this

@@ -8,7 +8,9 @@
 //   "ok <result>\n" <what the handler printed>    the handler ran
 //   "refused\n"     <why, with the command's format>   nothing was called
 //
-// "help" is answered "ok 0" with one line per command: name and format.
+// "help" is answered "ok 0" with one line per command: the name, a tab and
+// the format as registered (ssat_help.h); hnx-cmd shows it to the operator
+// with the arguments named and a line on what each command does.
 // One connection carries one command; the interactive prompt opens one per
 // line, so that a module restarted meanwhile is simply found again.
 #pragma once
