@@ -1,7 +1,11 @@
 // The debug commands of hnx-l3table-l3mac, called as the framework calls
 // them, on prepared states of the service.
+#include <map>
+
 #include "decision/l3mac_decision.h"
 #include "diag/l3mac_at.h"
+#include "diag/l3mac_at_help.h"
+#include "platform/host/ssat_help.h"
 #include "platform/host/ssat_host.h"
 #include "store/l3mac_db.h"
 #include "support/l3mac_world.h"
@@ -46,6 +50,42 @@ TEST_F(AtCmds, RegistersThirtyOneCommandsInOrder) {
 
     // Through the framework, a short line is refused.
     EXPECT_FALSE(ssat_run_line(MOD, "find-evlan-by-mac 0 00:11:22:33:44:55 0").ran);
+}
+
+// What hnx-cmd's help shows of a command: the arguments named by the
+// registered format, the module's line on what it does, the format as it
+// was registered. Every command of the module has its line.
+TEST_F(AtCmds, EveryCommandHasItsWordsAndItsArgumentsNamed) {
+    bring_up();
+    std::vector<ssat_cmd_info> cmds;
+    ASSERT_TRUE(ssat_help_parse(ssat_run_line(MOD, "help").text, &cmds));
+    ASSERT_GE(cmds.size(), 31u);
+    std::map<std::string, std::string> entry;
+    for (size_t i = cmds.size() - 31; i < cmds.size(); i++) {
+        const char *text = l3mac_at_cmd_text(cmds[i].name.c_str());
+        EXPECT_NE(text, nullptr) << cmds[i].name;
+        entry[cmds[i].name] = ssat_help_entry(cmds[i], text);
+    }
+    EXPECT_EQ(entry["debug"],
+              "debug LEVEL LOG_CNT\n"
+              "    set the log level (0 off, 1 errors, 4 warnings, 5 info) and the line budget "
+              "(-1 no limit)\n"
+              "    format: \"dbg on/off, level=%d log_cnt:%d[-1:unlimited]\"\n");
+    EXPECT_EQ(entry["time-init-l3mac"].substr(0, 16), "time-init-l3mac ");
+    EXPECT_TRUE(entry["time-set-l3mac"].ends_with("\n    format: \" size = %d\"\n"));
+    EXPECT_EQ(entry["trigger-decision"],
+              "trigger-decision\n    run a decision round now, without budget or timing sample\n"
+              "    format: \"trigger l3mac decision\"\n");
+    EXPECT_TRUE(entry["add-mul-user-entry"].starts_with(
+        "add-mul-user-entry USER UUID_BASE COUNT STATUS IS_MATCH_EVLAN EVLAN_BASE MAC_TYPE MAC\n"));
+    EXPECT_TRUE(entry["get-mac-db"].starts_with("get-mac-db TYPE MAC\n"));  // phyid is not given
+    EXPECT_EQ(l3mac_at_cmd_text("help"), nullptr);
+
+    // The results, in the words of the service's codes.
+    EXPECT_STREQ(l3mac_at_result_text(-4), "invalid input, or a missing store");
+    EXPECT_STREQ(l3mac_at_result_text(-7), "not found");
+    EXPECT_STREQ(l3mac_at_result_text(-17), "no memory for a store");
+    EXPECT_EQ(l3mac_at_result_text(-5), nullptr);
 }
 
 TEST_F(AtCmds, DebugClampsTheLevelAndShowsBoth) {
