@@ -15,11 +15,11 @@ namespace {
 void usage(FILE *out) {
     std::fprintf(out,
                  "usage: hnx-cmd [--root DIR] MODULE COMMAND [ARG...]   run one command\n"
-                 "       hnx-cmd [--root DIR] MODULE help               list the commands\n"
+                 "       hnx-cmd [--root DIR] MODULE help [COMMAND]     list the commands, or one\n"
                  "       hnx-cmd [--root DIR] MODULE                    interactive prompt\n"
                  "--root DIR places the files under DIR (else HNX_ROOT, else the real paths).\n"
-                 "Exit status: 0 done, 1 the command gave a non-zero result, 2 refused,\n"
-                 "3 the module is not running.\n");
+                 "Exit status: 0 done, 1 the command gave a non-zero result (told in words),\n"
+                 "2 refused, 3 the module is not running.\n");
 }
 
 // Options come first; the rest are the module, the command and its words.
@@ -67,6 +67,13 @@ int main(int argc, char **argv) {
         return HNX_CMD_REFUSED;
     }
     if (rest.size() == 1) return hnx_cmd_prompt(module);
+    if (rest[1] == "help") {
+        if (rest.size() > 3) {
+            std::fprintf(stderr, "hnx-cmd: help takes one command name at most\n");
+            return HNX_CMD_REFUSED;
+        }
+        return hnx_cmd_help(module, rest.size() == 3 ? rest[2] : "");
+    }
     std::string line;
     if (!join_words({rest.begin() + 1, rest.end()}, &line)) return HNX_CMD_REFUSED;
     return hnx_cmd_run(module, line, false);
