@@ -1,7 +1,10 @@
 // Data smoothing: after a start, the entries come back from the backup
 // table at their old indexes and the requests from the input table; the
 // first working decision round then publishes the outcome between the
-// begin and end of smoothing on both output tables.
+// begin and end of smoothing on both output tables and on the backup
+// table. The backup's window sweeps the rows that no entry stands behind
+// (rows the restore refused, or written by another process), which would
+// otherwise move real entries at every start and never go.
 #include "frame/l3mac_ds.h"
 
 #include "decision/l3mac_decision.h"
@@ -19,6 +22,7 @@ int l3mac_data_check() {
     l3mac_ctx.is_ds_end = 0;
     ss_rt_tbl_ds_begin_detail(l3mac_ctx.tbl_hw_res, 3600, 0);
     ss_rt_tbl_ds_begin_detail(l3mac_ctx.tbl_vrrp_hw_res, 3600, 0);
+    ss_rt_tbl_ds_begin_detail(l3mac_ctx.tbl_bak, 3600, 0);
 
     SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
     SRoute__L3macBak tpl = S_ROUTE__L3MAC_BAK__INIT;
@@ -30,6 +34,7 @@ int l3mac_data_check() {
     sw_l3mac_mac_decision();
     ss_rt_tbl_ds_end_detail(l3mac_ctx.tbl_hw_res, 0);
     ss_rt_tbl_ds_end_detail(l3mac_ctx.tbl_vrrp_hw_res, 0);
+    ss_rt_tbl_ds_end_detail(l3mac_ctx.tbl_bak, 0);
     return SS_E_NONE;
 }
 
