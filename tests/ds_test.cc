@@ -139,4 +139,23 @@ TEST_F(DsTest, BackupRowsThatNoEntryStandsBehindAreSweptBySmoothing) {
     EXPECT_EQ(placed(mac_of(NORMAL, kA)), (std::vector<std::array<uint32_t, 3>>{{3, 0xFFF, bak[0].hw_id}}));
 }
 
+// A row from elsewhere that claims A's index and is read before A's own row
+// must not take the place: the output table says A stands there.
+TEST_F(DsTest, WhereTwoBackupRowsClaimOneIndexTheOneTheOutputShowsKeepsIt) {
+    start({.tcam_cap = 16});
+    want(kA, {3});
+    sw_l3mac_mac_decision();
+    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
+
+    restart();
+    write_stray_backup(kM, 1, bak[0].hw_id);  // evlan 1: read before A's row
+    hnx_host_tbl_journal_clear();
+    l3mac_data_check();
+
+    EXPECT_EQ(placed(mac_of(NORMAL, kA)), (std::vector<std::array<uint32_t, 3>>{{3, 0xFFF, bak[0].hw_id}}));
+    EXPECT_EQ(managed_hw_rows(), hw);
+    EXPECT_EQ(managed_bak_rows(), bak);
+    for (const tbl_op &op : managed_journal("hw_res")) EXPECT_TRUE(op.is_add) << op;
+}
+
 }  // namespace

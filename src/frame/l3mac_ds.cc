@@ -13,6 +13,7 @@
 #include "platform/ss_rt_tbl.h"
 #include "s_route.pb-c.h"
 #include "tcam/l3mac_output.h"
+#include "tcam/l3mac_witness.h"
 
 int l3mac_data_check() {
     if (!l3mac_ctx.ser_ready) {
@@ -27,7 +28,15 @@ int l3mac_data_check() {
     SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
     SRoute__L3macBak tpl = S_ROUTE__L3MAC_BAK__INIT;
     tpl.index = &attr;
-    kw_mom_scan_sync(l3mac_ctx.global, 16, &tpl.base, 0, l3mac_tcam_gr_backup, 0);
+    // Where two backup rows claim one index, the one that the output table
+    // agrees with keeps it: its rows are read first.
+    l3mac_witness_load();
+    for (int pass : {L3MAC_GR_AGREED, L3MAC_GR_REST}) {
+        l3mac_tcam_gr_set_pass(pass);
+        kw_mom_scan_sync(l3mac_ctx.global, 16, &tpl.base, 0, l3mac_tcam_gr_backup, 0);
+    }
+    l3mac_tcam_gr_set_pass(L3MAC_GR_ALL);
+    l3mac_witness_clear();
     ss_rt_tbl_scan_detail(l3mac_ctx.tbl_res, 0, 0);
 
     l3mac_ctx.is_ds_end = 1;
