@@ -8,6 +8,8 @@
 #include "decision/l3mac_decision.h"
 #include "frame/l3mac_ds.h"
 #include "platform/host/hnx_host.h"
+#include "platform/ss_rt_tbl.h"
+#include "s_route.pb-c.h"
 #include "support/managed_world.h"
 
 namespace {
@@ -22,6 +24,23 @@ std::vector<hw_entry> adds_of(const std::string &table) {
     }
     std::sort(out.begin(), out.end());
     return out;
+}
+
+// A backup row as another process might leave it: not written by this
+// service, naming an index of its own choosing.
+void write_stray_backup(const mac6 &mac, uint32_t evlan, uint32_t idx) {
+    uint8_t bytes[6];
+    std::copy(mac.begin(), mac.end(), bytes);
+    PLibpub__Mac m = P_LIBPUB__MAC__INIT;
+    m.data = {sizeof bytes, bytes};
+    SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
+    attr.evlan = evlan;
+    attr.evlan_mask = 0xFFF;
+    attr.mac = &m;
+    SRoute__L3macBak row = S_ROUTE__L3MAC_BAK__INIT;
+    row.index = &attr;
+    row.hw_id = idx;
+    ASSERT_EQ(ss_rt_tbl_add_str(l3mac_ctx.tbl_bak, &row.base, 0, 0), 0);
 }
 
 using DsTest = ManagedWorld;
@@ -94,6 +113,49 @@ TEST_F(DsTest, AMacThatNoLongerFitsKeepsItsRowsThroughSmoothing) {
     std::sort(told.begin(), told.end());
     const uint32_t failed = S_ROUTE__L3TABLE_STATUS_E__STATUS_FAILED;
     EXPECT_EQ(told, (decltype(told){{3, failed}, {5, failed}, {6, failed}, {10, failed}}));
+}
+
+// Backup rows that no entry stands behind (an index beyond the TCAM, or one
+// that an entry holds already) are swept at the end of smoothing, so that
+// they cannot claim a place at the next start; the real entry keeps its own.
+TEST_F(DsTest, BackupRowsThatNoEntryStandsBehindAreSweptBySmoothing) {
+    start({.tcam_cap = 16});
+    want(kA, {3});
+    sw_l3mac_mac_decision();
+    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
+    ASSERT_EQ(bak.size(), 1u);
+
+    restart();
+    write_stray_backup(kM, 7, 16);           // beyond the TCAM: refused by the restore
+    write_stray_backup(kM, 8, bak[0].hw_id);  // read after A's row: its index is held
+    l3mac_data_check();
+
+    EXPECT_EQ(managed_hw_rows(), hw);
+    EXPECT_EQ(managed_bak_rows(), bak);
+    EXPECT_EQ(mac_of(NORMAL, kM), nullptr);
+    restart();
+    l3mac_data_check();
+    EXPECT_EQ(managed_bak_rows(), bak);
+    EXPECT_EQ(placed(mac_of(NORMAL, kA)), (std::vector<std::array<uint32_t, 3>>{{3, 0xFFF, bak[0].hw_id}}));
+}
+
+// A row from elsewhere that claims A's index and is read before A's own row
+// must not take the place: the output table says A stands there.
+TEST_F(DsTest, WhereTwoBackupRowsClaimOneIndexTheOneTheOutputShowsKeepsIt) {
+    start({.tcam_cap = 16});
+    want(kA, {3});
+    sw_l3mac_mac_decision();
+    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
+
+    restart();
+    write_stray_backup(kM, 1, bak[0].hw_id);  // evlan 1: read before A's row
+    hnx_host_tbl_journal_clear();
+    l3mac_data_check();
+
+    EXPECT_EQ(placed(mac_of(NORMAL, kA)), (std::vector<std::array<uint32_t, 3>>{{3, 0xFFF, bak[0].hw_id}}));
+    EXPECT_EQ(managed_hw_rows(), hw);
+    EXPECT_EQ(managed_bak_rows(), bak);
+    for (const tbl_op &op : managed_journal("hw_res")) EXPECT_TRUE(op.is_add) << op;
 }
 
 }  // namespace

@@ -14,7 +14,8 @@ protected:
 };
 
 TEST_F(MacTest, FirstAddLeavesAPendingMacWithNoBitsAndLookupsCreateNothing) {
-    start({true, true, true, false});
+    start({.tcam2_en = true, .is_mng = true, .is_mng2 = true, .copy_to_tcam2 = false,
+           .evlan_num = 4096 + 8192});
     EXPECT_EQ(mac_of(NORMAL, kMacA), nullptr);
     EXPECT_EQ(l3mac_ctx.malloc_db, 0u);
     ASSERT_EQ(set_row(1, "a", 100, NORMAL, kMacA, 7), 0);

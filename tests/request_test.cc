@@ -91,6 +91,7 @@ TEST_F(RequestTest, AttributesAreCheckedAgainstTheFlagsInOrder) {
         {1, 0, 1, NORMAL, 100000, -4, 100000, 0},
     };
     uint32_t refused = 0;
+    l3mac_ctx.vfi_mask = 16383;  // a board with the whole VFI space
     for (const check_case &c : cases) {
         SCOPED_TRACE(testing::Message() << c.mac_type << "/" << c.evlan << " tcam2_en " << int(c.tcam2));
         flags(c.mng, c.mng2, c.tcam2);
@@ -100,6 +101,30 @@ TEST_F(RequestTest, AttributesAreCheckedAgainstTheFlagsInOrder) {
         EXPECT_EQ(std::tuple(err_count(53), err_slot(53).data1, err_slot(53).data2),
                   std::tuple(refused, c.d1, c.d2));
     }
+}
+
+// A managed VFI at or above the board's VFI mask would become an entry that
+// matches foreign VFIs; it is refused like any other number out of range.
+TEST_F(RequestTest, ManagedVfiBeyondTheBoardsVfiSpaceIsRefused) {
+    flags(1, 1, 1);
+    l3mac_ctx.vfi_mask = 1;  // evlan_num 4096: VFI 0 alone
+    EXPECT_EQ(check(OL, 0), 0);
+    EXPECT_EQ(check(OL, 5000), -4);
+    EXPECT_EQ(std::tuple(err_count(53), err_slot(53).data1, err_slot(53).data2),
+              std::tuple(1u, 5000, int(OL)));
+    l3mac_ctx.vfi_mask = 1023;  // 1024 VFIs: the last one is the mask itself
+    EXPECT_EQ(check(OL, 1022), 0);
+    set_log(1);
+    capture_stdout();
+    EXPECT_EQ(check(OL, 1023), -4);
+    EXPECT_EQ(captured_stdout(),
+              l3mac_line("ERROR", "sw_l3mac_user_param_check", err_slot(53).line,
+                         "fail:!(L3MAC_CAP_IS_MNG2 && L3MAC_TCAM_EVLAN_INVALID(msg->attr.evlan, 1) && "
+                         "msg->attr.mac_type == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL) code:53 data1:1023 data2:1\n"));
+    EXPECT_EQ(check(NORMAL, 1023), 0);  // VLANs keep their own space
+    flags(1, 0, 1);                     // the direct path has no masks to cut
+    EXPECT_EQ(check(OL, 5000), 0);
+    EXPECT_EQ(err_count(53), 2u);
 }
 
 TEST_F(RequestTest, TcamIdFollowsTheMacTypeUnlessTheSecondPoolTakesAll) {

@@ -27,7 +27,7 @@ bool l3mac_check_accepted(const l3mac_check_res &r, const l3mac_check_board &b) 
     if (!r.has_index || !r.has_attr || user < 1 || user > 41 || type >= 5) return false;
     if (l3mac_check_tcam_of(b, type) == 1 && !b.tcam2_en) return false;
     if (b.is_mng[0] && r.evlan >= 4096 && type != kOl) return false;
-    if (b.is_mng[1] && r.evlan >= 8192 && type == kOl) return false;
+    if (b.is_mng[1] && (r.evlan >= 8192 || r.evlan >= b.vfi_mask) && type == kOl) return false;
     // The managed path has no bit for a number beyond the bitmap.
     return !(l3mac_check_managed(b, type) && r.evlan >= L3MAC_BMP_BITS);
 }

@@ -21,6 +21,13 @@ uint32_t l3mac_output_phase(const tcam_entry *entry);
 int l3mac_backup_pmsg_parse(void *scan_rec, tcam_entry *entry);
 int l3mac_tcam_param_check(const tcam_entry *entry);
 
+// Which backup rows l3mac_tcam_gr_backup takes. Smoothing reads the table
+// twice: first the rows that the output table agrees with, then the others,
+// so that a row the hardware stands behind takes its index before any other
+// row can claim it. Outside smoothing every row is taken.
+enum l3mac_gr_pass : int { L3MAC_GR_ALL = 0, L3MAC_GR_AGREED = 1, L3MAC_GR_REST = 2 };
+void l3mac_tcam_gr_set_pass(int pass);
+
 // Callback of kw_mom_scan_sync for each backup row: takes the entry's old
 // index again, links it to its MAC and queues the MAC. Writes no table.
 // 0, -2, -4 or the pool's code.

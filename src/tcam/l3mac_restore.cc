@@ -12,6 +12,7 @@
 #include "s_route.pb-c.h"
 #include "tcam/l3mac_output.h"
 #include "tcam/l3mac_tcam.h"
+#include "tcam/l3mac_witness.h"
 
 int l3mac_backup_pmsg_parse(void *scan_rec, tcam_entry *entry) {
     const auto *rec = static_cast<const kw_mom_scan_rec *>(scan_rec);
@@ -21,15 +22,8 @@ int l3mac_backup_pmsg_parse(void *scan_rec, tcam_entry *entry) {
         L3MAC_FAIL(L3MAC_ERR_ROW_PARSE, "backup_pmsg->index != NULL", 0, 0);
         return L3MAC_E_PARAM;
     }
-    const SRoute__L3macHwAttr *index = backup_pmsg->index;
     std::memset(entry, 0, sizeof *entry);
-    entry->key.evlan = index->evlan;
-    entry->key.evlan_mask = index->evlan_mask;
-    entry->key.mac_type = static_cast<uint8_t>(index->mac_type);
-    const PLibpub__Mac *mac = index->mac;
-    if (mac && mac->data.len == sizeof entry->key.mac && mac->data.data)
-        std::memcpy(entry->key.mac, mac->data.data, sizeof entry->key.mac);
-    entry->key.phyid = index->phyid;
+    l3mac_key_of_attr(backup_pmsg->index, &entry->key);
     entry->idx = backup_pmsg->hw_id;
     return SS_E_NONE;
 }
@@ -72,9 +66,29 @@ void l3mac_gr_drop_new(tcam_entry *entry, bool holds_idx) {
     l3mac_del_tcam_db(entry);
 }
 
+int l3mac_gr_now = L3MAC_GR_ALL;  // the pass under way
+
+// Whether this pass leaves the row to the other one. A row that cannot be
+// read is left to the second pass, which reports it once.
+bool l3mac_gr_skip(void *scan_rec) {
+    if (l3mac_gr_now == L3MAC_GR_ALL) return false;
+    const auto *rec = static_cast<const kw_mom_scan_rec *>(scan_rec);
+    const auto *bak = rec ? reinterpret_cast<const SRoute__L3macBak *>(rec->row) : nullptr;
+    if (!bak || !bak->index) return l3mac_gr_now == L3MAC_GR_AGREED;
+    tcam_entry row;
+    std::memset(&row, 0, sizeof row);
+    l3mac_key_of_attr(bak->index, &row.key);
+    row.idx = bak->hw_id;
+    const bool agreed = l3mac_witness_agrees(&row);
+    return l3mac_gr_now == L3MAC_GR_AGREED ? !agreed : agreed;
+}
+
 }  // namespace
 
+void l3mac_tcam_gr_set_pass(int pass) { l3mac_gr_now = pass; }
+
 int l3mac_tcam_gr_backup(void * /*arg*/, void *scan_rec) {
+    if (l3mac_gr_skip(scan_rec)) return SS_E_NONE;
     tcam_entry row;
     if (l3mac_backup_pmsg_parse(scan_rec, &row) != SS_E_NONE) return L3MAC_E_PARAM;
     if (l3mac_tcam_param_check(&row) != SS_E_NONE) {
