@@ -1,6 +1,8 @@
 // The consistency check: quiet on a service that does its work, and loud on
 // each kind of damage to the live state, to the tables, or both; and the
-// hnx-l3mac-check program over a store on disk.
+// hnx-l3mac-check program over a store on disk, with the rows it refused
+// and the all-zero MAC.
+#include <filesystem>
 #include <tuple>
 
 #include "decision/l3mac_decision.h"
@@ -163,7 +165,8 @@ TEST_F(CheckTest, TheProgramReadsTheStoreAndTheProfile) {
     auto [status, out] = check(root_);
     EXPECT_EQ(status, 0) << out;
     EXPECT_NE(out.find("hnx-l3mac-check: 8 managed and 0 direct requests, 3 MACs (0 unserved), "
-                       "TCAM 0 holds 3 of 8, TCAM 1 holds 1 of 8, 0 direct rows: 0 violations"),
+                       "TCAM 0 holds 3 of 8, TCAM 1 holds 1 of 8, 0 direct rows, 0 refused rows: "
+                       "0 violations"),
               std::string::npos) << out;
 
     SRoute__L3macHwKey key = S_ROUTE__L3MAC_HW_KEY__INIT;
@@ -175,7 +178,62 @@ TEST_F(CheckTest, TheProgramReadsTheStoreAndTheProfile) {
     std::tie(status, out) = check(root_);
     EXPECT_EQ(status, 1) << out;
     EXPECT_NE(out.find("violation: backup row of"), std::string::npos) << out;
-    EXPECT_EQ(check(root_ + "/nothing-here").first, 2);
+    // A mistyped root: said so, and no store made there.
+    const std::string typo = root_ + "/nothing-here";
+    std::tie(status, out) = check(typo);
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(out, "hnx-l3mac-check: no table store at " + typo +
+                       "/var/run/hnx/store-16.db (is HNX_ROOT set?)\n");
+    EXPECT_FALSE(std::filesystem::exists(typo));
+}
+
+// Rows that the service refused are listed with their key and the check
+// that refused them, and do not fail the check: they are the requesters'
+// mistakes. The all-zero MAC fails it, in the request and in the entry made
+// for it, both naming the row that asked.
+TEST_F(CheckTest, TheProgramTellsRefusedRowsAndTheAllZeroMac) {
+    serve(kTwo);
+    request(19, "far", 5000, NORMAL, kA);
+    request(0, "nobody", 10, NORMAL, kA);
+    l3mac_row idle(19, "idle", 10, NORMAL, kA.data(), 0, S_ROUTE__L3TABLE_STATUS_E__STATUS_NONE);
+    ASSERT_EQ(ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &idle.res.base, 0, 0), 0);
+    tbl_turn_commit();
+    auto check = [&] {
+        managed_result r = managed_run(HNX_BIN_DIR, root_, "hnx-l3mac-check", {"--root", root_});
+        return std::pair{r.status, r.out};
+    };
+    auto [status, out] = check();
+    EXPECT_EQ(status, 0) << out;
+    for (const char *line : {
+             "refused: user 19 uuid \"far\": evlan 5000 is outside the VLAN range 0-4095 of "
+             "mac_type 0 (L3MAC_NORMAL)\n",
+             "refused: user 0 uuid \"nobody\": user 0 (L3TABLE_NONE) is no user: users are 1-41 "
+             "(L3TABLE_UC to L3TABLE_OVERLAY_COUNTER)\n",
+             "refused: user 19 uuid \"idle\": status 0 (STATUS_NONE): the service acts only on "
+             "rows with STATUS_REQUEST\n",
+             "0 direct rows, 3 refused rows: 0 violations\n"})
+        EXPECT_NE(out.find(line), std::string::npos) << line << "\nin:\n" << out;
+
+    // Five bytes, as a slip in hnx-tbl once wrote them.
+    l3mac_row five(19, "five", 20, NORMAL, mac6{}.data());
+    five.mac.data.len = 5;
+    ASSERT_EQ(ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &five.res.base, 0, 0), 0);
+    ASSERT_EQ(l3mac_set_msg_proc(five.get()), 0);
+    sw_l3mac_mac_decision();
+    tbl_turn_commit();
+    std::tie(status, out) = check();
+    EXPECT_EQ(status, 1) << out;
+    const uint32_t hw_id = l3mac_check_hw_id_of(l3mac_check_board_live(), 0,
+                                                entries_of(mac_of(NORMAL, mac6{}))[0]->idx, 0);
+    for (const std::string &line : {
+             std::string("violation: request user 19 uuid \"five\" asks for the all-zero MAC "
+                         "00:00:00:00:00:00 (its attr.mac has 5 bytes; the service reads a MAC "
+                         "that is not 6 bytes as zero)\n"),
+             "violation: output row hw_id " + std::to_string(hw_id) +
+                 " programs the all-zero MAC (type 0 phyid 0 evlan 20 mask 0xfff), from the "
+                 "input rows user 19 uuid \"five\"\n",
+             std::string("3 refused rows: 2 violations\n")})
+        EXPECT_NE(out.find(line), std::string::npos) << line << "\nin:\n" << out;
 }
 
 }  // namespace

@@ -1,5 +1,11 @@
 // hnx-tbl end to end under a temporary root: what it writes, reads and dumps,
-// and bad input that writes nothing.
+// bad input that writes nothing, roots without a store, and rows that the
+// service would refuse.
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <sys/wait.h>
 
 #include "platform/host/hnx_host.h"
 #include "support/managed_proc.h"
@@ -59,6 +65,19 @@ TEST_F(HnxTbl, BadInputSaysWhyAndWritesNothing) {
         {{"del", kRes, "index.t_user=2", "status=1"}, "status is not a key field"},
         {{"frob", kRes}, "unknown command frob"},
         {{"dump", kRes, "--yaml"}, "unknown option --yaml"},
+        // The service would read any of these MACs as 00:00:00:00:00:00.
+        {{"set", kRes, "index.t_user=2", "attr.mac=00:11:22:33:44"},
+         "bad value \"00:11:22:33:44\" for attr.mac: a MAC has 6 bytes, as 00:11:22:33:44:55; "
+         "this one has 5"},
+        {{"set", kRes, "index.t_user=2", "attr.mac="},
+         "bad value \"\" for attr.mac: a MAC has 6 bytes, as 00:11:22:33:44:55; this one has 0"},
+        {{"set", kRes, "index.t_user=2", "attr.mac.data=00:11:22:33:44:55:66"},
+         "bad value \"00:11:22:33:44:55:66\" for attr.mac.data: a MAC has 6 bytes"},
+        {{"set", "s_route.l3mac_hw_res", "index.hw_id=1", "attr.mac=00:11"},
+         "bad value \"00:11\" for attr.mac: a MAC has 6 bytes"},
+        {{"set", kRes, "index.t_user=2", "status=STATUS_REQUEST", "attr.evlan=10"},
+         "a request without attr.mac asks for the all-zero MAC 00:00:00:00:00:00: give "
+         "attr.mac=aa:bb:cc:dd:ee:ff"},
     };
     for (const auto &[words, why] : cases) {
         managed_result r = run(words);
@@ -66,6 +85,77 @@ TEST_F(HnxTbl, BadInputSaysWhyAndWritesNothing) {
         EXPECT_NE(r.err.find("hnx-tbl: " + why), std::string::npos) << r.err;
     }
     EXPECT_TRUE(hnx_host_tbl_rows(kRes).empty());
+    EXPECT_TRUE(hnx_host_tbl_rows("s_route.l3mac_hw_res").empty());
+}
+
+// A forgotten HNX_ROOT or a mistyped --root: the reading commands say so
+// and create nothing; a write creates the store and says that it does.
+TEST_F(HnxTbl, OnlyAWriteCreatesAStore) {
+    const std::string elsewhere = root_ + "/typo";
+    const std::string store = elsewhere + "/var/run/hnx/store-16.db";
+    const std::string none = "hnx-tbl: no table store at " + store + " (is HNX_ROOT set?)\n";
+    auto at = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {"--root", elsewhere});
+        return managed_run(HNX_BIN_DIR, root_, "hnx-tbl", words);
+    };
+    for (const auto &words : std::vector<std::vector<std::string>>{
+             {"dump", kRes}, {"get", kRes, "index.t_user=1", "index.uuid=a"}}) {
+        const managed_result r = at(words);
+        EXPECT_EQ(r.status, 3) << words[0];
+        EXPECT_EQ(r.err, none) << words[0];
+    }
+    // A watcher would wait for ever on a store that no one else writes.
+    const std::string err = root_ + "/watch.err";
+    const int watched = std::system(("timeout 20 '" HNX_BIN_DIR "/hnx-tbl' --root '" + elsewhere +
+                                     "' watch " + kRes + " 2>'" + err + "'").c_str());
+    EXPECT_EQ(WEXITSTATUS(watched), 3);
+    EXPECT_EQ(managed_slurp(err), none);
+    EXPECT_FALSE(std::filesystem::exists(elsewhere));
+
+    const managed_result made = at({"set", kRes, "index.t_user=1", "index.uuid=a",
+                                    "status=STATUS_REQUEST", "attr.mac=00:11:22:33:44:55"});
+    EXPECT_EQ(made.status, 0);
+    EXPECT_EQ(made.err, "hnx-tbl: creating table store at " + store + "\n");
+    EXPECT_EQ(at({"get", kRes, "index.t_user=1", "index.uuid=a"}).status, 0);
+    EXPECT_EQ(at({"del", kRes, "index.t_user=1", "index.uuid=a"}).err, "");
+}
+
+// A row that the service will not take in is written, with the reason in
+// the words of hnx-l3mac-check; the board is the profile under the root.
+TEST_F(HnxTbl, ARowTheServiceWouldRefuseIsWrittenWithAWarning) {
+    write_caps({.tcam2_en = true, .copy_to_tcam2 = false});
+    ASSERT_TRUE(hnx_host_tbl_rows(kRes).empty());  // the store stands
+    const std::string warn = "hnx-tbl: warning: the service will take no request from this row: ";
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"index.uuid=ok", "status=STATUS_REQUEST", "attr.evlan=4095"}, ""},
+        {{"index.uuid=vlan", "status=STATUS_REQUEST", "attr.evlan=4096"},
+         warn + "evlan 4096 is outside the VLAN range 0-4095 of mac_type 0 (L3MAC_NORMAL)"},
+        {{"index.uuid=vfi", "status=STATUS_REQUEST", "attr.mac_type=L3MAC_OL", "attr.evlan=8192"},
+         warn + "evlan 8192 is outside the VFI range 0-8191 of mac_type 1 (L3MAC_OL)"},
+        {{"index.uuid=type", "status=STATUS_REQUEST", "attr.mac_type=L3MAC_MAX"},
+         warn + "mac_type 5 (L3MAC_MAX) is no kind of entry: types are 0-4 (L3MAC_NORMAL to "
+                "L3MAC_SUBIF)"},
+        {{"index.uuid=nostatus"},
+         warn + "status 0 (STATUS_NONE): the service acts only on rows with STATUS_REQUEST"},
+        {{"index.uuid=zero", "status=STATUS_REQUEST", "attr.mac=00:00:00:00:00:00"},
+         "hnx-tbl: warning: the service will program the all-zero MAC 00:00:00:00:00:00 for this "
+         "row"},
+    };
+    for (const auto &[words, line] : cases) {
+        std::vector<std::string> set{"set", kRes, "index.t_user=19", "attr.mac=00:11:22:33:44:55"};
+        set.insert(set.end(), words.begin(), words.end());
+        const managed_result r = run(set);
+        EXPECT_EQ(r.status, 0) << words[0];
+        EXPECT_EQ(r.err, line.empty() ? "" : line + "\n") << words[0];
+    }
+    EXPECT_EQ(hnx_host_tbl_rows(kRes).size(), cases.size());
+    // A user out of range, and a row without attr, on the same board.
+    EXPECT_EQ(run({"set", kRes, "index.t_user=42", "index.uuid=u", "status=1",
+                   "attr.mac=00:11:22:33:44:55"}).err,
+              warn + "user 42 (L3TABLE_MAX) is no user: users are 1-41 (L3TABLE_UC to "
+                     "L3TABLE_OVERLAY_COUNTER)\n");
+    EXPECT_EQ(run({"set", kRes, "index.t_user=1", "index.uuid=u", "status=1"}).err,
+              warn + "the row has no attr (the mac_type, evlan and MAC of the request)\n");
 }
 
 }  // namespace

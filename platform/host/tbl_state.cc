@@ -66,18 +66,20 @@ void forget_parent() {
     p.loop = nullptr;
 }
 
-std::string store_path(int db) {
+}  // namespace
+
+std::string tbl_store_path(int db) {
     return hnx_host_path("/var/run/hnx/store-" + std::to_string(db) + ".db");
 }
 
-}  // namespace
+void tbl_set_open_mode(tbl_open mode) { tbl_proc().open_mode = mode; }
 
 tbl_store *tbl_store_of(int db) {
     tbl_process &p = tbl_proc();
     if (!p.stores.empty() && p.stores.begin()->second->owner() != tbl_self_pid()) forget_parent();
     auto it = p.stores.find(db);
     if (it != p.stores.end()) return it->second.get();
-    std::unique_ptr<tbl_store> st = tbl_store::open(db, store_path(db));
+    std::unique_ptr<tbl_store> st = tbl_store::open(db, tbl_store_path(db), p.open_mode);
     if (!st) return nullptr;
     return p.stores.emplace(db, std::move(st)).first->second.get();
 }

@@ -67,6 +67,7 @@ struct tbl_process {
     std::set<int> turn_open;                 // stores with this turn's transaction open
     uv_prepare_t *turn_prepare = nullptr;
     uv_check_t *turn_check = nullptr;
+    tbl_open open_mode = tbl_open::create;   // how stores are opened from now on
 };
 
 tbl_process &tbl_proc();
@@ -75,6 +76,14 @@ tbl_process &tbl_proc();
 // root. Null after an error line when it cannot be opened. A child process
 // after fork opens its own connections.
 tbl_store *tbl_store_of(int db);
+
+// The file of store `db` under the current file root.
+std::string tbl_store_path(int db);
+
+// How this process opens its stores from the next first use on (see
+// tbl_open). The default creates a missing store; a tool that only reads
+// sets tbl_open::read_only, one that subscribes tbl_open::existing.
+void tbl_set_open_mode(tbl_open mode);
 
 // A libuv handle of the table service (a timer or an fs event), freed once
 // the loop has closed it.

@@ -121,22 +121,35 @@ void wait_for_wal(sqlite3 *db) {
 
 }  // namespace
 
-std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path) {
+namespace {
+
+int open_flags(tbl_open mode) {
+    switch (mode) {
+    case tbl_open::create: return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    case tbl_open::existing: return SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
+    case tbl_open::read_only: return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
+    }
+    return SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
+}
+
+}  // namespace
+
+std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path, tbl_open mode) {
     std::error_code ec;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
+    if (mode == tbl_open::create)
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
     std::unique_ptr<tbl_store> st(new tbl_store(db, path));
     st->owner_ = tbl_self_pid();
-    int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    if (sqlite3_open_v2(path.c_str(), &st->sql_, flags, nullptr) != SQLITE_OK) {
+    if (sqlite3_open_v2(path.c_str(), &st->sql_, open_flags(mode), nullptr) != SQLITE_OK) {
         st->fail("open");
         return nullptr;
     }
     sqlite3_busy_handler(st->sql_, busy_wait, nullptr);
-    if (st->setup() != 0) return nullptr;
+    if (st->setup(mode) != 0) return nullptr;
     return st;
 }
 
-int tbl_store::setup() {
+int tbl_store::setup_writer() {
     wait_for_wal(sql_);  // a failure that outlasts the wait is reported below
     // The store is the switch's runtime state under /var/run, which a
     // reboot empties anyway: it must survive its processes, not the power.
@@ -144,6 +157,13 @@ int tbl_store::setup() {
     // its writes, and no writer waits for the disk at a checkpoint.
     if (exec("PRAGMA synchronous=OFF") || exec("PRAGMA journal_mode=WAL") || exec(kSchema))
         return kFail;
+    return 0;
+}
+
+int tbl_store::setup(tbl_open mode) {
+    // A reader takes the file as its writers made it: WAL mode and the
+    // schema are theirs to set, and a file without the schema fails below.
+    if (mode != tbl_open::read_only && setup_writer() != 0) return kFail;
     stmts_.assign(kStmtCount, nullptr);
     for (int i = 0; i < kStmtCount; i++) {
         if (sqlite3_prepare_v3(sql_, kSql[i], -1, SQLITE_PREPARE_PERSISTENT, &stmts_[i], nullptr))

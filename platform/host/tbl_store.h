@@ -48,11 +48,23 @@ pid_t tbl_self_pid();
 // (and says so when it reads on).
 constexpr int64_t kTblLogCap = 1 << 20;
 
+// How a process opens a store file. The daemon and the writers create a
+// missing store with its folders; a tool that only reads must never do so,
+// since a store made empty under a mistyped root reads as "no rows". A
+// reader that subscribes still writes its place in `readers`.
+enum class tbl_open {
+    create,     // read and write; a missing file is made
+    existing,   // read and write; only a file that exists
+    read_only,  // reads only, of a file that exists; every write fails
+};
+
 class tbl_store {
 public:
-    // Opens or creates the store file, with its directories. Null after one
-    // error line on stderr when the file is no usable store.
-    static std::unique_ptr<tbl_store> open(int db, const std::string &path);
+    // Opens the store file as `mode` says, creating it with its directories
+    // only for tbl_open::create. Null after one error line on stderr when the
+    // file is missing (other modes) or no usable store.
+    static std::unique_ptr<tbl_store> open(int db, const std::string &path,
+                                           tbl_open mode = tbl_open::create);
     ~tbl_store();
     tbl_store(const tbl_store &) = delete;
     tbl_store &operator=(const tbl_store &) = delete;
@@ -96,7 +108,8 @@ public:
 
 private:
     tbl_store(int db, std::string path) : db_(db), path_(std::move(path)) {}
-    int setup();
+    int setup(tbl_open mode);
+    int setup_writer();
     sqlite3_stmt *prep(int which);
     int fail(const char *what);
     int exec(const char *sql);

@@ -17,6 +17,9 @@
 struct l3mac_check_report {
     std::vector<std::string> violations;
     std::vector<std::string> notes;
+    // Input rows that give the service no request, each with its key and
+    // the reason: the requester's mistake, not damage to the tables.
+    std::vector<std::string> refused;
     uint32_t managed_requests = 0;
     uint32_t direct_requests = 0;
     uint32_t macs = 0;             // managed MACs wanted or holding entries
@@ -72,6 +75,11 @@ inline uint32_t l3mac_check_hw_id_of(const l3mac_check_board &b, int tcam, uint3
 // profile now in l3mac_ctx (after l3mac_cap_init and l3mac_set_vfi_mask).
 l3mac_check_board l3mac_check_board_live();
 l3mac_check_board l3mac_check_board_planned();
+// The planned board of the profile under the current file root, read into
+// l3mac_ctx as the service reads it at start; with `defaults`, of the
+// built-in values that a missing profile gives, without looking for the
+// file. For the tools: it replaces the profile that l3mac_ctx holds.
+l3mac_check_board l3mac_check_board_of_profile(bool defaults = false);
 
 // One row of s_route.l3mac_hw_res, s_route.l3mac_bak or
 // s_route.l3mac_vrrp_hw_res as plain values. `has_attr` is false for a row
@@ -98,7 +106,8 @@ struct l3mac_check_res {
     uint32_t evlan = 0;
     uint32_t mac_type = 0;
     uint32_t phyid = 0;
-    std::array<uint8_t, 6> mac{};
+    std::array<uint8_t, 6> mac{};  // as the service reads it: zero unless 6 bytes
+    int mac_len = -1;              // bytes of attr.mac as written; -1 without one
 };
 
 struct l3mac_check_rows {
@@ -125,6 +134,15 @@ struct l3mac_check_opts {
 // The rules between the tables and the requests of the input table.
 void l3mac_check_tables(const l3mac_check_rows &rows, const l3mac_check_board &board,
                         const l3mac_check_opts &opts, l3mac_check_report *rep);
+
+// The rules of what the users wrote, beside those of the tables: every
+// input row that gives the service no request is listed in `refused` with
+// the reason; a request, an output entry or a direct row of the all-zero
+// MAC is a violation that names the input rows behind it. The in-process
+// check leaves these out: the service reads any MAC that is not 6 bytes as
+// zero by design, and its tests feed such rows on purpose.
+void l3mac_check_input(const l3mac_check_rows &rows, const l3mac_check_board &board,
+                       l3mac_check_report *rep);
 
 struct l3mac_check_live_opts {
     // A decision round has finished and nothing came since: only a MAC

@@ -6,8 +6,10 @@
 
 #include "diag/l3mac_check.h"
 #include "frame/l3mac_ctx.h"
+#include "frame/l3mac_init.h"
 #include "platform/ss_rt_tbl.h"
 #include "s_route.pb-c.h"
+#include "tcam/l3mac_tcam.h"
 
 namespace {
 
@@ -45,6 +47,7 @@ l3mac_check_res l3mac_check_res_of(const SRoute__L3macRes *r) {
     out.mac_type = r->attr->mac_type;
     out.phyid = r->attr->phyid;
     const PLibpub__Mac *m = r->attr->mac;
+    if (m) out.mac_len = static_cast<int>(m->data.len);
     if (m && m->data.len == 6 && m->data.data) std::memcpy(out.mac.data(), m->data.data, 6);
     return out;
 }
@@ -105,6 +108,15 @@ l3mac_check_board l3mac_check_board_planned() {
     for (int t = 0; t < 2; t++)
         b.limit[t] = b.pool[t] ? l3mac_check_limit(b.cap[t], c.rsvd_size) : 0;
     return b;
+}
+
+l3mac_check_board l3mac_check_board_of_profile(bool defaults) {
+    // Without a profile loaded every key reads as missing: its default.
+    if (defaults) l3mac_get_cap();
+    else l3mac_cap_init();
+    const int32_t evlan_num = l3mac_ctx.evlan_num;
+    l3mac_set_vfi_mask(evlan_num > 4096 ? evlan_num - 4096 : 0);
+    return l3mac_check_board_planned();
 }
 
 bool l3mac_check_add_row(l3mac_check_rows *rows, const ProtobufCMessage *row) {

@@ -8,9 +8,9 @@
 #include <set>
 #include <tuple>
 
-#include "decision/l3mac_bmp.h"
 #include "decision/l3mac_mask.h"
 #include "diag/l3mac_check.h"
+#include "diag/l3mac_check_intake.h"
 #include "diag/l3mac_check_model.h"
 
 namespace {
@@ -20,17 +20,6 @@ constexpr uint32_t kStatusRequest = 1;  // STATUS_REQUEST
 constexpr uint32_t kStatusFailed = 3;   // STATUS_FAILED
 
 // --- requests ---------------------------------------------------------------
-
-// What the checks of the set handler let through, on this board.
-bool l3mac_check_accepted(const l3mac_check_res &r, const l3mac_check_board &b) {
-    const uint32_t user = r.t_user & 0xFF, type = r.mac_type & 0xFF;
-    if (!r.has_index || !r.has_attr || user < 1 || user > 41 || type >= 5) return false;
-    if (l3mac_check_tcam_of(b, type) == 1 && !b.tcam2_en) return false;
-    if (b.is_mng[0] && r.evlan >= 4096 && type != kOl) return false;
-    if (b.is_mng[1] && (r.evlan >= 8192 || r.evlan >= b.vfi_mask) && type == kOl) return false;
-    // The managed path has no bit for a number beyond the bitmap.
-    return !(l3mac_check_managed(b, type) && r.evlan >= L3MAC_BMP_BITS);
-}
 
 using l3mac_req_key = std::pair<uint32_t, std::string>;
 
@@ -69,7 +58,7 @@ void l3mac_check_requests(const l3mac_check_rows &rows, const l3mac_check_board 
     for (const l3mac_check_res &r : rows.res)
         if (r.has_index) seen[l3mac_check_key_of(r)]++;
     for (const l3mac_check_res &r : rows.res) {
-        if (!l3mac_check_accepted(r, b)) {
+        if (!l3mac_check_refused(r, b).empty()) {
             m->refused++;
             continue;
         }
@@ -85,7 +74,6 @@ void l3mac_check_requests(const l3mac_check_rows &rows, const l3mac_check_board 
         }
         if (alias) m->aliases++;
     }
-    if (m->refused) rep->note("%u input rows refused by the request checks", m->refused);
     if (m->aliases) rep->note("%u input rows share their key with another row", m->aliases);
 }
 

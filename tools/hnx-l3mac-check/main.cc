@@ -25,7 +25,7 @@ constexpr const char *kUsage =
     "  --root DIR    file root of the store and the board's profile (default: HNX_ROOT)\n"
     "  --restarted   the service has just started and served no request since:\n"
     "                rows that are not requests must stand for nothing\n"
-    "  --quiet       print violations and the summary, not the notes\n";
+    "  --quiet       print violations and the summary, not the refused rows and notes\n";
 
 // 0 to go on, otherwise the exit status.
 int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
@@ -49,16 +49,24 @@ l3mac_check_board hnx_check_board() {
     return l3mac_check_board_planned();
 }
 
+// Input rows that the service refused: the requesters' mistakes, told
+// beside the notes; they do not fail the check.
+void hnx_check_print_refused(const l3mac_check_report &rep, bool quiet) {
+    if (quiet) return;
+    for (const std::string &r : rep.refused) std::printf("refused: %s\n", r.c_str());
+}
+
 void hnx_check_print(const l3mac_check_report &rep, bool quiet) {
     for (const std::string &v : rep.violations) std::printf("violation: %s\n", v.c_str());
+    hnx_check_print_refused(rep, quiet);
     if (!quiet)
         for (const std::string &n : rep.notes) std::printf("note: %s\n", n.c_str());
     std::printf("hnx-l3mac-check: %u managed and %u direct requests, %u MACs (%u unserved), "
-                "TCAM 0 holds %u of %u, TCAM 1 holds %u of %u, %u direct rows: "
-                "%zu violations\n",
+                "TCAM 0 holds %u of %u, TCAM 1 holds %u of %u, %u direct rows, "
+                "%zu refused rows: %zu violations\n",
                 rep.managed_requests, rep.direct_requests, rep.macs, rep.unserved_macs,
                 rep.fill[0], rep.limit[0], rep.fill[1], rep.limit[1], rep.direct_rows,
-                rep.violations.size());
+                rep.refused.size(), rep.violations.size());
 }
 
 }  // namespace
@@ -66,7 +74,6 @@ void hnx_check_print(const l3mac_check_report &rep, bool quiet) {
 int main(int argc, char **argv) {
     hnx_check_args args;
     if (int rv = hnx_check_parse(argc, argv, &args)) return rv < 0 ? 0 : rv;
-    const l3mac_check_board board = hnx_check_board();
     l3mac_check_rows rows;
     l3mac_check_report rep;
     std::string err;
@@ -75,7 +82,10 @@ int main(int argc, char **argv) {
         std::fprintf(stderr, "hnx-l3mac-check: %s\n", err.c_str());
         return 2;
     }
+    // After the store: a root without one needs no word on its profile.
+    const l3mac_check_board board = hnx_check_board();
     l3mac_check_tables(rows, board, args.opts, &rep);
+    l3mac_check_input(rows, board, &rep);
     hnx_check_print(rep, args.quiet);
     return rep.ok() ? 0 : 1;
 }

@@ -2,6 +2,7 @@
 // work beside a running service and must never change what it checks.
 #include "store.h"
 
+#include <filesystem>
 #include <memory>
 
 #include <sqlite3.h>
@@ -60,6 +61,13 @@ bool hnx_check_read_table(sqlite3 *db, const ProtobufCMessageDescriptor *desc,
 
 bool hnx_check_read_store(const std::string &path, l3mac_check_rows *rows,
                           l3mac_check_report *rep, std::string *err) {
+    // Most likely a forgotten HNX_ROOT or a mistyped --root: an empty
+    // answer would read as a consistent store.
+    std::error_code ec;
+    if (!std::filesystem::exists(path, ec)) {
+        *err = "no table store at " + path + " (is HNX_ROOT set?)";
+        return false;
+    }
     sqlite3 *raw = nullptr;
     const int rc = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
     hnx_check_db db(raw);

@@ -8,7 +8,7 @@
 #include "diag/l3mac_check.h"
 
 // Fills `rows` from the store file at `path`. Rows that do not unpack are
-// violations of `rep`. False, with `err` set, when the file cannot be read
-// as a store.
+// violations of `rep`. False, with `err` set, when there is no file or it
+// cannot be read as a store; the file is never created.
 bool hnx_check_read_store(const std::string &path, l3mac_check_rows *rows,
                           l3mac_check_report *rep, std::string *err);

@@ -1,5 +1,6 @@
 // The commands of hnx-tbl over the table service: see commands.h. Every
-// word is checked before the store is opened, so bad input writes nothing.
+// word is checked before the store is opened, so bad input writes nothing
+// and creates no store.
 #include "commands.h"
 
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include "platform/ss_rt_tbl.h"
 #include "print.h"
 #include "ranges.h"
+#include "request.h"
 #include "schema.h"
 
 namespace {
@@ -59,6 +61,9 @@ int write_row(const tbl_args &a, bool key_only, write_fn write) {
     ProtobufCMessage *row = nullptr;
     if (!s) return kExitBadInput;
     if (int rv = build_row(a, s, key_only, arena, &row)) return rv;
+    if (!key_only)
+        if (int rv = request_review(row)) return rv;
+    schema_store_ready(tbl_open::create);
     ss_rt_tbl *t = schema_open(s, arena);
     if (!t) return kExitStore;
     return write(t, row, 0, 0) == 0 ? kExitOk : kExitStore;
@@ -76,6 +81,7 @@ int cmd_get(const tbl_args &a) {
     ProtobufCMessage *row = nullptr;
     if (!s) return kExitBadInput;
     if (int rv = build_row(a, s, true, arena, &row)) return rv;
+    if (!schema_store_ready(tbl_open::read_only)) return kExitStore;
     ss_rt_tbl *t = schema_open(s, arena);
     tbl_bytes bytes;
     bool found = false;
@@ -97,6 +103,7 @@ int cmd_dump(const tbl_args &a) {
     if (!s) return kExitBadInput;
     if (a.ranges && !ranges_apply(s->row))
         return bad("--ranges goes with s_route.l3mac_hw_res and s_route.l3mac_bak");
+    if (!schema_store_ready(tbl_open::read_only)) return kExitStore;
     int rv = tbl_scan_rows(kStore, s->row->name, [&](const tbl_row &r) {
         tbl_msg row = tbl_unpack(s->row, r.val, s->row->name);
         if (!row) return;

@@ -1,5 +1,6 @@
 // The commands of hnx-tbl. Each returns the exit status: 0 done, 1 no such
-// row (get), 2 bad input (nothing written), 3 the store failed.
+// row (get), 2 bad input (nothing written), 3 the store failed or, for a
+// command that only reads, there is none.
 #pragma once
 
 #include "args.h"

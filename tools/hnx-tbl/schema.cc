@@ -3,12 +3,15 @@
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
 
 #include "platform/host/tbl_codec.h"
+#include "platform/host/tbl_state.h"
 #include "s_route.pb-c.h"
 
 namespace {
 
+constexpr int kStore = 16;
 constexpr int kKeyPos = 12;  // the key member's place in every row record
 
 const std::array<const ProtobufCMessageDescriptor *, 4> kRows = {
@@ -35,8 +38,20 @@ const tbl_schema *schema_find(std::string_view name) {
     return nullptr;
 }
 
+bool schema_store_ready(tbl_open mode) {
+    tbl_set_open_mode(mode);
+    const std::string path = tbl_store_path(kStore);
+    std::error_code ec;
+    if (std::filesystem::exists(path, ec)) return true;
+    if (mode != tbl_open::create) {
+        std::fprintf(stderr, "hnx-tbl: no table store at %s (is HNX_ROOT set?)\n", path.c_str());
+        return false;
+    }
+    std::fprintf(stderr, "hnx-tbl: creating table store at %s\n", path.c_str());
+    return true;
+}
+
 ss_rt_tbl *schema_open(const tbl_schema *s, msg_arena &arena) {
-    constexpr int kStore = 16;
     auto *key_desc = static_cast<const ProtobufCMessageDescriptor *>(s->key->descriptor);
     ss_rt_tbl *t = ss_rt_tbl_create_detail(kStore, 1, arena.make(s->row), 0, kKeyPos,
                                            arena.make(key_desc), 0, 0);

@@ -9,6 +9,7 @@
 #include <protobuf-c/protobuf-c.h>
 
 #include "arena.h"
+#include "platform/host/tbl_store.h"
 #include "platform/ss_rt_tbl.h"
 
 struct tbl_schema {
@@ -20,6 +21,12 @@ using field_path = std::vector<const ProtobufCFieldDescriptor *>;
 
 // The table of that full message name; null for an unknown one.
 const tbl_schema *schema_find(std::string_view name);
+
+// Readies store 16 for opening as `mode` says. A reading command finds no
+// store only under a root that holds none, most likely a forgotten HNX_ROOT
+// or a mistyped --root: false after the line that says so, and nothing is
+// created. A write to such a root creates the store and says that it does.
+bool schema_store_ready(tbl_open mode);
 
 // Creates or attaches the table in store 16, as its owner creates it. Null
 // after an error line when the store cannot be opened.

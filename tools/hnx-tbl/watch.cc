@@ -43,6 +43,8 @@ int cmd_watch(const tbl_args &a) {
         }
         tables.push_back(s);
     }
+    // A watcher writes only its place in the change log.
+    if (!schema_store_ready(tbl_open::existing)) return kExitStore;
     kw_global *global = kw_global_init("hnx-tbl", 0);
     if (!global) return kExitStore;
     ss_rt_tbl_init(global, "hnx-tbl", 4);
