@@ -5,8 +5,8 @@
 // with one column left takes it; of rows with the same columns one stays;
 // a column whose rows another column of no higher cost also holds goes.
 // (A row whose columns all hold another row could go too, but finding
-// those costs more on the sets of VLAN ranges than it saves.) What is left falls into
-// independent parts, which are searched one by one, smallest first: a
+// those costs more on sets of VLAN ranges than it saves.) What is left
+// falls into independent parts, searched one by one, smallest first: a
 // row-by-row greedy pick gives a first answer, and a depth-first search
 // branches on the row with the fewest columns left, bounded below by rows
 // that share no column. Every incidence looked at is one step; when the
