@@ -1,5 +1,7 @@
 // l3mac-cover, run as the operator runs it: the batch answers, the
 // single-set report, and the error exits.
+#include <cstdio>
+
 #include <gtest/gtest.h>
 
 #include "support/managed_proc.h"
@@ -38,6 +40,34 @@ TEST(L3macCoverTool, SingleSetReportsTemplatesWithTheirNumbers) {
               "  100  0xFFC  2  100-103\n"
               "4 members + value 0; 2 templates, 1 TCAM entry; "
               "filler template 0 0xFFF 0 takes no TCAM entry\n");
+}
+
+// --compact in each mode: the batch's lines, "-" for a cover without
+// entries; the report's summary says whether value 0 is matched; the plan
+// puts both modes' entries side by side.
+TEST(L3macCoverTool, CompactGivesTheCompactCoverInEveryMode) {
+    managed_result o = run_tool({"--batch", "--compact"}, "vlan -\nvlan 10-20\nvfi 4096-4099\n");
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(o.out, "-\n16/0xFFB/1 10/0xFFA/2 12/0xFFC/2 16/0xFFC/2\n4096/0x3FFC/2\n");
+
+    o = run_tool({"--compact", "4-7"});
+    EXPECT_EQ(o.out, "    4  0xFFC  2  4-7\n4 members (value 0 not matched); 1 template, 1 TCAM entry\n");
+
+    const std::string plan = testing::TempDir() + "/compact-plan.txt";
+    std::FILE *f = std::fopen(plan.c_str(), "w");
+    ASSERT_NE(f, nullptr);
+    std::fputs("00:1e:08:00:00:01 2-3001\n00:00:5e:00:01:01 11-14,20\n", f);
+    std::fclose(f);
+    o = run_tool({"--compact", "--plan", plan});
+    EXPECT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(o.out,
+              "MAC                 space  numbers  entries  compact  set\n"
+              "00:00:5e:00:01:01   vlan         5        4        4  11-14,20\n"
+              "00:1e:08:00:00:01   vlan      3000       18       11  2-3001\n"
+              "total: 2 MACs, 22 TCAM entries, compact 15 (one entry per {MAC, number}: 3005)\n");
+
+    o = run_tool({"--compact", "--compact", "1"});
+    EXPECT_EQ(o.status, 2);
 }
 
 TEST(L3macCoverTool, BadSetsAndArgumentsExitWithStatus2) {

@@ -1,5 +1,6 @@
-// Mask cover search: whole results for known sets, the guarantees of the
-// cover on random sets, and the all-or-nothing result when memory runs out.
+// Mask cover search: whole results for known sets; and in both modes, the
+// greedy and the compact one, the guarantees of the cover on random sets
+// and the all-or-nothing result when memory runs out.
 #include <random>
 
 #include <gtest/gtest.h>
@@ -84,8 +85,8 @@ evlan_bmp_t make_set(const ranges &set, bool vfi = false) {
 }
 
 // The list of a search that must hold every guarantee.
-std::vector<cover_row> cover(const evlan_bmp_t &b) {
-    const cover_run r = l3mac_cover_run(b);
+std::vector<cover_row> cover(const evlan_bmp_t &b, bool compact = false) {
+    const cover_run r = l3mac_cover_run(b, compact);
     EXPECT_EQ(r.rv, 0);
     EXPECT_EQ(r.fault, "");
     return r.list;
@@ -107,18 +108,21 @@ TEST(MaskCover, KnownSetsGiveTheirWholeListInOrder) {
     }
 }
 
-TEST(MaskCover, RandomSetsGetAnExactMinimalListAlwaysAlike) {
+// The greedy search (false) and the compact one (true).
+class CoverSearch : public testing::TestWithParam<bool> {};
+
+TEST_P(CoverSearch, RandomSetsGetAnExactMinimalListAlwaysAlike) {
     std::mt19937 rng(20240611);
     for (double d : {0.002, 0.05, 0.3, 0.5, 0.8, 0.97}) {
         for (bool vfi : {false, true}) {
             SCOPED_TRACE(testing::Message() << "density " << d << " vfi " << vfi);
             const evlan_bmp_t b = random_set(rng, vfi, d);
-            EXPECT_EQ(cover(b), cover(b));
+            EXPECT_EQ(cover(b, GetParam()), cover(b, GetParam()));
         }
     }
 }
 
-TEST(MaskCover, NoMemoryAtAnyAllocationLeavesNothingAndTheNextRunIsWhole) {
+TEST_P(CoverSearch, NoMemoryAtAnyAllocationLeavesNothingAndTheNextRunIsWhole) {
     std::mt19937 rng(7);
     const evlan_bmp_t sets[] = {
         make_set({}),
@@ -128,23 +132,25 @@ TEST(MaskCover, NoMemoryAtAnyAllocationLeavesNothingAndTheNextRunIsWhole) {
         random_set(rng, false, 0.03),
     };
     for (const evlan_bmp_t &b : sets) {
-        const std::vector<cover_row> want = cover(b);
+        const std::vector<cover_row> want = cover(b, GetParam());
         const long plenty = 1L << 40;  // counts the allocations of one run
         l3mac_mem_fail_after = plenty;
-        cover(b);
+        cover(b, GetParam());
         const long total = plenty - std::exchange(l3mac_mem_fail_after, -1);
         ASSERT_GT(total, 2);
         for (long n = 0; n < total; ++n) {
             SCOPED_TRACE(testing::Message() << "allocation " << n << " of " << total);
             l3mac_mem_fail_after = n;
-            const cover_run failed = l3mac_cover_run(b);
+            const cover_run failed = l3mac_cover_run(b, GetParam());
             l3mac_mem_fail_after = -1;
             ASSERT_EQ(failed.rv, -1);
             ASSERT_EQ(failed.fault, "");
-            ASSERT_EQ(cover(b), want);
+            ASSERT_EQ(cover(b, GetParam()), want);
         }
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(GreedyAndCompact, CoverSearch, testing::Bool());
 
 // Whether k sub-cubes of the numbers 0 to 15 that lie inside s cover `left`.
 bool covers_in(uint32_t s, uint32_t left, int k) {

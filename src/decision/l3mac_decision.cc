@@ -7,10 +7,12 @@
 #include <cstring>
 
 #include "decision/l3mac_mask.h"
+#include "decision/l3mac_mask_compact.h"
 #include "diag/l3mac_log.h"
 #include "diag/l3mac_time.h"
 #include "frame/l3mac_ctx.h"
 #include "frame/l3mac_ds.h"
+#include "frame/l3mac_mem.h"
 #include "platform/printk_syslog.h"
 #include "request/l3mac_msg.h"
 #include "store/l3mac_db.h"
@@ -64,6 +66,22 @@ int l3mac_cover_failed(mac_masklist *ml, mac_entry *mac, int rv) {
     return L3MAC_E_FAIL;
 }
 
+// The cover of the MAC's rebuilt set in the board's mode. The compact
+// search also weighs the entries that the MAC holds, so that it keeps what
+// it can. 0, or -1 without memory.
+int l3mac_cover_of(mac_entry *mac, uint32_t held_cnt, list_head *head) {
+    if (!l3mac_ctx.compact_cover) return l3mac_masklist_calc(&mac->evlan_bmp, head);
+    auto *have = static_cast<mask_held *>(l3mac_malloc((held_cnt + 1) * sizeof(mask_held)));
+    if (!have) return L3MAC_E_NOMEM_CALC;
+    uint32_t n = 0;
+    for (list_head *pos = mac->tcam_head.next; pos != &mac->tcam_head && n < held_cnt;
+         pos = pos->next, n++)
+        have[n] = {l3mac_tcam_of(pos)->key.evlan, l3mac_tcam_of(pos)->key.evlan_mask};
+    const int rv = l3mac_masklist_calc_compact(&mac->evlan_bmp, have, n, head);
+    l3mac_free(have);
+    return rv;
+}
+
 // Prepares and applies the change of one MAC in the first pass. The
 // result is the application's: 0, -6 (held over) or -11 (stays pending).
 int l3mac_decide_mac(mac_masklist *ml, mac_entry *mac) {
@@ -80,7 +98,7 @@ int l3mac_decide_mac(mac_masklist *ml, mac_entry *mac) {
     ml->del_cnt = l3mac_reset_claims(mac);
     l3mac_rebuild_bmp(mac);
     list_init(&ml->mask_lst);
-    const int rv = l3mac_masklist_calc(&mac->evlan_bmp, &ml->mask_lst);
+    const int rv = l3mac_cover_of(mac, ml->del_cnt, &ml->mask_lst);
     if (rv != SS_E_NONE) return l3mac_cover_failed(ml, mac, rv);
     ml->add_cnt = l3mac_mark_and_count_new_tcam(ml, mac);
     return l3mac_add_masklist(ml);

@@ -1,5 +1,6 @@
 // The board's capacity profile: ten values of the capability service, each
-// with a default that takes over when it cannot be read, and their dump.
+// with a default that takes over when it cannot be read, and their dump;
+// beside them the choice of the cover search, which most boards leave out.
 #include <cstdio>
 #include <cstring>
 
@@ -40,9 +41,15 @@ constexpr l3mac_cap_flag l3mac_cap_flags[] = {
     {"s_route/l3mac/ability/copy-to-tcam2", &l3mac_ctx_t::copy_to_tcam2, 1},
 };
 
+// The compact cover search is chosen by boards that want it; a profile
+// without the value keeps the greedy search.
+constexpr l3mac_cap_flag l3mac_cap_compact = {"s_route/l3mac/ability/compact-cover",
+                                              &l3mac_ctx_t::compact_cover, 0};
+
 void l3mac_cap_set_defaults() {
     for (const l3mac_cap_int &c : l3mac_cap_ints) l3mac_ctx.*c.field = c.dflt;
     for (const l3mac_cap_flag &c : l3mac_cap_flags) l3mac_ctx.*c.field = c.dflt;
+    l3mac_ctx.*l3mac_cap_compact.field = l3mac_cap_compact.dflt;
 }
 
 // A line of the dump goes through at_snprintf like every line of the
@@ -81,6 +88,10 @@ void l3mac_get_cap() {
         if (rv != SS_E_NONE) l3mac_ctx.*c.field = c.dflt;
         merged |= rv;
     }
+    // Not one of the ten: its absence is the normal case and no failure.
+    const l3mac_cap_flag &c = l3mac_cap_compact;
+    if (libkw_cap_get_capacity_bool(l3mac_ctx.global, c.path, &(l3mac_ctx.*c.field)) != SS_E_NONE)
+        l3mac_ctx.*c.field = c.dflt;
     l3mac_ctx.drv_decision_max_counter = static_cast<uint32_t>(l3mac_ctx.dec_cnt);
     if (merged != 0) L3MAC_FAIL(L3MAC_ERR_CAP_READ, "rv == SS_E_NONE", merged, 0);
 }

@@ -49,6 +49,7 @@ struct l3mac_ctx_t {
     uint8_t is_mng;                           // is_mng, is_mng2 are also
     uint8_t is_mng2;                          // read as an array by TCAM id
     uint8_t copy_to_tcam2;
+    uint8_t compact_cover;                    // frame: cover search mode
     kw_global *global;                        // frame: runtime record
     ss_rt_tbl *tbl_res;                       // frame: the four tables
     ss_rt_tbl *tbl_hw_res;

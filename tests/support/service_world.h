@@ -28,6 +28,7 @@ struct l3mac_caps {
     int32_t rsvd_size = 0;
     int32_t dec_cnt = 5;
     int32_t evlan_num = 4096;
+    bool compact_cover = false;  // written only when set, as most boards leave it out
 };
 
 // The capability file's text for these values.
@@ -42,7 +43,9 @@ inline std::string l3mac_caps_json(const l3mac_caps &c) {
                   "{\"capacity\": {\"evlan_num\": %d}}}}",
                   c.algo, c.tcam_cap, c.tcam2_cap, c.rsvd_size, b(c.tcam2_en), b(c.is_mng),
                   b(c.is_mng2), b(c.copy_to_tcam2), c.dec_cnt, c.evlan_num);
-    return j;
+    std::string out = j;
+    if (c.compact_cover) out.insert(out.find("\"ability\": {") + 12, "\"compact-cover\": true, ");
+    return out;
 }
 
 // Writes <root>/etc/hnx/capability.json; no file when `json` is empty.

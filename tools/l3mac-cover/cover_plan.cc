@@ -54,18 +54,9 @@ std::string read_line(const std::string &line, plan_t *plan) {
     return "";
 }
 
-// TCAM entries of a cover: the templates but the filler of value 0, which
-// matches nothing that the service programs.
-size_t entries_of(const cover_result &c) {
-    const uint32_t width = c.vfi ? 0x3FFF : 0xFFF;
-    size_t n = 0;
-    for (const cover_template &t : c.templates) n += !(t.level == 0 && t.key == 0 && t.mask == width);
-    return n;
-}
-
 }  // namespace
 
-int cover_plan_run(const std::string &path) {
+int cover_plan_run(const std::string &path, bool compact) {
     std::ifstream file(path);
     if (!file) {
         std::fprintf(stderr, "l3mac-cover: cannot read plan %s\n", path.c_str());
@@ -79,24 +70,41 @@ int cover_plan_run(const std::string &path) {
         std::fprintf(stderr, "l3mac-cover: %s:%ld: %s\n", path.c_str(), number, error.c_str());
         return kBadInput;
     }
-    std::printf("%-19s %-5s %8s %8s  %s\n", "MAC", "space", "numbers", "entries", "set");
-    size_t total = 0, numbers = 0;
+    if (compact)
+        std::printf("%-19s %-5s %8s %8s %8s  %s\n", "MAC", "space", "numbers", "entries",
+                    "compact", "set");
+    else
+        std::printf("%-19s %-5s %8s %8s  %s\n", "MAC", "space", "numbers", "entries", "set");
+    size_t total = 0, total_compact = 0, numbers = 0;
     std::set<std::string> macs;
     for (const auto &[key, set] : plan) {
         const std::vector<uint32_t> sorted(set.begin(), set.end());
-        cover_result c;
-        if (cover_compute(sorted, key.second, &c) != 0) {
+        cover_result c, k;
+        if (cover_compute(sorted, key.second, false, &c) != 0 ||
+            (compact && cover_compute(sorted, key.second, true, &k) != 0)) {
             std::fputs("l3mac-cover: no memory for the cover\n", stderr);
             return kNoMemory;
         }
-        const size_t entries = entries_of(c);
-        std::printf("%-19s %-5s %8zu %8zu  %s\n", key.first.c_str(), key.second ? "vfi" : "vlan",
-                    sorted.size(), entries, cover_ranges(sorted).c_str());
+        const size_t entries = cover_entries(c), fewer = compact ? cover_entries(k) : 0;
+        if (compact)
+            std::printf("%-19s %-5s %8zu %8zu %8zu  %s\n", key.first.c_str(),
+                        key.second ? "vfi" : "vlan", sorted.size(), entries, fewer,
+                        cover_ranges(sorted).c_str());
+        else
+            std::printf("%-19s %-5s %8zu %8zu  %s\n", key.first.c_str(),
+                        key.second ? "vfi" : "vlan", sorted.size(), entries,
+                        cover_ranges(sorted).c_str());
         total += entries;
+        total_compact += fewer;
         macs.insert(key.first);
         numbers += sorted.size();
     }
-    std::printf("total: %zu MACs, %zu TCAM entries (one entry per {MAC, number}: %zu)\n",
-                macs.size(), total, numbers);
+    if (compact)
+        std::printf("total: %zu MACs, %zu TCAM entries, compact %zu (one entry per {MAC, number}: "
+                    "%zu)\n",
+                    macs.size(), total, total_compact, numbers);
+    else
+        std::printf("total: %zu MACs, %zu TCAM entries (one entry per {MAC, number}: %zu)\n",
+                    macs.size(), total, numbers);
     return 0;
 }

@@ -6,5 +6,7 @@
 
 // Reads the plan at `path` (lines "MAC [vlan|vfi] SET", # comments; lines
 // of one MAC and space add up) and prints one line per MAC, then the total.
-// 0, 2 on a bad line or file (nothing printed then), 1 without memory.
-int cover_plan_run(const std::string &path);
+// With `compact` each line and the total give the entries of both cover
+// searches side by side. 0, 2 on a bad line or file (nothing printed then),
+// 1 without memory.
+int cover_plan_run(const std::string &path, bool compact);

@@ -6,6 +6,7 @@
 
 #include "cover_set.h"
 #include "decision/l3mac_mask.h"
+#include "decision/l3mac_mask_compact.h"
 
 namespace {
 
@@ -45,18 +46,28 @@ std::string count_of(size_t n, const char *what, const char *plural) {
     return std::to_string(n) + ' ' + (n == 1 ? what : plural);
 }
 
+bool matches_zero(const cover_result &c) {
+    for (const cover_template &t : c.templates)
+        if (t.key == 0) return true;
+    return false;
+}
+
 std::string summary(const cover_result &c) {
     size_t fillers = 0;
     for (const cover_template &t : c.templates) fillers += is_filler(c, t);
     const size_t entries = c.templates.size() - fillers;
-    std::string s = count_of(c.read.size(), "member", "members") + " + value 0; " +
+    std::string s = count_of(c.read.size(), "member", "members") +
+                    (!c.compact               ? " + value 0; "
+                     : matches_zero(c)        ? " (value 0 matched too); "
+                                              : " (value 0 not matched); ") +
                     count_of(c.templates.size(), "template", "templates") + ", " +
                     count_of(entries, "TCAM entry", "TCAM entries");
     if (fillers) s += "; filler template 0 " + hex_mask(c, width_mask(c.vfi)) +
                       " 0 takes no TCAM entry";
     std::vector<uint32_t> uncovered = c.unread;
     if (!uncovered.empty() && uncovered.front() == 0) {
-        s += "; 0 is not read (value 0 is in every cover)";
+        s += c.compact ? "; 0 is not read (value 0 is no VLAN)"
+                       : "; 0 is not read (value 0 is in every cover)";
         uncovered.erase(uncovered.begin());
     }
     if (!uncovered.empty()) s += "; not read, so not covered: " + cover_ranges(uncovered);
@@ -65,17 +76,21 @@ std::string summary(const cover_result &c) {
 
 }  // namespace
 
-int cover_compute(const std::vector<uint32_t> &numbers, bool vfi, cover_result *out) {
+int cover_compute(const std::vector<uint32_t> &numbers, bool vfi, bool compact,
+                  cover_result *out) {
     const uint32_t top = width_mask(vfi);
     evlan_bmp_t bmp{};
     bmp.is_vfi = vfi;
     out->vfi = vfi;
+    out->compact = compact;
     for (uint32_t v : numbers) {
         l3mac_bmp_set(&bmp, v);
         (v == 0 || v >= top ? out->unread : out->read).push_back(v);
     }
     template_list list;
-    if (l3mac_masklist_calc(&bmp, &list.head) != 0) return -1;
+    const int rv = compact ? l3mac_masklist_calc_compact(&bmp, nullptr, 0, &list.head)
+                           : l3mac_masklist_calc(&bmp, &list.head);
+    if (rv != 0) return -1;
     for (list_head *p = list.head.next; p != &list.head; p = p->next) {
         const mask_template *t = l3mac_mask_of(p);
         out->templates.push_back({t->key, t->mask & top, t->level});
@@ -83,7 +98,14 @@ int cover_compute(const std::vector<uint32_t> &numbers, bool vfi, cover_result *
     return 0;
 }
 
+size_t cover_entries(const cover_result &c) {
+    size_t n = 0;
+    for (const cover_template &t : c.templates) n += !is_filler(c, t);
+    return n;
+}
+
 std::string cover_batch_line(const cover_result &c) {
+    if (c.templates.empty()) return "-";
     std::string line;
     for (const cover_template &t : c.templates) {
         if (!line.empty()) line += ' ';

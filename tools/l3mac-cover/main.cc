@@ -1,6 +1,8 @@
 // l3mac-cover: the cover that the L3 MAC service would program for a VLAN
 // or VFI set, for operators who plan VLANs against TCAM space. One set from
-// the command line, or one per line of standard input with --batch.
+// the command line, or one per line of standard input with --batch; the
+// greedy search of the default mode, or with --compact that of the
+// compact-cover mode.
 #include <cstdio>
 #include <iostream>
 #include <string>
@@ -17,15 +19,19 @@ constexpr int EXIT_BAD_INPUT = 2;
 constexpr int EXIT_NO_MEMORY = 1;
 
 const char USAGE[] =
-    "usage: l3mac-cover [--vfi] SET\n"
-    "       l3mac-cover --batch < lines of 'vlan SET' or 'vfi SET'\n"
-    "       l3mac-cover --plan FILE   (lines 'MAC [vlan|vfi] SET', # comments)\n"
-    "SET: numbers and ranges of 0-16383, e.g. 1-7,9,100-103; '-' is empty\n";
+    "usage: l3mac-cover [--compact] [--vfi] SET\n"
+    "       l3mac-cover [--compact] --batch < lines of 'vlan SET' or 'vfi SET'\n"
+    "       l3mac-cover [--compact] --plan FILE   (lines 'MAC [vlan|vfi] SET', # comments)\n"
+    "SET: numbers and ranges of 0-16383, e.g. 1-7,9,100-103; '-' is empty\n"
+    "--compact: the cover of the compact-cover mode (a cover without entries\n"
+    "           is '-' in --batch); --plan then shows both modes side by side\n";
 
 int usage(FILE *to, int status) {
     std::fputs(USAGE, to);
     return status;
 }
+
+bool g_compact = false;  // --compact: the compact search
 
 int run_single(std::string_view text, bool vfi) {
     std::vector<uint32_t> numbers;
@@ -36,7 +42,7 @@ int run_single(std::string_view text, bool vfi) {
         return EXIT_BAD_INPUT;
     }
     cover_result c;
-    if (cover_compute(numbers, vfi, &c) != 0) {
+    if (cover_compute(numbers, vfi, g_compact, &c) != 0) {
         std::fputs("l3mac-cover: no memory for the cover\n", stderr);
         return EXIT_NO_MEMORY;
     }
@@ -65,7 +71,7 @@ bool answer_line(std::string_view line, std::string *answer, std::string *error)
     std::vector<uint32_t> numbers;
     if (!cover_parse_set(words[1], &numbers, error)) return false;
     cover_result c;
-    if (cover_compute(numbers, words[0] == "vfi", &c) != 0) {
+    if (cover_compute(numbers, words[0] == "vfi", g_compact, &c) != 0) {
         *error = "no memory for the cover";
         return false;
     }
@@ -95,8 +101,15 @@ int main(int argc, char **argv) {
     std::vector<std::string_view> args(argv + 1, argv + argc);
     if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h"))
         return usage(stdout, 0);
+    for (auto at = args.begin(); at != args.end(); ++at)
+        if (*at == "--compact" && !g_compact) {
+            g_compact = true;
+            args.erase(at);
+            break;
+        }
     if (args.size() == 1 && args[0] == "--batch") return run_batch();
-    if (args.size() == 2 && args[0] == "--plan") return cover_plan_run(std::string(args[1]));
+    if (args.size() == 2 && args[0] == "--plan")
+        return cover_plan_run(std::string(args[1]), g_compact);
     const bool vfi = !args.empty() && args[0] == "--vfi";
     if (vfi) args.erase(args.begin());
     if (args.size() != 1 || args[0].starts_with("--")) return usage(stderr, EXIT_BAD_INPUT);

@@ -1,0 +1,75 @@
+// Compact cover search, the parts below the template list: sub-cubes as
+// plain records, the primes of a set in a space of any width up to 14 bits,
+// and the weighted covering that picks the fewest of them. Internal to the
+// compact search (l3mac_mask_compact.cc) and its tests; the width is a
+// parameter so that whole small spaces can be checked by brute force.
+//
+// A space of `width` bits holds the numbers 0 to 2^width - 1. Value 0 may
+// be matched or not; the top value 2^width - 1 is never matched; every other
+// number is matched exactly when it is in the set.
+#pragma once
+
+#include <cstdint>
+
+inline constexpr uint32_t COMPACT_MAX_WIDTH = 14;
+
+// Steps of the covering search: each is one look at one {row, column}
+// incidence, so that a budget means the same amount of work on every
+// machine and the result never depends on the clock.
+inline constexpr uint64_t COMPACT_BUDGET_VLAN = 1000000;
+inline constexpr uint64_t COMPACT_BUDGET_VFI = 4000000;
+
+// A sub-cube: the numbers x with x & ~free == key (key has no free bit).
+struct compact_cube {
+    uint32_t key;
+    uint32_t free;
+};
+
+struct compact_input {
+    uint32_t width;            // bits of a number, 1 to 14
+    const uint64_t *set;       // 2^width bits; bit 0 and the top bit are not read
+    const compact_cube *have;  // the entries the MAC holds now; may be null
+    uint32_t have_cnt;
+    uint64_t budget;           // steps of the covering search
+};
+
+struct compact_output {
+    compact_cube *cubes;  // the cover, ascending free-bit count, then key, then free
+    uint32_t count;
+    uint32_t kept;        // cubes that are among `have`
+    bool exact;           // the search ran to its end: no cover is smaller, nor
+                          // one of equal size that keeps more of `have`
+    uint64_t steps;       // steps the search took
+};
+
+// The cover of the fewest sub-cubes for `in`, and among those one that
+// keeps the most of `in->have`. 0, or -1 when memory ran out (nothing is
+// left allocated then). Release the result with l3mac_compact_release.
+int l3mac_compact_cover(const compact_input *in, compact_output *out);
+void l3mac_compact_release(compact_output *out);
+
+// The maximal sub-cubes (primes) of `on`, a bitmap of 2^width bits that
+// already holds value 0 and not the top value. *primes is allocated; 0 or -1.
+int l3mac_compact_primes(uint32_t width, const uint64_t *on, compact_cube **primes,
+                         uint32_t *count);
+
+// A covering problem: columns with a cost each, every column a run of row
+// numbers, every row in at least one column.
+struct cover_matrix {
+    uint32_t nrows;
+    uint32_t ncols;
+    const uint32_t *col_start;  // ncols + 1 offsets into col_rows
+    const uint32_t *col_rows;   // rows of each column, ascending
+    const int64_t *cost;        // per column, > 0
+};
+
+struct cover_answer {
+    uint32_t *cols;  // chosen columns, ascending; ncols places, given by the caller
+    uint32_t count;
+    bool exact;      // the search proved the cost least
+    uint64_t steps;
+};
+
+// Columns of least total cost that together hold every row, found within
+// `budget` steps (the best found when the budget runs out). 0 or -1.
+int l3mac_cover_solve(const cover_matrix *m, uint64_t budget, cover_answer *ans);

@@ -1,0 +1,279 @@
+// Compact cover search: the fewest sub-cubes on every set of small spaces
+// (against a brute-force search), sets whose minimum is known by
+// construction in both real spaces, the entries a MAC holds kept where a
+// cover of the fewest allows it, and never more entries than the greedy
+// cover.
+#include <algorithm>
+#include <bit>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "decision/l3mac_mask_compact_run.h"
+#include "support/cover_check.h"
+
+namespace {
+
+struct small_set {
+    uint32_t width;
+    uint64_t bits;  // the set; bit 0 and the top bit are never members
+};
+
+bool has(uint64_t bits, uint32_t x) { return bits >> x & 1u; }
+
+// The sub-cubes that lie in the set with value 0 allowed.
+std::vector<compact_cube> inner_cubes(const small_set &s) {
+    std::vector<compact_cube> out;
+    const uint32_t space = 1u << s.width;
+    for (uint32_t free = 0; free < space; ++free)
+        for (uint32_t key = 0; key < space; ++key) {
+            if (key & free) continue;
+            bool in = true;
+            for (uint32_t x = 0; x < space; ++x)
+                if ((x & ~free) == key) in &= x == 0 || (x != space - 1 && has(s.bits, x));
+            if (in) out.push_back({key, free});
+        }
+    return out;
+}
+
+bool covers_within(const std::vector<compact_cube> &cubes, uint64_t left, int k) {
+    if (left == 0) return true;
+    if (k == 0) return false;
+    const uint32_t p = static_cast<uint32_t>(std::countr_zero(left));
+    for (const compact_cube &c : cubes) {
+        if ((p & ~c.free) != c.key) continue;
+        uint64_t rest = left;
+        for (uint32_t x = 0; x < 64; ++x)
+            if ((x & ~c.free) == c.key) rest &= ~(1ull << x);
+        if (covers_within(cubes, rest, k - 1)) return true;
+    }
+    return false;
+}
+
+int brute_minimum(const small_set &s) {
+    const uint64_t need = s.bits & ~1ull & ~(1ull << ((1u << s.width) - 1));
+    const std::vector<compact_cube> cubes = inner_cubes(s);
+    int k = 0;
+    while (!covers_within(cubes, need, k)) ++k;
+    return k;
+}
+
+// "" or what is wrong with the cover of s.
+std::string small_fault(const small_set &s, const compact_output &o) {
+    const uint32_t space = 1u << s.width;
+    uint64_t covered = 0;
+    for (uint32_t k = 0; k < o.count; ++k) {
+        const compact_cube c = o.cubes[k];
+        if (k && !(std::popcount(o.cubes[k - 1].free) <= std::popcount(c.free)))
+            return "out of order";
+        for (uint32_t x = 0; x < space; ++x)
+            if ((x & ~c.free) == c.key) covered |= 1ull << x;
+    }
+    const uint64_t need = s.bits & ~1ull & ~(1ull << (space - 1));
+    if ((covered & ~1ull) != need) return "not an exact cover";
+    return "";
+}
+
+compact_output compact_of(const small_set &s, std::vector<compact_cube> have = {},
+                          uint64_t budget = COMPACT_BUDGET_VLAN) {
+    const uint64_t set[1] = {s.bits};
+    const compact_input in = {s.width, set, have.data(), static_cast<uint32_t>(have.size()),
+                              budget};
+    compact_output o;
+    EXPECT_EQ(l3mac_compact_cover(&in, &o), 0);
+    return o;
+}
+
+TEST(CompactCover, EverySetOfASmallSpaceGetsTheFewestSubCubes) {
+    for (uint32_t width : {2u, 3u, 4u}) {
+        const uint32_t inner = (1u << width) - 2;  // 1 .. top - 1
+        for (uint64_t subset = 0; subset < (1ull << inner); ++subset) {
+            const small_set s{width, subset << 1};
+            compact_output o = compact_of(s);
+            ASSERT_EQ(small_fault(s, o), "") << width << " " << s.bits;
+            ASSERT_TRUE(o.exact);
+            ASSERT_EQ(static_cast<int>(o.count), brute_minimum(s)) << width << " " << s.bits;
+            l3mac_compact_release(&o);
+        }
+    }
+}
+
+TEST(CompactCover, RandomSetsOfAFiveBitSpaceGetTheFewest) {
+    std::mt19937 rng(16);
+    for (int n = 0; n < 60; ++n) {
+        const small_set s{5, (static_cast<uint64_t>(rng()) << 1) & 0x7FFFFFFEull};
+        compact_output o = compact_of(s);
+        ASSERT_EQ(small_fault(s, o), "") << s.bits;
+        ASSERT_EQ(static_cast<int>(o.count), brute_minimum(s)) << s.bits;
+        l3mac_compact_release(&o);
+    }
+}
+
+// {1, 2} needs two entries either way: {0, 1} and {0, 2} are the primes,
+// but a MAC that holds the entry for 1 alone keeps it.
+TEST(CompactCover, AmongTheFewestTheHeldEntriesWin) {
+    const small_set s{4, 0b110};
+    compact_output fresh = compact_of(s);
+    EXPECT_EQ(fresh.count, 2u);
+    EXPECT_EQ(fresh.kept, 0u);
+    EXPECT_EQ(fresh.cubes[0].free, 1u);
+    compact_output held = compact_of(s, {{1, 0}, {9, 6}});  // the second is no sub-cube
+    ASSERT_EQ(held.count, 2u);
+    EXPECT_EQ(held.kept, 1u);
+    EXPECT_TRUE(held.exact);
+    EXPECT_EQ(held.cubes[0].key, 1u);
+    EXPECT_EQ(held.cubes[0].free, 0u);
+    l3mac_compact_release(&fresh);
+    l3mac_compact_release(&held);
+}
+
+TEST(CompactCover, AnExhaustedBudgetStillGivesAnExactCover) {
+    std::mt19937 rng(3);
+    for (int n = 0; n < 20; ++n) {
+        const small_set s{6, static_cast<uint64_t>(rng()) << 32 | rng()};
+        compact_output o = compact_of(s, {}, 0);
+        EXPECT_EQ(small_fault(s, o), "");
+        l3mac_compact_release(&o);
+    }
+}
+
+// ---- the two real spaces ----------------------------------------------------
+
+evlan_bmp_t ranges_of(std::initializer_list<std::pair<uint32_t, uint32_t>> set, bool vfi = false) {
+    evlan_bmp_t b{};
+    b.is_vfi = vfi;
+    for (auto [lo, hi] : set)
+        for (uint32_t v = lo; v <= hi; ++v) l3mac_bmp_set(&b, v);
+    return b;
+}
+
+size_t entries_of(const cover_run &r, bool vfi) {
+    const uint32_t wm = vfi ? 0x3FFF : 0xFFF;
+    return std::count_if(r.list.begin(), r.list.end(), [wm](const cover_row &t) {
+        return !(std::get<0>(t) == 0 && std::get<1>(t) == wm);
+    });
+}
+
+// Sub-cubes at least two bits apart from each other and from value 0: no
+// sub-cube of the set can reach into two of them, so the fewest is their
+// number.
+evlan_bmp_t apart_cubes(std::mt19937 &rng, bool vfi, int count) {
+    const uint32_t top = vfi ? 0x3FFF : 0xFFF;
+    std::vector<compact_cube> cubes;
+    std::uniform_int_distribution<uint32_t> number(1, top - 1), dims(0, 4);
+    while (static_cast<int>(cubes.size()) < count) {
+        uint32_t free = 0;
+        for (uint32_t d = dims(rng); d > 0; --d) free |= 1u << (number(rng) % (vfi ? 14 : 12));
+        const compact_cube c{number(rng) & ~free, free};
+        auto distance = [](const compact_cube &a, const compact_cube &b) {
+            return std::popcount((a.key ^ b.key) & ~a.free & ~b.free);
+        };
+        bool apart = distance(c, {0, 0}) >= 2 && (c.key | c.free) != top;
+        for (const compact_cube &o : cubes) apart &= distance(c, o) >= 2;
+        if (apart) cubes.push_back(c);
+    }
+    evlan_bmp_t b{};
+    b.is_vfi = vfi;
+    for (const compact_cube &c : cubes) {
+        uint32_t s = 0;
+        do {
+            l3mac_bmp_set(&b, c.key | s);
+            s = (s - c.free) & c.free;
+        } while (s != 0);
+    }
+    return b;
+}
+
+TEST(CompactCover, SetsOfApartSubCubesTakeOneEntryEach) {
+    std::mt19937 rng(12);
+    for (bool vfi : {false, true})
+        for (int count : {1, 5, 40, 200}) {
+            SCOPED_TRACE(testing::Message() << "vfi " << vfi << " cubes " << count);
+            const cover_run r = l3mac_cover_run(apart_cubes(rng, vfi, count), true);
+            EXPECT_EQ(r.fault, "");
+            EXPECT_EQ(entries_of(r, vfi), static_cast<size_t>(count));
+        }
+}
+
+// The fewest entries as a two-level minimizer finds them exactly.
+TEST(CompactCover, KnownSetsTakeTheFewestEntries) {
+    const struct {
+        evlan_bmp_t set;
+        size_t greedy, fewest;
+    } known[] = {
+        {ranges_of({{2, 3001}}), 18, 11},
+        {ranges_of({{100, 199}}), 6, 5},
+        {ranges_of({{10, 20}}), 5, 4},
+        {ranges_of({{4, 7}}), 2, 1},
+        {ranges_of({{1, 4094}}), 12, 12},
+        {ranges_of({{1, 16382}}, true), 14, 14},
+        {ranges_of({{5000, 5499}}, true), 10, 10},
+    };
+    for (const auto &k : known) {
+        const cover_run greedy = l3mac_cover_run(k.set), fewest = l3mac_cover_run(k.set, true);
+        EXPECT_EQ(fewest.fault, "");
+        EXPECT_EQ(entries_of(greedy, k.set.is_vfi), k.greedy);
+        EXPECT_EQ(entries_of(fewest, k.set.is_vfi), k.fewest);
+    }
+}
+
+std::vector<mask_held> held_of(const cover_run &r) {
+    std::vector<mask_held> out;
+    for (const cover_row &t : r.list) out.push_back({std::get<0>(t), std::get<1>(t)});
+    return out;
+}
+
+// Entries that cover the set exactly and are no more than the fewest stay
+// as they are; more entries than needed are replaced.
+TEST(CompactCover, HeldEntriesThatCoverTheSetStayUnlessMoreAreHeldThanNeeded) {
+    const evlan_bmp_t set = ranges_of({{1, 2}});
+    const std::vector<mask_held> singles = {{1, 0xFFF}, {2, 0xFFF}};
+    EXPECT_EQ(l3mac_cover_run(set, true, singles).list,
+              (std::vector<cover_row>{{1, 0xFFF, 0}, {2, 0xFFF, 0}}));
+
+    const evlan_bmp_t block = ranges_of({{4, 7}});
+    const cover_run r = l3mac_cover_run(block, true, {{4, 0xFFE}, {6, 0xFFE}});
+    EXPECT_EQ(r.fault, "");
+    EXPECT_EQ(r.list, (std::vector<cover_row>{{4, 0xFFC, 2}}));
+}
+
+// One VLAN more or less rewrites few entries when the old ones are held.
+TEST(CompactCover, ASetChangedByOneVlanKeepsMostOfItsEntries) {
+    std::mt19937 rng(5);
+    for (int n = 0; n < 30; ++n) {
+        const uint32_t lo = rng() % 3000 + 1, hi = lo + rng() % 1000;
+        evlan_bmp_t set = ranges_of({{lo, hi}});
+        const cover_run before = l3mac_cover_run(set, true);
+        const uint32_t flip = lo + rng() % (hi - lo + 2);
+        set.bmp[flip / 32] ^= 1u << (flip % 32);
+        const std::vector<mask_held> had = held_of(before);
+        const cover_run after = l3mac_cover_run(set, true, had), fresh = l3mac_cover_run(set, true);
+        ASSERT_EQ(after.fault, "");
+        EXPECT_EQ(entries_of(after, false), entries_of(fresh, false));
+        size_t kept = 0;
+        for (const cover_row &t : after.list)
+            kept += std::count(before.list.begin(), before.list.end(), t);
+        size_t kept_fresh = 0;
+        for (const cover_row &t : fresh.list)
+            kept_fresh += std::count(before.list.begin(), before.list.end(), t);
+        EXPECT_GE(kept, kept_fresh) << lo << "-" << hi << " flip " << flip;
+    }
+}
+
+TEST(CompactCover, NeverMoreEntriesThanTheGreedyCover) {
+    std::mt19937 rng(99);
+    for (double d : {0.001, 0.01, 0.1, 0.3, 0.5, 0.7, 0.9, 0.99})
+        for (bool vfi : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "density " << d << " vfi " << vfi);
+            evlan_bmp_t b{};
+            b.is_vfi = vfi;
+            std::bernoulli_distribution in(d);
+            for (uint32_t v = 0; v < (vfi ? 16384u : 4096u); ++v)
+                if (in(rng)) l3mac_bmp_set(&b, v);
+            const cover_run greedy = l3mac_cover_run(b), fewest = l3mac_cover_run(b, true);
+            EXPECT_EQ(fewest.fault, "");
+            EXPECT_LE(entries_of(fewest, vfi), entries_of(greedy, vfi));
+        }
+}
+
+}  // namespace
