@@ -10,6 +10,7 @@
 #include "frame/l3mac_ctx.h"
 #include "frame/l3mac_init.h"
 #include "platform/host/hnx_host.h"
+#include "profile.h"
 #include "store.h"
 #include "tcam/l3mac_tcam.h"
 
@@ -25,7 +26,9 @@ constexpr const char *kUsage =
     "  --root DIR    file root of the store and the board's profile (default: HNX_ROOT)\n"
     "  --restarted   the service has just started and served no request since:\n"
     "                rows that are not requests must stand for nothing\n"
-    "  --quiet       print violations and the summary, not the notes\n";
+    "  --quiet       print violations and the summary, not the notes\n"
+    "       hnx-l3mac-check --profile FILE\n"
+    "                checks a capability profile as the daemon will at its start\n";
 
 // 0 to go on, otherwise the exit status.
 int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
@@ -64,6 +67,7 @@ void hnx_check_print(const l3mac_check_report &rep, bool quiet) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (int rv = hnx_check_profile_main(argc, argv); rv >= 0) return rv;
     hnx_check_args args;
     if (int rv = hnx_check_parse(argc, argv, &args)) return rv < 0 ? 0 : rv;
     const l3mac_check_board board = hnx_check_board();
