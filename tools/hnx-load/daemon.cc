@@ -1,6 +1,7 @@
 // The daemon as the tool sees it: started and killed on request, its pid
 // and whether it answers, and its CPU time and memory as /proc reports
 // them.
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -79,7 +80,7 @@ pid_t load_daemon_pid(const load_opts &) {
     lk.l_whence = SEEK_SET;
     const bool held = fcntl(fd, F_GETLK, &lk) == 0 && lk.l_type != F_UNLCK;
     close(fd);
-    return held ? lk.l_pid : -1;
+    return held ? std::max<pid_t>(lk.l_pid, 0) : -1;  // 0: a holder in another pid namespace
 }
 
 std::string load_lock_path() { return hnx_host_path("/var/run/de.res_l3mac.route.ss.pid"); }
@@ -88,7 +89,7 @@ std::string load_lock_path() { return hnx_host_path("/var/run/de.res_l3mac.route
 // ("help", which changes nothing).
 bool load_daemon_answers(const load_opts &o, pid_t *pid, std::string *why) {
     *pid = load_daemon_pid(o);
-    if (*pid <= 0) {
+    if (*pid < 0) {
         *why = "no daemon holds the instance lock " + load_lock_path();
         return false;
     }

@@ -291,7 +291,7 @@ int check_daemon(const load_opts &o, pid_t *pid) {
                              "start one\n", root.c_str(), why.c_str());
         return 2;
     }
-    if (!o.daemon.empty() && *pid > 0) {
+    if (!o.daemon.empty() && *pid >= 0) {
         std::fprintf(stderr, "hnx-load: a daemon (pid %ld) already runs under the root %s: leave "
                              "out --daemon to load it, or give another root\n",
                      long(*pid), root.c_str());

@@ -62,7 +62,8 @@ pid_t load_daemon_start(const load_opts &o);
 void load_daemon_kill(pid_t pid);
 // The instance lock file under the root.
 std::string load_lock_path();
-// The pid of the daemon that holds the instance lock, or -1.
+// The pid of the daemon that holds the instance lock (0 when it lies in
+// another pid namespace), or -1 when none holds it.
 pid_t load_daemon_pid(const load_opts &o);
 // True when a daemon holds the lock (its pid in *pid) and answers on its
 // command socket; otherwise *why says what is missing.
