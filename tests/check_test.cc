@@ -3,6 +3,7 @@
 // hnx-l3mac-check program over a store on disk, with the rows it refused
 // and the all-zero MAC.
 #include <filesystem>
+#include <fstream>
 #include <tuple>
 
 #include "decision/l3mac_decision.h"
@@ -185,6 +186,11 @@ TEST_F(CheckTest, TheProgramReadsTheStoreAndTheProfile) {
     EXPECT_EQ(out, "hnx-l3mac-check: no table store at " + typo +
                        "/var/run/hnx/store-16.db (is HNX_ROOT set?)\n");
     EXPECT_FALSE(std::filesystem::exists(typo));
+    // A profile that the daemon would refuse describes no board to judge by.
+    std::ofstream(root_ + "/etc/hnx/capability.json") << "{\"s_route\": {\"l3mac\": {},}}\n";
+    std::tie(status, out) = check(root_);
+    EXPECT_EQ(status, 2) << out;
+    EXPECT_NE(out.find("the daemon would not start on this profile"), std::string::npos) << out;
 }
 
 // Rows that the service refused are listed with their key and the check

@@ -1,14 +1,18 @@
 // The host capability service: the board profile read by path, its
-// refusals that leave the caller's value, and a missing or broken file.
+// refusals that leave the caller's value, and a missing or broken file;
+// the check of a profile before a start, and the runtime that refuses one.
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/host/cap.h"
+#include "platform/host/cap_check.h"
 #include "platform/host/hnx_host.h"
 #include "platform/libkw_cap.h"
 
@@ -80,6 +84,92 @@ TEST_F(Cap, NoFileOrInvalidJsonIsNamedAndLeavesNothingToRead) {
     EXPECT_NE(err.find("parse error"), std::string::npos) << err;
     EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
     EXPECT_EQ(libkw_cap_get_capacity_int32(nullptr, "s/n", &v), HNX_CAP_E_NOT_READY);
+}
+
+const hnx_cap_schema &daemon_schema() { return hnx_cap_schema_of("hnx-l3table-l3mac"); }
+
+// Each case: the text, the faults and warnings after "capability profile
+// F" (in schema order), and the value shown for tcam-cap.
+TEST(CapCheck, FaultsAndWarningsNameTheFileThePositionOrTheKey) {
+    const struct {
+        const char *text;
+        std::vector<std::string> errors, warnings;
+        std::string tcam_cap;
+    } cases[] = {
+        {R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 2048, "algo": -1},
+             "ability": {"tcam2-en": false, "compact-cover": true}}},
+             "s_bridge": {"ebridge": {"capacity": {"evlan_num": 2147483647}}}})", {}, {}, "2048"},
+        {"{}", {}, {}, ""},
+        {"{\n  \"s_route\": {\"l3mac\": 1,}\n}",
+         {" is not valid JSON at line 2, column 26: syntax error while parsing object key - "
+          "unexpected '}'; expected string literal"}, {}, ""},
+        {"\"x\"", {": the top is a JSON string, not an object"}, {}, ""},
+        {R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 12.0, "tcam2-cap": null,
+             "rsvd-size": -2147483649}, "ability": {"is-mng": 0, "is-mng2": {}}}},
+             "s_bridge": {"ebridge": []}})",
+         {": s_route/l3mac/capacity/tcam-cap is 12.0, not a whole number",
+          ": s_route/l3mac/capacity/tcam2-cap is null, not an integer",
+          ": s_route/l3mac/capacity/rsvd-size is -2147483649, beyond a 32-bit integer",
+          ": s_bridge/ebridge is an array ([]), not an object of keys",
+          ": s_route/l3mac/ability/is-mng is a number (0), not true or false",
+          ": s_route/l3mac/ability/is-mng2 is an object ({}), not true or false"}, {}, "12.0"},
+        {R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 4, "tcam_cap": 8, "x": {"y": 1}},
+             "l3mac-dec-cnt": 3, "abilities": {}}, "l3intf": {"other": true}}})",
+         {},
+         {": unknown key s_route/l3mac/capacity/tcam_cap, ignored (did you mean "
+          "s_route/l3mac/capacity/tcam-cap?)",
+          ": unknown key s_route/l3mac/capacity/x, ignored",
+          ": unknown key s_route/l3mac/l3mac-dec-cnt, ignored (did you mean "
+          "s_route/l3intf/capacity/l3mac-dec-cnt?)",
+          ": unknown key s_route/l3mac/abilities, ignored (did you mean s_route/l3mac/ability?)"},
+         "4"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        const hnx_cap_findings f = hnx_cap_check_text("F", c.text, daemon_schema());
+        auto headed = [](std::vector<std::string> v) {
+            for (std::string &s : v) s = "capability profile F" + s;
+            return v;
+        };
+        EXPECT_EQ(f.errors, headed(c.errors));
+        const std::vector<std::string> warned = headed(c.warnings);
+        EXPECT_EQ(std::multiset<std::string>(f.warnings.begin(), f.warnings.end()),
+                  std::multiset<std::string>(warned.begin(), warned.end()));
+        if (f.values.size() == daemon_schema().keys.size()) {
+            EXPECT_EQ(f.values[1].first, "s_route/l3mac/capacity/tcam-cap");
+            EXPECT_EQ(f.values[1].second, c.tcam_cap);
+        }
+    }
+    EXPECT_EQ(daemon_schema().keys.size(), 11u);
+    EXPECT_TRUE(hnx_cap_schema_of("hnx-tbl").keys.empty());
+}
+
+// The runtime of the daemon is refused on a bad profile, with one line;
+// a missing file, a typo's warning and a process that reads no profile
+// start as before.
+TEST_F(Cap, TheDaemonsRuntimeIsRefusedOnABadProfileOnly) {
+    auto start = [&](const char *name, std::string *err) {
+        ::testing::internal::CaptureStderr();
+        kw_global *g = kw_global_init(name, 0);
+        *err = ::testing::internal::GetCapturedStderr();
+        if (g) kw_global_finish(g);
+        return g != nullptr;
+    };
+    std::string err;
+    EXPECT_TRUE(start("hnx-l3table-l3mac", &err));  // no file
+    EXPECT_EQ(err, "");
+    std::ofstream(file()) << R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": "4096"}}}})";
+    EXPECT_FALSE(start("hnx-l3table-l3mac", &err));
+    EXPECT_EQ(err, "hnx-l3table-l3mac: capability profile " + file() +
+                       ": s_route/l3mac/capacity/tcam-cap is a string (\"4096\"), not an integer; "
+                       "not started: mend the file (hnx-l3mac-check --profile " + file() +
+                       " lists every fault) or remove it to start on the built-in defaults\n");
+    EXPECT_TRUE(start("hnx-tbl", &err));
+    EXPECT_EQ(err, "");
+    std::ofstream(file()) << R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 4096, "cap": 1}}}})";
+    EXPECT_TRUE(start("hnx-l3table-l3mac", &err));
+    EXPECT_EQ(err, "hnx-l3table-l3mac: capability profile " + file() +
+                       ": unknown key s_route/l3mac/capacity/cap, ignored\n");
 }
 
 }  // namespace

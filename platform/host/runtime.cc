@@ -1,10 +1,14 @@
 // The host runtime: one libuv loop per runtime record, run until SIGTERM or
 // SIGINT; the process-wide last runtime; exit supervision kept in memory.
+// A runtime is not made for a process whose capability profile is broken:
+// it would start on defaults that do not describe the board.
 #include <csignal>
+#include <cstdio>
 #include <new>
 #include <unordered_set>
 #include <vector>
 
+#include "platform/host/cap_check.h"
 #include "platform/host/hnx_host.h"
 #include "platform/host/runtime_rec.h"
 #include "platform/kw_runtime.h"
@@ -60,10 +64,19 @@ host_runtime *host_runtime_of(kw_global *global) {
     return global ? static_cast<host_runtime *>(global->rt) : nullptr;
 }
 
+// Each refusal says why on standard error, in one line headed by the
+// process's name: its caller has nothing to add.
 kw_global *kw_global_init(const char *name, int flags) {
+    const char *who = name && *name ? name : "hnx";
+    if (hnx_cap_start_check(name) != 0) return nullptr;
     auto *rt = new (std::nothrow) host_runtime{};
-    if (rt == nullptr) return nullptr;
-    if (uv_loop_init(&rt->loop) != 0) {
+    if (rt == nullptr) {
+        std::fprintf(stderr, "%s: no memory for the runtime record; not started\n", who);
+        return nullptr;
+    }
+    if (int rv = uv_loop_init(&rt->loop); rv != 0) {
+        std::fprintf(stderr, "%s: the event loop cannot be made: %s; not started\n", who,
+                     uv_strerror(rv));
         delete rt;
         return nullptr;
     }

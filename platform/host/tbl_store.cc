@@ -184,9 +184,16 @@ void tbl_store::abandon() {
     stmts_.clear();
 }
 
+// A store that cannot be opened is tried again by every table made on it
+// and by the connect: an open that fails as the last one did is not said
+// again.
 int tbl_store::fail(const char *what) {
-    std::fprintf(stderr, "ss_rt_tbl: store %d (%s): %s: %s\n", db_, path_.c_str(), what,
-                 sql_ ? sqlite3_errmsg(sql_) : "no connection");
+    static std::string last_open;
+    std::string line = "ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): " + what +
+                       ": " + (sql_ ? sqlite3_errmsg(sql_) : "no connection") + "\n";
+    const bool is_open = std::string_view(what) == "open";
+    if (!is_open || line != last_open) std::fputs(line.c_str(), stderr);
+    if (is_open) last_open = std::move(line);
     return kFail;
 }
 

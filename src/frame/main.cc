@@ -19,6 +19,7 @@ constexpr const char *L3MAC_PID_NAME = "/de.res_l3mac.route.ss.pid";
 constexpr const char *L3MAC_MARKER_FILE = "/var/run/hnx-l3table-l3mac";
 constexpr int L3MAC_EXIT_ACTION = 2;
 constexpr int L3MAC_MARKER_FOUND = -15;
+constexpr int L3MAC_STORE_DB = 16;  // the store that ss_rt_tbl_connect_db connects to
 
 // The level of the debug level file: 0 without a file, 7 for a file that
 // holds no number, so that a touched file turns logging fully on.
@@ -32,29 +33,69 @@ int l3mac_read_dbg_level() {
     return level;
 }
 
+// What the lock step found, for the one line that a refused start leaves
+// on standard error.
+struct l3mac_lock_result {
+    int rv = SS_E_NONE;
+    int err = 0;       // errno of the failed open or fcntl
+    long holder = 0;   // pid of the instance that holds the lock, when known
+    char path[PATH_MAX] = {};
+};
+
 // Takes the instance lock and writes the pid with its terminating zero.
 // The descriptor stays open for the life of the process: closing it would
-// drop the lock. 0, -11 (no file), -6 (held by another instance) or -1.
-int l3mac_lock_instance() {
+// drop the lock. rv 0, -11 (no file), -6 (held by another instance) or -1.
+// The open truncates before the lock is tried, so a refused start leaves
+// the running instance's pid file empty; nothing may rely on its content.
+void l3mac_lock_instance(l3mac_lock_result *res) {
     char name[128];
-    char path[PATH_MAX];
     std::snprintf(name, sizeof name, "/var/run%s", L3MAC_PID_NAME);
-    int fd = open(kw_root_path(name, path, sizeof path), O_RDWR | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0) return L3MAC_E_FAIL;
+    kw_root_path(name, res->path, sizeof res->path);
+    int fd = open(res->path, O_RDWR | O_CREAT | O_TRUNC, 0644);
+    if (fd < 0) {
+        res->err = errno;
+        res->rv = L3MAC_E_FAIL;
+        return;
+    }
     struct flock lk = {};
     lk.l_type = F_WRLCK;
     lk.l_whence = SEEK_SET;
     if (fcntl(fd, F_SETLK, &lk) < 0) {
-        if (errno != EAGAIN && errno != EACCES) return L3MAC_E_NOMEM_CALC;
+        res->err = errno;
+        if (res->err != EAGAIN && res->err != EACCES) {
+            res->rv = L3MAC_E_NOMEM_CALC;
+            return;
+        }
+        struct flock who = {};
+        who.l_type = F_WRLCK;
+        who.l_whence = SEEK_SET;
+        if (fcntl(fd, F_GETLK, &who) == 0 && who.l_type != F_UNLCK) res->holder = who.l_pid;
         close(fd);
-        return L3MAC_E_FULL;
+        res->rv = L3MAC_E_FULL;
+        return;
     }
     char pid[32];
     std::snprintf(pid, sizeof pid, "%ld", static_cast<long>(getpid()));
     if (ftruncate(fd, 0) != 0 || write(fd, pid, std::strlen(pid) + 1) < 0) {
         // The lock holds all the same; only the pid file's content is lost.
     }
-    return SS_E_NONE;
+}
+
+// The one line on standard error of a start refused at the lock, whatever
+// the debug level: under a supervisor it is all that the journal keeps.
+void l3mac_say_lock_refused(const l3mac_lock_result &res) {
+    if (res.rv == L3MAC_E_FULL && res.holder > 0)
+        std::fprintf(stderr, "%s: another instance (pid %ld) holds the lock on %s; exit %d\n",
+                     L3MAC_PROC_NAME, res.holder, res.path, res.rv);
+    else if (res.rv == L3MAC_E_FULL)
+        std::fprintf(stderr, "%s: another instance holds the lock on %s; exit %d\n",
+                     L3MAC_PROC_NAME, res.path, res.rv);
+    else if (res.rv == L3MAC_E_FAIL)
+        std::fprintf(stderr, "%s: cannot open the lock file %s: %s; exit %d\n", L3MAC_PROC_NAME,
+                     res.path, std::strerror(res.err), res.rv);
+    else
+        std::fprintf(stderr, "%s: cannot lock %s: %s; exit %d\n", L3MAC_PROC_NAME, res.path,
+                     std::strerror(res.err), res.rv);
 }
 
 // Registers with the exit supervisor unless its marker file is there.
@@ -77,10 +118,13 @@ int main() {
     const int level = l3mac_read_dbg_level();
     if (level != 0) l3mac_debug_set(level, -1);
 
-    int rv = l3mac_lock_instance();
+    l3mac_lock_result lock;
+    l3mac_lock_instance(&lock);
+    int rv = lock.rv;
     if (rv != SS_E_NONE) {
         L3MAC_ERR_LINE("\n[%s] check running, rv:%d, another process is already running\n\n",
                        L3MAC_PID_NAME, rv);
+        l3mac_say_lock_refused(lock);
         return rv;
     }
 
@@ -89,6 +133,8 @@ int main() {
 
     l3mac_ctx.global = nullptr;
     l3mac_ctx.global = kw_global_init(L3MAC_PROC_NAME, 0);
+    // The platform has said why on standard error (a broken capability
+    // profile, no event loop): one line is enough.
     if (!l3mac_ctx.global) return L3MAC_E_FATAL;
 
     l3mac_tbl_init();
@@ -96,6 +142,8 @@ int main() {
     rv = ss_rt_tbl_connect_db(l3mac_connect_cb);
     if (rv != SS_E_NONE) {
         L3MAC_ERR_LINE("\n[%s] connect db fail rv:%d\n\n", L3MAC_PROC_NAME, rv);
+        std::fprintf(stderr, "%s: cannot connect to table store %d, rv %d; exit %d\n",
+                     L3MAC_PROC_NAME, L3MAC_STORE_DB, rv, L3MAC_E_FATAL);
         return L3MAC_E_FATAL;
     }
     kw_global_run(l3mac_ctx.global);

@@ -9,7 +9,10 @@
 #include "diag/l3mac_check.h"
 #include "frame/l3mac_ctx.h"
 #include "frame/l3mac_init.h"
+#include "platform/host/cap.h"
+#include "platform/host/cap_check.h"
 #include "platform/host/hnx_host.h"
+#include "profile.h"
 #include "store.h"
 #include "tcam/l3mac_tcam.h"
 
@@ -25,7 +28,9 @@ constexpr const char *kUsage =
     "  --root DIR    file root of the store and the board's profile (default: HNX_ROOT)\n"
     "  --restarted   the service has just started and served no request since:\n"
     "                rows that are not requests must stand for nothing\n"
-    "  --quiet       print violations and the summary, not the refused rows and notes\n";
+    "  --quiet       print violations and the summary, not the refused rows and notes\n"
+    "       hnx-l3mac-check --profile FILE\n"
+    "                checks a capability profile as the daemon will at its start\n";
 
 // 0 to go on, otherwise the exit status.
 int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
@@ -39,6 +44,19 @@ int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
                                  arg.c_str(), kUsage), 2;
     }
     return 0;
+}
+
+// A profile that the daemon would refuse to start on describes no board:
+// judging the tables by built-in defaults instead would report the wrong
+// things. 0, or the exit status after the reasons.
+int hnx_check_profile_sound() {
+    const std::string path = hnx_host_path(HNX_CAP_FILE);
+    const hnx_cap_findings f = hnx_cap_check_file(path, hnx_cap_schema_of("hnx-l3table-l3mac"));
+    if (f.ok()) return 0;
+    for (const std::string &e : f.errors) std::fprintf(stderr, "hnx-l3mac-check: %s\n", e.c_str());
+    std::fprintf(stderr, "hnx-l3mac-check: the daemon would not start on this profile; mend it "
+                         "(hnx-l3mac-check --profile %s) and check again\n", path.c_str());
+    return 2;
 }
 
 // The profile as the service reads it, defaults included.
@@ -72,6 +90,7 @@ void hnx_check_print(const l3mac_check_report &rep, bool quiet) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (int rv = hnx_check_profile_main(argc, argv); rv >= 0) return rv;
     hnx_check_args args;
     if (int rv = hnx_check_parse(argc, argv, &args)) return rv < 0 ? 0 : rv;
     l3mac_check_rows rows;
@@ -83,6 +102,7 @@ int main(int argc, char **argv) {
         return 2;
     }
     // After the store: a root without one needs no word on its profile.
+    if (int rv = hnx_check_profile_sound()) return rv;
     const l3mac_check_board board = hnx_check_board();
     l3mac_check_tables(rows, board, args.opts, &rep);
     l3mac_check_input(rows, board, &rep);

@@ -1,5 +1,7 @@
-// The daemon as the tool sees it: started and killed on request, its pid,
-// and its CPU time and memory as /proc reports them.
+// The daemon as the tool sees it: started and killed on request, its pid
+// and whether it answers, and its CPU time and memory as /proc reports
+// them.
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -14,6 +16,7 @@
 
 #include "load.h"
 #include "platform/host/hnx_host.h"
+#include "platform/host/ssat_client.h"
 
 namespace {
 
@@ -66,11 +69,39 @@ void load_daemon_kill(pid_t pid) {
     waitpid(pid, nullptr, 0);
 }
 
+// The holder of the instance lock, asked of the kernel: the pid file's
+// content cannot be trusted, since a refused second start empties it. The
+// file is opened without creating or truncating it, and no lock is taken.
 pid_t load_daemon_pid(const load_opts &) {
-    std::ifstream in(hnx_host_path("/var/run/de.res_l3mac.route.ss.pid"));
-    long pid = 0;
-    in >> pid;
-    return pid > 0 ? pid_t(pid) : -1;
+    int fd = open(load_lock_path().c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return -1;
+    struct flock lk = {};
+    lk.l_type = F_WRLCK;
+    lk.l_whence = SEEK_SET;
+    const bool held = fcntl(fd, F_GETLK, &lk) == 0 && lk.l_type != F_UNLCK;
+    close(fd);
+    return held ? std::max<pid_t>(lk.l_pid, 0) : -1;  // 0: a holder in another pid namespace
+}
+
+std::string load_lock_path() { return hnx_host_path("/var/run/de.res_l3mac.route.ss.pid"); }
+
+// A daemon holds the lock and its loop answers a command on its socket
+// ("help", which changes nothing).
+bool load_daemon_answers(const load_opts &o, pid_t *pid, std::string *why) {
+    *pid = load_daemon_pid(o);
+    if (*pid < 0) {
+        *why = "no daemon holds the instance lock " + load_lock_path();
+        return false;
+    }
+    ssat_reply reply;
+    std::string err;
+    if (ssat_client_call(ssat_sock_path("hnx-l3table-l3mac"), "help", &reply, &err, 5) !=
+        SSAT_CALL_OK) {
+        *why = "the daemon (pid " + std::to_string(*pid) + ") holds the lock but does not "
+               "answer on its command socket: " + err;
+        return false;
+    }
+    return true;
 }
 
 bool load_proc_read(pid_t pid, load_proc_stats *out) {
@@ -99,7 +130,7 @@ bool load_wait_smoothed(const load_opts &, int n, double limit) {
     const std::string needle = "s_route.l3mac_vrrp_hw_res: data smoothing ended";
     auto deadline = load_clock::now() + std::chrono::duration<double>(limit);
     while (count_lines(err_path(), needle) < n) {
-        if (load_clock::now() > deadline) return false;
+        if (load_clock::now() > deadline || load_stopped()) return false;
         std::this_thread::sleep_for(std::chrono::microseconds(500));
     }
     return true;

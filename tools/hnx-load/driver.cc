@@ -1,5 +1,7 @@
 // Runs a workload: writes its requests as users do, follows the output
-// tables until every request has reached its row, and gathers the figures.
+// tables until every request has reached its row, gathers the figures, and
+// takes its rows back. Only a daemon that answers is loaded, and no row of
+// another writer is taken over.
 #include <algorithm>
 #include <set>
 #include <thread>
@@ -11,6 +13,7 @@
 #include "platform/host/tbl_scan.h"
 #include "platform/host/tbl_state.h"
 #include "platform/ss_rt_tbl.h"
+#include "rows.h"
 #include "s_route.pb-c.h"
 #include "track.h"
 
@@ -24,7 +27,10 @@ struct run_state {
     load_track track;
     load_clock::time_point first{}, last_commit{};
     size_t written = 0;
+    load_rows rows;
 };
+
+constexpr int kStopped = 3;  // a signal ended the run
 
 int write_one(ss_rt_tbl *t, const load_req &r) {
     SRoute__L3macRes row = S_ROUTE__L3MAC_RES__INIT;
@@ -54,6 +60,7 @@ int write_batch(run_state &s, const std::vector<load_req> &reqs, size_t from, si
     if ((rv = st->finish(rv)) != 0) return rv;
     s.last_commit = load_clock::now();
     s.written += to - from;
+    for (size_t i = from; i < to; i++) s.rows.committed(reqs[i]);
     for (size_t i = from; i < to && track; i++) {
         s.track.forget(reqs[i]);
         if (!reqs[i].del) s.track.expect(reqs[i], s.last_commit);
@@ -68,9 +75,10 @@ int write_all(run_state &s, const std::vector<load_req> &reqs, const load_opts &
     s.first = load_clock::now();
     size_t batch = size_t(std::max(1, o.batch));
     for (size_t at = 0; at < reqs.size();) {
+        if (load_stopped()) return kStopped;
         if (rate > 0) {
             auto due = s.first + secs(double(at) / rate);
-            while (load_clock::now() < due) {
+            while (load_clock::now() < due && !load_stopped()) {
                 hnx_host_tbl_poll();
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
             }
@@ -85,7 +93,7 @@ int write_all(run_state &s, const std::vector<load_req> &reqs, const load_opts &
 // Delivers output rows until every request has its row or `limit` passed.
 void settle(run_state &s, double limit) {
     auto deadline = load_clock::now() + secs(limit);
-    while (s.track.pending_count > 0 && load_clock::now() < deadline) {
+    while (s.track.pending_count > 0 && load_clock::now() < deadline && !load_stopped()) {
         if (hnx_host_tbl_poll() == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
 }
@@ -93,7 +101,7 @@ void settle(run_state &s, double limit) {
 // Keeps delivering for `d` seconds, for the changes that follow an end.
 void drain(double d) {
     auto until = load_clock::now() + secs(d);
-    while (load_clock::now() < until) {
+    while (load_clock::now() < until && !load_stopped()) {
         hnx_host_tbl_poll();
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -226,15 +234,16 @@ int measure(run_state &s, const load_opts &o, pid_t pid, const std::vector<load_
     load_proc_stats before;
     if (pid > 0) load_proc_read(pid, &before);
     double cpu0 = own_cpu_s();
-    if (write_all(s, reqs, o, 0, ops.empty()) != 0) return 2;
+    if (int rv = write_all(s, reqs, o, 0, ops.empty())) return rv == kStopped ? rv : 2;
     settle(s, o.settle_limit);
     if (!ops.empty()) {
         s.track = load_track{};
         load_track_start(&s.track);
-        if (write_all(s, ops, o, o.rate, true) != 0) return 2;
+        if (int rv = write_all(s, ops, o, o.rate, true)) return rv == kStopped ? rv : 2;
         settle(s, o.settle_limit);
     }
     drain(0.05);
+    if (load_stopped()) return kStopped;
     const std::vector<load_req> &timed = ops.empty() ? reqs : ops;
     add_load_figures(f, s, timed.size());
     std::vector<load_req> all = reqs;
@@ -265,20 +274,92 @@ int restart(run_state &s, const load_opts &o, pid_t *pid, int *smoothed, load_fi
     return ok ? 0 : 2;
 }
 
+long output_rows() {
+    return count_rows("s_route.l3mac_hw_res") + count_rows("s_route.l3mac_vrrp_hw_res");
+}
+
+// Before anything is written: without --daemon a daemon must answer under
+// the root (a store without one would only fill up); with it, none may run
+// there yet (a second start would be refused).
+int check_daemon(const load_opts &o, pid_t *pid) {
+    const std::string root = hnx_host_root().empty() ? "/" : hnx_host_root();
+    std::string why;
+    const bool up = load_daemon_answers(o, pid, &why);
+    if (o.daemon.empty() && !up) {
+        std::fprintf(stderr, "hnx-load: no daemon answers under the root %s (%s): start "
+                             "hnx-l3table-l3mac there first, or give --daemon to have hnx-load "
+                             "start one\n", root.c_str(), why.c_str());
+        return 2;
+    }
+    if (!o.daemon.empty() && *pid >= 0) {
+        std::fprintf(stderr, "hnx-load: a daemon (pid %ld) already runs under the root %s: leave "
+                             "out --daemon to load it, or give another root\n",
+                     long(*pid), root.c_str());
+        return 2;
+    }
+    return 0;
+}
+
+// Another writer's rows are never overwritten, and so never deleted at
+// the end either.
+int check_keys(const std::vector<load_req> &reqs, const std::vector<load_req> &ops) {
+    std::vector<load_req> all = reqs;
+    all.insert(all.end(), ops.begin(), ops.end());
+    const std::vector<load_key> taken = load_rows_taken(all);
+    if (taken.empty()) return 0;
+    std::fprintf(stderr, "hnx-load: s_route.l3mac_res already holds %zu rows with keys of this "
+                         "workload (user %u uuid %s, ...), left by an earlier run with --keep or "
+                         "written by another user: delete them, or give another root\n",
+                 taken.size(), taken[0].first, taken[0].second.c_str());
+    return 2;
+}
+
+// Deletes the rows the run wrote, unless kept, and follows the output
+// tables until the daemon has taken back what it made of them (at most
+// `limit`: a daemon that serves other users may change them meanwhile).
+int end_rows(run_state &s, const load_opts &o, long baseline) {
+    if (s.rows.live.empty()) return 0;
+    if (o.keep) {
+        std::fprintf(stderr, "hnx-load: %zu request rows kept in s_route.l3mac_res (--keep)\n",
+                     s.rows.live.size());
+        return 0;
+    }
+    const size_t n = s.rows.live.size();
+    if (load_rows_remove(s.res, &s.rows, o.batch) != 0) {
+        std::fprintf(stderr, "hnx-load: %zu of the %zu request rows written could not be "
+                             "deleted from s_route.l3mac_res: delete them by hand (hnx-tbl del)\n",
+                     s.rows.live.size(), n);
+        return 2;
+    }
+    auto deadline = load_clock::now() + secs(o.settle_limit);
+    while (output_rows() > baseline && load_clock::now() < deadline) {
+        hnx_host_tbl_poll();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    std::fprintf(stderr, "hnx-load: the %zu request rows written are deleted%s\n", n,
+                 output_rows() > baseline ? "; the daemon has not yet taken back all its entries"
+                                          : "");
+    return 0;
+}
+
 }  // namespace
 
 int load_run(const load_opts &o, load_figures *f) {
+    pid_t pid = -1;
+    if (int rv = check_daemon(o, &pid)) return rv;
     run_state s;
     if (int rv = open_tables(s)) return rv;
     int smoothed = 0;
-    pid_t pid = -1;
     if (!o.daemon.empty() && (pid = start_fresh(o, &smoothed)) <= 0) return 2;
-    if (o.daemon.empty()) pid = load_daemon_pid(o);
     std::vector<load_req> reqs, ops;
     if (o.workload == "churn") ops = load_churn_ops(o, &reqs);
     else reqs = load_make(o.workload == "restart" ? o.base : o.workload, o);
-    int rv = measure(s, o, pid, reqs, ops, f);
+    int rv = check_keys(reqs, ops);
+    const long baseline = output_rows();
+    if (rv == 0) rv = measure(s, o, pid, reqs, ops, f);
     if (rv == 0 && o.workload == "restart") rv = restart(s, o, &pid, &smoothed, f);
+    if (load_stopped()) rv = 128 + load_stopped();
+    const int end = end_rows(s, o, baseline);
     if (!o.daemon.empty()) load_daemon_kill(pid);
-    return rv;
+    return rv != 0 ? rv : end;
 }

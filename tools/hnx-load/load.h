@@ -30,6 +30,7 @@ struct load_opts {
     std::string daemon;            // start this daemon program ("" : use a running one)
     std::string cap;               // capability profile installed before the start
     bool json = false;
+    bool keep = false;             // leave the request rows written in the store
     int batch = 64;                // rows per transaction
     double rate = 20000;           // churn: operations per second
     double secs = 5;               // churn: length
@@ -59,11 +60,22 @@ struct load_proc_stats {
 };
 pid_t load_daemon_start(const load_opts &o);
 void load_daemon_kill(pid_t pid);
+// The instance lock file under the root.
+std::string load_lock_path();
+// The pid of the daemon that holds the instance lock (0 when it lies in
+// another pid namespace), or -1 when none holds it.
 pid_t load_daemon_pid(const load_opts &o);
+// True when a daemon holds the lock (its pid in *pid) and answers on its
+// command socket; otherwise *why says what is missing.
+bool load_daemon_answers(const load_opts &o, pid_t *pid, std::string *why);
 bool load_proc_read(pid_t pid, load_proc_stats *out);
 // Waits until the daemon's error output holds its n-th line saying that
 // data smoothing ended on the VRRP output table. False after `limit`.
 bool load_wait_smoothed(const load_opts &o, int n, double limit);
+
+// main.cc: SIGINT and SIGTERM end a run early, through its clean-up: the
+// signal taken (0 while none came).
+int load_stopped();
 
 // driver.cc: writes requests and follows the output tables.
 int load_run(const load_opts &o, load_figures *fig);

@@ -1,5 +1,7 @@
 // hnx-load: drives the L3 MAC daemon through the table store with a
-// workload of user requests and prints what it measured.
+// workload of user requests and prints what it measured; a signal ends the
+// run early, after it has taken its rows back.
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -14,9 +16,12 @@ namespace {
 const char kUsage[] =
     "usage: hnx-load [--root DIR] WORKLOAD [options]\n"
     "workloads: l3intf, vrrp, mixed, scale, scale2, churn, restart\n"
+    "Loads the daemon that runs under the root, or one it starts (--daemon), and\n"
+    "deletes the request rows it wrote when it ends, also on SIGINT or SIGTERM.\n"
     "  --daemon [PROG]   start the daemon (default: hnx-l3table-l3mac beside this tool)\n"
 "  --cap FILE        capability profile to install under the root before the start\n"
     "  --json            one JSON object instead of lines\n"
+    "  --keep            leave the request rows written in the store\n"
     "  --batch N         requests per transaction (64)\n"
     "  --rate N --secs S churn: operations per second and seconds (20000, 5)\n"
     "  --requests N --macs M  scale: requests over MACs; churn: MAC pool (100000, 1000)\n"
@@ -62,6 +67,7 @@ std::string parse(int argc, char **argv, load_opts &o) {
     for (int i = 1; i < argc; i++) {
         std::string a = argv[i];
         if (a == "--json") o.json = true;
+        else if (a == "--keep") o.keep = true;
         else if (a == "--daemon") {
             bool has = i + 1 < argc && argv[i + 1][0] != '-' && std::string(argv[i + 1]).find('/') != std::string::npos;
             o.daemon = has ? argv[++i] : beside_me(argv[0]);
@@ -79,7 +85,24 @@ std::string parse(int argc, char **argv, load_opts &o) {
     return "";
 }
 
+volatile sig_atomic_t g_stop = 0;
+
+// The first signal asks the run to end through its clean-up; the handler
+// is reset by it, so that a second one ends the tool at once.
+void on_stop(int sig) { g_stop = sig; }
+
+void watch_stop() {
+    struct sigaction sa = {};
+    sa.sa_handler = on_stop;
+    sa.sa_flags = SA_RESETHAND;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+}
+
 }  // namespace
+
+int load_stopped() { return g_stop; }
 
 int main(int argc, char **argv) {
     load_opts o;
@@ -88,8 +111,13 @@ int main(int argc, char **argv) {
         return 1;
     }
     if (o.has_root) hnx_host_set_root(o.root);
+    watch_stop();
     load_figures fig;
     int rv = load_run(o, &fig);
-    load_print(fig, o.workload, o.json);
+    if (load_stopped()) {
+        std::fprintf(stderr, "hnx-load: stopped by signal %d\n", int(load_stopped()));
+        return rv;
+    }
+    if (rv == 0 || !fig.items.empty()) load_print(fig, o.workload, o.json);
     return rv;
 }
