@@ -5,6 +5,7 @@
 // and the guide's stop recipe still finds a daemon whose pid file a
 // refused start has emptied.
 #include <csignal>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include "support/l3mac_world.h"
@@ -185,6 +186,19 @@ TEST_F(StartTest, AnUnknownKeyOfTheServiceIsWarnedOfAndTheStartGoesOn) {
     const managed_result cap = managed_run(kBin, root_, "hnx-cmd", {kDaemon, "show-cap"});
     EXPECT_NE(cap.out.find("tcam cap   = 256\n"), std::string::npos) << cap.out;
     EXPECT_NE(cap.out.find("tcam2 cap  = 512\n"), std::string::npos) << cap.out;
+}
+
+// A FIFO in place of the level file once held the start for good: only a
+// regular file is read, anything else is level 0 with a line that says so.
+TEST_F(StartTest, ALevelFileThatIsNoRegularFileIsSaidAndTakenAsLevelZero) {
+    const std::string dbg = root_ + "/etc/route/debug/l3mac.dbg";
+    ASSERT_EQ(mkfifo(dbg.c_str(), 0600), 0);
+    start_first();
+    const std::string err = managed_slurp(root_ + "/daemon.out.err");
+    EXPECT_NE(err.find(kDaemon + ": debug level file " + dbg +
+                       " is not a regular file; level 0 (write the level into a plain file)\n"),
+              std::string::npos) << err;
+    EXPECT_EQ(managed_slurp(root_ + "/daemon.out"), "");  // level 0 prints nothing
 }
 
 // The open of a refused start empties the pid file (it truncates before it

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "diag/l3mac_log.h"
@@ -21,11 +22,29 @@ constexpr int L3MAC_EXIT_ACTION = 2;
 constexpr int L3MAC_MARKER_FOUND = -15;
 constexpr int L3MAC_STORE_DB = 16;  // the store that ss_rt_tbl_connect_db connects to
 
+// The debug level file opened for reading, or null. Only a regular file is
+// read: the open does not wait (a FIFO without a writer would hold the
+// start for good), and anything else counts as no file, said on stderr.
+FILE *l3mac_open_dbg_file(const char *path) {
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    struct stat st;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        std::fprintf(stderr, "%s: debug level file %s is not a regular file; level 0 "
+                             "(write the level into a plain file)\n", L3MAC_PROC_NAME, path);
+        close(fd);
+        return nullptr;
+    }
+    FILE *f = fdopen(fd, "r");
+    if (!f) close(fd);
+    return f;
+}
+
 // The level of the debug level file: 0 without a file, 7 for a file that
 // holds no number, so that a touched file turns logging fully on.
 int l3mac_read_dbg_level() {
     char path[PATH_MAX];
-    FILE *f = std::fopen(kw_root_path(L3MAC_DBG_FILE, path, sizeof path), "r");
+    FILE *f = l3mac_open_dbg_file(kw_root_path(L3MAC_DBG_FILE, path, sizeof path));
     if (!f) return 0;
     int level = 0;
     if (std::fscanf(f, "%d", &level) != 1) level = 7;
