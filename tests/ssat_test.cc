@@ -3,13 +3,20 @@
 #include <cstdio>
 #include <filesystem>
 #include <tuple>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/host/ssat_args.h"
 #include "platform/host/ssat_help.h"
 #include "platform/host/ssat_host.h"
+#include "platform/host/ssat_server.h"
 #include "platform/ssat.h"
 
 namespace {
@@ -145,6 +152,101 @@ TEST_F(SsatModule, HelpListsNamesAndFormatsAsRegistered) {
               "probe NUM TEXT MAC\n    probe the framework\n    format: \"num=%d, text=%s, mac=%m\"\n");
     EXPECT_EQ(ssat_help_entry(cmds[1], nullptr), "nothing\n    format: \" void \"\n");
     EXPECT_FALSE(ssat_help_parse("probe num=%d\n", &cmds));
+}
+
+
+
+// A client of the module's socket: connected, nothing sent yet.
+int ssat_client(const std::string &path) {
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un a = {};
+    a.sun_family = AF_UNIX;
+    std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path.c_str());
+    if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// What a client has been sent, and whether the server has closed its side.
+std::pair<std::string, bool> ssat_drain(int fd) {
+    std::string got;
+    char buf[256];
+    while (true) {
+        ssize_t n = recv(fd, buf, sizeof buf, MSG_DONTWAIT);
+        if (n > 0) got.append(buf, size_t(n));
+        else return {got, n == 0};
+    }
+}
+
+// A server killed a moment ago may still listen while its successor
+// starts; the holder of the path's lock takes the path all the same, and a
+// path whose lock another process holds stays that process's.
+TEST_F(SsatModule, TheHolderOfThePathsLockOwnsThePath) {
+    const std::string path = root_ + "/var/run/hnx/other.sock";
+    const int old = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un a = {};
+    a.sun_family = AF_UNIX;
+    std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path.c_str());
+    ASSERT_EQ(bind(old, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
+    ASSERT_EQ(listen(old, 4), 0);  // the predecessor, still listening
+    struct stat before;
+    ASSERT_EQ(stat(path.c_str(), &before), 0);
+    EXPECT_EQ(ssat_serve(&loop_, "other", path), 0);
+    struct stat after;
+    ASSERT_EQ(stat(path.c_str(), &after), 0);
+    EXPECT_NE(after.st_ino, before.st_ino);
+    close(old);
+
+    int ready[2], release[2];
+    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_EQ(pipe(release), 0);
+    const std::string third = root_ + "/var/run/hnx/third.sock";
+    const pid_t holder = fork();
+    if (holder == 0) {  // another process that serves `third`
+        int fd = open((third + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
+        struct flock lk = {};
+        lk.l_type = F_WRLCK;
+        char c = fcntl(fd, F_SETLK, &lk) == 0 ? 'y' : 'n';
+        (void)!write(ready[1], &c, 1);
+        (void)!read(release[0], &c, 1);
+        _exit(0);
+    }
+    char c = 0;
+    ASSERT_EQ(read(ready[0], &c, 1), 1);
+    ASSERT_EQ(c, 'y');
+    EXPECT_EQ(ssat_serve(&loop_, "third", third), SSAT_E_BUSY);
+    (void)!write(release[1], &c, 1);
+    waitpid(holder, nullptr, 0);
+    EXPECT_EQ(ssat_serve(&loop_, "third", third), 0);  // its lock went with it
+    for (int fd : {ready[0], ready[1], release[0], release[1]}) close(fd);
+}
+
+// Clients beyond the bound are told the module is busy; clients that send
+// nothing are dropped when their time is up, and their places come back.
+TEST_F(SsatModule, ConnectionsAreBoundedInNumberAndTime) {
+    const ssat_conn_limits old = ssat_server_set_limits({.max_conns = 3, .timeout_ms = 30});
+    const std::string path = root_ + "/var/run/hnx/" + MOD + ".sock";
+    std::vector<int> idle;
+    for (int i = 0; i < 4; i++) idle.push_back(ssat_client(path));
+    for (int i = 0; i < 8; i++) uv_run(&loop_, UV_RUN_NOWAIT);
+    auto [said, closed] = ssat_drain(idle[3]);
+    EXPECT_NE(said.find("the module serves 3 connections already; try again"), std::string::npos);
+    EXPECT_TRUE(closed);
+    for (int i = 0; i < 3; i++) EXPECT_EQ(ssat_drain(idle[i]), std::pair(std::string(), false));
+
+    // The timer ends the idle ones; the loop runs until they are gone.
+    for (int i = 0; i < 200 && !ssat_drain(idle[2]).second; i++) uv_run(&loop_, UV_RUN_ONCE);
+    for (int i = 0; i < 3; i++) EXPECT_TRUE(ssat_drain(idle[i]).second) << i;
+    for (int i = 0; i < 4; i++) uv_run(&loop_, UV_RUN_NOWAIT);
+    const int fresh = ssat_client(path);
+    ASSERT_EQ(send(fresh, "probe 5 x 0:0:0:0:0:1\n", 22, 0), 22);
+    for (int i = 0; i < 8; i++) uv_run(&loop_, UV_RUN_NOWAIT);
+    EXPECT_NE(ssat_drain(fresh).first.find("probe 5 x"), std::string::npos);
+    for (int fd : idle) close(fd);
+    close(fresh);
+    ssat_server_set_limits(old);
 }
 
 }  // namespace
