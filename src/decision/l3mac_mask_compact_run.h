@@ -13,6 +13,23 @@
 
 inline constexpr uint32_t COMPACT_MAX_WIDTH = 14;
 
+// Set bits of a number of up to 16 bits, by table: the build targets CPUs
+// without a popcount instruction, where std::popcount is a library call,
+// and the prime tables count the bits of every choice of ignored bits.
+struct compact_bits_table {
+    uint8_t n[256];
+};
+
+inline constexpr compact_bits_table COMPACT_BITS8 = [] {
+    compact_bits_table t{};
+    for (uint32_t x = 1; x < 256; ++x) t.n[x] = static_cast<uint8_t>(t.n[x / 2] + (x & 1));
+    return t;
+}();
+
+inline uint32_t compact_bits(uint32_t x) {
+    return COMPACT_BITS8.n[x & 0xFF] + COMPACT_BITS8.n[x >> 8 & 0xFF];
+}
+
 // Steps of the covering search: each is one look at one {row, column}
 // incidence, so that a budget means the same amount of work on every
 // machine and the result never depends on the clock.

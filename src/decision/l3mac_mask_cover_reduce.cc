@@ -40,20 +40,15 @@ void take_column(cover_reducer *r, uint32_t c) {
         r->row_live[r->m->col_rows[i]] = 0;
 }
 
-bool take_essentials(cover_reducer *r) {
-    bool changed = false;
+void take_essentials(cover_reducer *r) {
     for (uint32_t w = 0; w < r->m->nrows; ++w) {
         if (!r->row_live[w]) continue;
         uint32_t only = COVER_NONE, live = 0;
         for (uint32_t i = r->row_start[w]; i < r->row_start[w + 1] && live < 2; ++i)
             if (r->col_live[r->row_cols[i]]) only = r->row_cols[i], ++live;
         r->steps += r->row_start[w + 1] - r->row_start[w];
-        if (live == 1) {
-            take_column(r, only);
-            changed = true;
-        }
+        if (live == 1) take_column(r, only);
     }
-    return changed;
 }
 
 // Whether every live row of c is a row of d: each is looked up in the
@@ -133,7 +128,7 @@ void drop_row(cover_reducer *r, uint32_t w) {
 
 // Rows with the same live columns are one row: all but the first go.
 // Rows are grouped by a hash of their columns and compared within a group.
-bool drop_twin_rows(cover_reducer *r) {
+void drop_twin_rows(cover_reducer *r) {
     uint32_t n = 0;
     for (uint32_t w = 0; w < r->m->nrows; ++w) {
         if (!r->row_live[w]) continue;
@@ -148,7 +143,6 @@ bool drop_twin_rows(cover_reducer *r) {
     std::sort(r->row_order, r->row_order + n, [hash](uint32_t a, uint32_t b) {
         return hash[a] != hash[b] ? hash[a] < hash[b] : a < b;
     });
-    bool changed = false;
     for (uint32_t k = 0, first = 0; k < n; ++k) {
         const uint32_t w = r->row_order[k];
         if (hash[w] != hash[r->row_order[first]]) {
@@ -157,10 +151,9 @@ bool drop_twin_rows(cover_reducer *r) {
         }
         for (uint32_t j = first; j < k && r->row_live[w]; ++j) {
             const uint32_t v = r->row_order[j];
-            if (r->row_live[v] && same_columns(r, v, w)) drop_row(r, w), changed = true;
+            if (r->row_live[v] && same_columns(r, v, w)) drop_row(r, w);
         }
     }
-    return changed;
 }
 
 }  // namespace
@@ -183,12 +176,15 @@ void cover_open_reducer(cover_reducer *r, const cover_matrix *m, uint64_t budget
     r->budget = budget;
 }
 
+// Only a dropped column can leave a row with one column or make two rows
+// twins, and the columns are judged after the essentials and the twins of
+// the same round: a round that drops no column is the last.
 void cover_reduce(cover_reducer *r) {
-    bool changed = true;
-    while (changed && !spent(r)) {
-        changed = take_essentials(r);
+    bool dropped = true;
+    while (dropped && !spent(r)) {
+        take_essentials(r);
         count_degrees(r);
-        changed |= drop_twin_rows(r);
-        if (!spent(r)) changed |= drop_dominated_columns(r);
+        drop_twin_rows(r);
+        dropped = !spent(r) && drop_dominated_columns(r);
     }
 }
