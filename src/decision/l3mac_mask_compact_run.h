@@ -69,6 +69,15 @@ void l3mac_compact_release(compact_output *out);
 // already holds value 0 and not the top value. *primes is allocated; 0 or -1.
 int l3mac_compact_primes(uint32_t width, const uint64_t *on, compact_cube **primes,
                          uint32_t *count);
+// The same primes in the same order, found by splitting the set on its top
+// bit, which costs little when the set is a few runs of consecutive
+// numbers and much more than the tables when it is many.
+int l3mac_compact_primes_split(uint32_t width, const uint64_t *on, compact_cube **primes,
+                               uint32_t *count);
+// Runs of consecutive numbers in `on` (2^width bits).
+uint32_t l3mac_compact_runs(uint32_t width, const uint64_t *on);
+// Sets of at most this many runs take l3mac_compact_primes_split.
+inline constexpr uint32_t COMPACT_SPLIT_RUNS = 64;
 
 // A covering problem: columns with a cost each, every column a run of row
 // numbers, every row in at least one column.
