@@ -87,7 +87,7 @@ void count_greedy(const compact_call *c, list_head *head, uint32_t *entries, uin
 // A template as the greedy search makes them: its numbers highest first,
 // then each lower one by clearing subsets of the ignored bits.
 mask_template *new_template(const compact_cube &q) {
-    const int32_t level = std::popcount(q.free);
+    const int32_t level = compact_bits(q.free);
     auto *t = static_cast<mask_template *>(
         l3mac_malloc(sizeof(mask_template) + (sizeof(uint32_t) << level)));
     if (!t) return nullptr;
@@ -118,7 +118,7 @@ int fill_list(const compact_cube *cubes, uint32_t n, list_head *head) {
 }
 
 bool cube_order(const compact_cube &a, const compact_cube &b) {
-    const int la = std::popcount(a.free), lb = std::popcount(b.free);
+    const int la = compact_bits(a.free), lb = compact_bits(b.free);
     if (la != lb) return la < lb;
     return a.key != b.key ? a.key < b.key : a.free < b.free;
 }

@@ -114,7 +114,7 @@ int add_held_columns(compact_run *r, uint32_t nprimes) {
 int build_matrix(compact_run *r) {
     uint64_t nnz = 0;
     for (uint32_t j = 0; j < r->ncols; ++j)
-        nnz += (1ull << std::popcount(r->cols[j].free)) - (r->cols[j].key == 0);
+        nnz += (1ull << compact_bits(r->cols[j].free)) - (r->cols[j].key == 0);
     r->col_start = static_cast<uint32_t *>(l3mac_malloc((r->ncols + 1) * sizeof(uint32_t)));
     r->col_rows = static_cast<uint32_t *>(l3mac_malloc((nnz ? nnz : 1) * sizeof(uint32_t)));
     r->cost = static_cast<int64_t *>(l3mac_malloc((r->ncols ? r->ncols : 1) * sizeof(int64_t)));
@@ -133,7 +133,7 @@ int build_matrix(compact_run *r) {
 }
 
 bool cube_before(const compact_cube &a, const compact_cube &b) {
-    const int la = std::popcount(a.free), lb = std::popcount(b.free);
+    const int la = compact_bits(a.free), lb = compact_bits(b.free);
     if (la != lb) return la < lb;
     if (a.key != b.key) return a.key < b.key;
     return a.free < b.free;
@@ -165,7 +165,11 @@ int l3mac_compact_cover(const compact_input *in, compact_output *out) {
     compact_run r;
     int rv = open_compact_run(&r, in);
     uint32_t nprimes = 0;
-    if (rv == 0) rv = l3mac_compact_primes(in->width, r.on, &r.cols, &nprimes);
+    if (rv == 0) {
+        const bool few_runs = l3mac_compact_runs(in->width, r.on) <= COMPACT_SPLIT_RUNS;
+        rv = few_runs ? l3mac_compact_primes_split(in->width, r.on, &r.cols, &nprimes)
+                      : l3mac_compact_primes(in->width, r.on, &r.cols, &nprimes);
+    }
     if (rv == 0) rv = add_held_columns(&r, nprimes);
     if (rv == 0) rv = build_matrix(&r);
     if (rv == 0) rv = solve(&r, out);

@@ -13,6 +13,23 @@
 
 inline constexpr uint32_t COMPACT_MAX_WIDTH = 14;
 
+// Set bits of a number of up to 16 bits, by table: the build targets CPUs
+// without a popcount instruction, where std::popcount is a library call,
+// and the prime tables count the bits of every choice of ignored bits.
+struct compact_bits_table {
+    uint8_t n[256];
+};
+
+inline constexpr compact_bits_table COMPACT_BITS8 = [] {
+    compact_bits_table t{};
+    for (uint32_t x = 1; x < 256; ++x) t.n[x] = static_cast<uint8_t>(t.n[x / 2] + (x & 1));
+    return t;
+}();
+
+inline uint32_t compact_bits(uint32_t x) {
+    return COMPACT_BITS8.n[x & 0xFF] + COMPACT_BITS8.n[x >> 8 & 0xFF];
+}
+
 // Steps of the covering search: each is one look at one {row, column}
 // incidence, so that a budget means the same amount of work on every
 // machine and the result never depends on the clock.
@@ -52,6 +69,15 @@ void l3mac_compact_release(compact_output *out);
 // already holds value 0 and not the top value. *primes is allocated; 0 or -1.
 int l3mac_compact_primes(uint32_t width, const uint64_t *on, compact_cube **primes,
                          uint32_t *count);
+// The same primes in the same order, found by splitting the set on its top
+// bit, which costs little when the set is a few runs of consecutive
+// numbers and much more than the tables when it is many.
+int l3mac_compact_primes_split(uint32_t width, const uint64_t *on, compact_cube **primes,
+                               uint32_t *count);
+// Runs of consecutive numbers in `on` (2^width bits).
+uint32_t l3mac_compact_runs(uint32_t width, const uint64_t *on);
+// Sets of at most this many runs take l3mac_compact_primes_split.
+inline constexpr uint32_t COMPACT_SPLIT_RUNS = 64;
 
 // A covering problem: columns with a cost each, every column a run of row
 // numbers, every row in at least one column.

@@ -103,7 +103,7 @@ struct prime_run {
 };
 
 uint32_t index_bits(const prime_run *r, uint32_t f) {
-    return r->width - static_cast<uint32_t>(std::popcount(f));
+    return r->width - compact_bits(f);
 }
 
 int open_prime_run(prime_run *r, uint32_t width) {
@@ -180,7 +180,7 @@ int primes_of(prime_run *r, uint32_t f) {
     for (uint32_t rest = compared; rest; rest &= rest - 1) {
         const uint32_t b = static_cast<uint32_t>(std::countr_zero(rest));
         if (!r->whole[f | 1u << b]) continue;
-        const uint32_t pos = static_cast<uint32_t>(std::popcount(compared & ((1u << b) - 1)));
+        const uint32_t pos = compact_bits(compared & ((1u << b) - 1));
         clear_spread(p, m, pos, r->bits + r->offset[f | 1u << b]);
     }
     if (m < 6) p[0] &= (1ull << (1u << m)) - 1;
