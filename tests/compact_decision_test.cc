@@ -37,40 +37,6 @@ TEST_F(CoverModeProfile, TheKeyChoosesTheModeAndItsAbsenceIsNoFailure) {
 }
 
 // Both modes keep every entry at its index through a restart.
-class CoverModes : public ManagedWorld, public testing::WithParamInterface<bool> {
-protected:
-    l3mac_caps caps() const { return {.tcam_cap = 64, .compact_cover = GetParam()}; }
-};
-
-std::vector<hw_entry> adds_of(const std::string &table) {
-    std::vector<hw_entry> out;
-    for (const tbl_op &op : managed_journal(table)) {
-        EXPECT_TRUE(op.is_add) << table;
-        out.push_back(op.entry);
-    }
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-TEST_P(CoverModes, ARestartWithUnchangedRequestsMovesNothing) {
-    start(caps());
-    want(kA, {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20});
-    want(kB, {3, 5, 6, 100, 101, 102, 103});
-    sw_l3mac_mac_decision();
-    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
-    const uint32_t used = in_use();
-    EXPECT_EQ(used, GetParam() ? 4u + 4u : 5u + 4u);
-
-    restart();
-    EXPECT_EQ(l3mac_data_check(), 0);
-    EXPECT_EQ(adds_of("hw_res"), hw);
-    EXPECT_EQ(adds_of("bak"), bak);
-    EXPECT_EQ(managed_hw_rows(), hw);
-    EXPECT_EQ(in_use(), used);
-}
-
-INSTANTIATE_TEST_SUITE_P(GreedyAndCompact, CoverModes, testing::Bool());
-
 using CoverModeChange = ManagedWorld;
 
 // VLANs 10-20 take five entries in the greedy cover and four in the

@@ -45,9 +45,12 @@ void write_stray_backup(const mac6 &mac, uint32_t evlan, uint32_t idx) {
 
 using DsTest = ManagedWorld;
 
-TEST_F(DsTest, ARestartWithUnchangedRequestsRewritesEveryRowInPlace) {
-    start({.tcam_cap = 16});
-    want(kA, {3, 5, 6});
+// In both cover modes: the covers are the same for the same sets.
+class DsModes : public ManagedWorld, public testing::WithParamInterface<bool> {};
+
+TEST_P(DsModes, ARestartWithUnchangedRequestsRewritesEveryRowInPlace) {
+    start({.tcam_cap = 16, .compact_cover = GetParam()});
+    want(kA, {3, 5, 6, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20});
     want(kB, {1, 2, 3}, VRRP);
     sw_l3mac_mac_decision();
     const auto hw = managed_hw_rows(), bak = managed_bak_rows();
@@ -62,6 +65,8 @@ TEST_F(DsTest, ARestartWithUnchangedRequestsRewritesEveryRowInPlace) {
     EXPECT_TRUE(list_empty(&l3mac_pending_head));
     EXPECT_EQ(l3mac_is_ds_end(), 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(GreedyAndCompact, DsModes, testing::Bool());
 
 TEST_F(DsTest, ARestoredEntryThatNoUserWantsGoesWithBothRows) {
     start({.tcam_cap = 16});
