@@ -4,3 +4,8 @@
 // Hands every waiting change of every subscribed store to its handlers;
 // returns how many reached a handler.
 int tbl_feed_poll_all();
+
+// Joins the change logs that this process could not join yet and reads
+// afresh the tables whose changes were lost; returns how many stores still
+// wait for that.
+int tbl_feed_mend();

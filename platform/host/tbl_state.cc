@@ -2,6 +2,7 @@
 // that tests use to start again: see tbl_state.h.
 #include "platform/host/tbl_state.h"
 
+#include "platform/host/tbl_retry.h"
 #include "platform/host/tbl_turn.h"
 
 #include <set>
@@ -62,7 +63,10 @@ void forget_parent() {
     p.stores.clear();
     p.feeds.clear();
     for (auto &[id, t] : p.tables) t->ds.timer = nullptr;
+    p.kept.clear();
     p.kick = nullptr;
+    p.retry = nullptr;
+    p.retry_ms = 0;
     p.loop = nullptr;
 }
 
@@ -79,6 +83,7 @@ tbl_store *tbl_store_of(int db) {
     if (it != p.stores.end()) return it->second.get();
     std::unique_ptr<tbl_store> st = tbl_store::open(db, store_path(db));
     if (!st) return nullptr;
+    if (p.loop) st->set_busy_ms(kTblLoopBusyMs);
     return p.stores.emplace(db, std::move(st)).first->second.get();
 }
 
@@ -104,6 +109,7 @@ void hnx_host_tbl_reset() {
     close_feeds(p);
     for (auto &[id, t] : p.tables) tbl_close_handle(reinterpret_cast<uv_handle_t *>(t->ds.timer));
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.kick));
+    tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.retry));
     p = tbl_process{};
     p.keep_journal = true;
 }
