@@ -5,7 +5,9 @@
 // written, and the service mends itself when the fault ends.
 #include <algorithm>
 #include <chrono>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,7 @@
 #include "diag/l3mac_release.h"
 #include "frame/l3mac_ds.h"
 #include "platform/host/hnx_host.h"
+#include "platform/host/tbl_feed.h"
 #include "platform/host/tbl_retry.h"
 #include "platform/host/tbl_scan.h"
 #include "platform/host/tbl_turn.h"
@@ -388,6 +391,58 @@ TEST_F(ChangeLog, AStalledReaderThatLostChangesResynchronisesDeletionsIncluded) 
     elsewhere([](ss_rt_tbl *t) { del(t, 20); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
     EXPECT_EQ(seen(), (std::vector<std::string>{"del 20"}));
+}
+
+}  // namespace
+
+namespace {
+
+// A store file removed or replaced under a reading process ends it, for its
+// supervisor; a store whose pages are damaged in a way that quick_check
+// passes is refused at the start with a line that says how to recover.
+TEST_F(ChangeLog, AReplacedStoreEndsTheReaderADamagedOneIsRefusedAtTheStart) {
+    subscribe();
+    const std::string path = root_ + "/var/run/hnx/store-16.db";
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(child_status([&] {
+                  subscribe();  // the child's own connection and feed
+                  tbl_feed_check_files();
+                  std::rename(path.c_str(), (path + ".old").c_str());
+                  tbl_feed_check_files();
+              }), kTblExitStore);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ss_rt_tbl: store 16 (" + path + ") was removed or replaced while in use: exiting "
+              "with status 75 for a restart on the store that stands now\n");
+    std::rename((path + ".old").c_str(), path.c_str());
+
+    for (uint32_t i = 1; i <= 300; i++) set(hw_, i, i);
+    hnx_host_tbl_reset();  // every connection closed: the log is in the file
+    // A bit flipped in the rows' keys: integrity_check finds it, quick_check
+    // does not.
+    std::string bytes;
+    {
+        std::ifstream in(path, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    bool damaged = false;
+    for (size_t at = 4096; at < bytes.size() && !damaged; at += 97) {
+        std::string flipped = bytes;
+        flipped[at] = char(flipped[at] ^ 0x40);
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << flipped;
+        other_client c(root_);
+        damaged = c.one("SELECT count(*) FROM pragma_quick_check WHERE quick_check = 'ok'") == 1 &&
+                  c.one("SELECT count(*) FROM pragma_integrity_check WHERE integrity_check = 'ok'") == 0;
+    }
+    ASSERT_TRUE(damaged);
+    testing::internal::CaptureStderr();
+    l3mac_tbl_init();
+    EXPECT_EQ(l3mac_ctx.tbl_hw_res, nullptr);
+    EXPECT_EQ(ss_rt_tbl_connect_db(l3mac_connect_cb), -11);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(l3mac_count_of(said, "ss_rt_tbl: store 16 (" + path + ") is damaged ("), 1) << said;
+    EXPECT_NE(said.find("): refused. Stop every process of the store, move the file away (with "
+                        "its -wal and -shm files) and start them again: each writes its rows anew\n"),
+              std::string::npos);
 }
 
 }  // namespace

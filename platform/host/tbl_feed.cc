@@ -26,6 +26,7 @@
 
 #include "platform/host/tbl_ds.h"
 #include "platform/host/tbl_retry.h"
+#include "platform/host/tbl_scan.h"
 #include "platform/host/tbl_state.h"
 #include "platform/host/tbl_turn.h"
 
@@ -207,7 +208,12 @@ void on_wal(uv_fs_event_t *h, const char *, int, int) {
     uv_timer_start(f.settle, on_settle, 1, 0);
 }
 
-void on_backstop(uv_timer_t *t) { wake(db_of(t)); }
+// Every second, also while nothing is written: a store removed or replaced
+// under the process would leave it reading a file nobody writes any more.
+void on_backstop(uv_timer_t *t) {
+    tbl_feed_check_files();
+    wake(db_of(t));
+}
 
 uv_timer_t *new_timer(uv_loop_t *loop, void *tag) {
     uv_timer_t *t = tbl_new_handle<uv_timer_t>();
@@ -283,6 +289,19 @@ int ss_rt_tbl_subscribe_detail(ss_rt_tbl *tbl, ss_rt_tbl_row_fn set, ss_rt_tbl_r
     }
     if (fresh && st->top(&tbl->sub_from) != 0) tbl->sub_from = 0;
     return open_feed(tbl->db, st);
+}
+
+void tbl_feed_check_files() {
+    for (auto &[db, f] : tbl_proc().feeds) {
+        auto st = tbl_proc().stores.find(db);
+        if (st == tbl_proc().stores.end() || !st->second->file_replaced()) continue;
+        std::fprintf(stderr,
+                     "ss_rt_tbl: store %d (%s) was removed or replaced while in use: exiting with "
+                     "status %d for a restart on the store that stands now\n",
+                     db, st->second->path().c_str(), kTblExitStore);
+        std::fflush(nullptr);
+        _exit(kTblExitStore);
+    }
 }
 
 int tbl_feed_mend() {

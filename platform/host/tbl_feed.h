@@ -9,3 +9,8 @@ int tbl_feed_poll_all();
 // afresh the tables whose changes were lost; returns how many stores still
 // wait for that.
 int tbl_feed_mend();
+
+// Ends the process (one line, status 75) when the file of a store that it
+// reads is no longer the one it opened (removed, or another put in its
+// place), for its supervisor to start it again on the store that stands.
+void tbl_feed_check_files();

@@ -107,6 +107,7 @@ struct tbl_process {
     uv_timer_t *retry = nullptr;
     uint64_t retry_ms = 0;                   // the retry timer's current back-off
     bool waiting_said = false;               // smoothing's wait has been said
+    std::set<int> damaged;                   // stores refused at open: not sound
 };
 
 tbl_process &tbl_proc();

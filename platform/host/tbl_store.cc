@@ -9,6 +9,7 @@
 
 #include <pthread.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -160,6 +161,8 @@ int tbl_store::setup() {
             return fail("prepare");
     }
     data_changed();
+    struct stat sb {};
+    if (stat(path_.c_str(), &sb) == 0) dev_ = sb.st_dev, ino_ = sb.st_ino;
     return 0;
 }
 
@@ -444,4 +447,23 @@ int tbl_store::snapshot(const std::vector<std::string> &tables,
     stmt_use c{prep(rv == 0 ? kCommit : kRollback)};
     sqlite3_step(c.s);
     return rv;
+}
+
+int tbl_store::check_integrity(std::string *problem) {
+    sqlite3_stmt *s = nullptr;
+    if (sqlite3_prepare_v2(sql_, "PRAGMA integrity_check(1)", -1, &s, nullptr) != SQLITE_OK) {
+        *problem = sqlite3_errmsg(sql_);
+        return kFail;
+    }
+    int rc = sqlite3_step(s);
+    auto *text = rc == SQLITE_ROW ? reinterpret_cast<const char *>(sqlite3_column_text(s, 0)) : nullptr;
+    *problem = text ? text : sqlite3_errmsg(sql_);
+    sqlite3_finalize(s);
+    return *problem == "ok" ? 0 : kFail;
+}
+
+bool tbl_store::file_replaced() const {
+    struct stat sb {};
+    if (stat(path_.c_str(), &sb) != 0) return errno == ENOENT;
+    return sb.st_dev != dev_ || sb.st_ino != ino_;
 }

@@ -84,6 +84,14 @@ public:
     // How far behind the newest change this writer prunes in any case
     // (kTblLogCap unless a test wants a short log).
     void set_log_cap(int64_t changes) { log_cap_ = changes; }
+    // PRAGMA integrity_check, which also finds keys out of order that
+    // quick_check passes: 0 when the file is sound, else -11 with the first
+    // problem in *problem.
+    int check_integrity(std::string *problem);
+    // Whether the file at the store's path is no longer the one this
+    // connection opened (removed, or another file put in its place).
+    bool file_replaced() const;
+
     // The text of the last failure of this connection.
     const std::string &last_error() const { return last_error_; }
 
@@ -146,6 +154,8 @@ private:
     int64_t data_version_ = -1;
     int busy_ms_ = kTblBusyMs;
     int64_t log_cap_ = kTblLogCap;
+    dev_t dev_ = 0;
+    ino_t ino_ = 0;
     std::string last_error_;
     int logged_ = 0;  // changes logged since the last prune
 };
