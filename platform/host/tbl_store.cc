@@ -202,10 +202,17 @@ int tbl_store::begin() {
     return fail("begin");
 }
 
+// Every writer prunes once its changes are committed, also one that
+// batches its writes in transactions of its own (a users' tool), so that
+// the log's bound does not rest on another process writing.
 int tbl_store::commit() {
     if (depth_ == 0 || --depth_ > 0) return 0;
-    stmt_use u{prep(kCommit)};
-    if (sqlite3_step(u.s) == SQLITE_DONE) return 0;
+    int done = 0;
+    {
+        stmt_use u{prep(kCommit)};
+        done = sqlite3_step(u.s) == SQLITE_DONE;
+    }
+    if (done) return prune(), 0;
     int rv = fail("commit");
     stmt_use r{prep(kRollback)};
     sqlite3_step(r.s);

@@ -50,9 +50,10 @@ struct tbl_change {
 pid_t tbl_self_pid();
 
 // Changes further than this behind the newest are pruned even when a reader
-// still stands on them: a reader that stalls this long loses the oldest
-// (and says so when it reads on).
-constexpr int64_t kTblLogCap = 1 << 20;
+// still stands on them: a reader that stalls this long loses the oldest and
+// reads its tables afresh when it reads on. The store lives in memory
+// (/var/run), and each change holds its whole row.
+constexpr int64_t kTblLogCap = 1 << 17;
 
 // The highest sequence number a change may carry: a million changes a
 // second would take centuries to reach it.
