@@ -45,8 +45,8 @@ int apply(tbl_store *st, const tbl_write_op &op) {
                      : st->put(op.tbl->name, op.key, op.row, &changed);
 }
 
-// A subscribed table's own writes are what its handlers must not be told
-// again when the table is read afresh.
+// A subscribed table's own writes, once they stand in the store, are what
+// its handlers must not be told again when the table is read afresh.
 void note_seen(const tbl_write_op &op) {
     ss_rt_tbl *t = op.tbl;
     if (!t->on_set && !t->on_del) return;
@@ -67,6 +67,7 @@ int write_kept(int db, tbl_kept &k) {
         for (auto it = k.order.begin(); rv == 0 && it != k.order.end(); ++it) rv = apply(st, *it);
         rv = st->finish(rv);
     }
+    for (auto it = k.order.begin(); rv == 0 && it != k.order.end(); ++it) note_seen(*it);
     if (rv != 0) {
         p.stats.last_error = st->last_error();
         return kFail;
@@ -101,11 +102,19 @@ void tbl_retry_arm() {
 int tbl_write(tbl_write_op op) {
     tbl_process &p = tbl_proc();
     const int db = op.tbl->db;
-    note_seen(op);
+    // A process without a loop (a tool) has no timer to retry with, and
+    // batches its writes in transactions of its own: it gets the failure.
+    if (!p.loop) {
+        tbl_store *st = tbl_store_of(db);
+        int rv = st ? apply(st, op) : kFail;
+        if (rv == 0) note_seen(op);
+        return rv;
+    }
     if (tbl_kept_count(db) == 0) {
         tbl_store *st = tbl_turn_store(db);
         int rv = st ? apply(st, op) : kFail;
         if (rv == 0) {
+            note_seen(op);
             if (p.turn_open.count(db)) p.turn_writes[db].push_back(std::move(op));
             return 0;
         }

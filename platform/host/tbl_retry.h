@@ -18,7 +18,8 @@ constexpr int kTblLoopBusyMs = 50;
 
 // Writes a row (or erases it, op.row then being the key row) through this
 // turn's transaction, or keeps it. 0 when it stands in the store or in the
-// turn's open transaction; -11 when it was kept for a retry.
+// turn's open transaction; -11 when it was kept for a retry. A process
+// without a loop writes at once and gets the failure, as before.
 int tbl_write(tbl_write_op op);
 
 // The turn transaction of `db` failed to commit: its writes are kept, ahead
