@@ -117,6 +117,7 @@ TEST_F(StoreFault, AStartWhileAnotherClientHoldsTheWriteLockWaitsAndKeepsEveryEn
     EXPECT_NE(testing::internal::GetCapturedStderr().find(
                   "ss_rt_tbl: data smoothing starts: the store is ready\n"), std::string::npos);
     EXPECT_EQ(l3mac_is_ds_end(), 1);
+    EXPECT_EQ(in_use(), hw.size());  // the service holds every entry again
     tbl_turn_commit();
     EXPECT_EQ(managed_hw_rows(), hw);
     EXPECT_EQ(managed_bak_rows(), bak);
