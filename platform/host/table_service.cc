@@ -1,12 +1,13 @@
 // The table service's calls for the service and its tools: creating
 // tables, connecting, and writing rows. Delivery to subscribers is in
-// tbl_feed.cc, scans in tbl_scan.cc, data smoothing in tbl_ds.cc.
+// tbl_feed.cc, scans in tbl_scan.cc, data smoothing in tbl_ds.cc, writes
+// that the store refused in tbl_retry.cc.
 #include <cstdio>
 
 #include "platform/host/tbl_ds.h"
 #include "platform/host/tbl_feed.h"
+#include "platform/host/tbl_retry.h"
 #include "platform/host/tbl_state.h"
-#include "platform/host/tbl_turn.h"
 #include "platform/ss_rt_tbl.h"
 
 namespace {
@@ -14,6 +15,27 @@ namespace {
 constexpr int kInvalid = -4;
 constexpr int kFail = -11;
 constexpr int kInputDb = 16;
+
+// Smoothing rebuilds the service from its tables and then deletes every
+// output row that it did not write again: it must not start before this
+// process stands in the change log of every subscribed table's store and
+// can read those tables. Empty when it may start, else what it waits for.
+std::string smoothing_waits_for() {
+    tbl_process &p = tbl_proc();
+    for (auto &[id, t] : p.tables) {
+        if (!t->on_set && !t->on_del) continue;
+        auto f = p.feeds.find(t->db);
+        if (f == p.feeds.end() || !f->second.joined)
+            return "store " + std::to_string(t->db) + ": not in its change log yet";
+        if (f->second.resync_due)
+            return "store " + std::to_string(t->db) + ": its tables are to be read afresh";
+        tbl_store *st = tbl_store_of(t->db);
+        std::vector<tbl_row> probe;
+        if (!st || st->page(t->name, nullptr, 1, &probe) != 0)
+            return t->name + " cannot be read" + (st ? ": " + st->last_error() : "");
+    }
+    return "";
+}
 
 // The connect callback and the smoothing routine run from the loop, one
 // turn after they became due, never inside the call that made them due.
@@ -24,10 +46,7 @@ void kick_fire(uv_timer_t *) {
         p.connected = true;
         if (p.connect_cb) p.connect_cb();
     }
-    if (p.connected && p.ds_fn && !p.ds_called) {
-        p.ds_called = true;
-        p.ds_fn();
-    }
+    tbl_smoothing_kick();
 }
 
 void kick() {
@@ -61,10 +80,30 @@ void journal(const ss_rt_tbl *tbl, bool is_add, const ProtobufCMessage *row) {
 
 }  // namespace
 
+void tbl_smoothing_kick() {
+    tbl_process &p = tbl_proc();
+    if (!p.connected || !p.ds_fn || p.ds_called) return;
+    std::string wait = smoothing_waits_for();
+    if (!wait.empty()) {
+        if (!p.waiting_said)
+            std::fprintf(stderr, "ss_rt_tbl: data smoothing waits: %s\n", wait.c_str());
+        p.waiting_said = true;
+        tbl_retry_arm();
+        return;
+    }
+    if (p.waiting_said) std::fprintf(stderr, "ss_rt_tbl: data smoothing starts: the store is ready\n");
+    p.waiting_said = false;
+    p.ds_called = true;
+    p.ds_fn();
+}
+
+// The loop's process waits for a busy store only briefly: what the store
+// refuses is kept and retried from the loop instead.
 int ss_rt_tbl_init(kw_global *global, const char *, int) {
     tbl_process &p = tbl_proc();
     p.global = global;
     p.loop = global ? hnx_host_loop(global) : nullptr;
+    for (auto &[db, st] : p.stores) st->set_busy_ms(p.loop ? kTblLoopBusyMs : kTblBusyMs);
     return 0;
 }
 
@@ -110,26 +149,23 @@ int ss_rt_tbl_reg_ds_func(ss_rt_tbl_void_fn fn) {
     return 0;
 }
 
+// A write that the store refuses is kept and lands later: its key counts
+// as written for smoothing all the same, so that the end of smoothing does
+// not delete the row it is to replace.
 int ss_rt_tbl_add_str(ss_rt_tbl *tbl, const ProtobufCMessage *row, int, int) {
     journal(tbl, true, row);
     if (!row_fits(tbl, row)) return kInvalid;
-    tbl_store *st = tbl_turn_store(tbl->db);
-    if (!st) return kFail;
     tbl_bytes key = tbl_key_of(row, tbl->key);
-    bool changed = false;
-    int rv = st->put(tbl->name, key, tbl_pack(row), &changed);
-    if (rv == 0) tbl_ds_mark(tbl, key);
-    return rv;
+    tbl_ds_mark(tbl, key);
+    return tbl_write({tbl, false, key, tbl_pack(row)});
 }
 
 int ss_rt_tbl_del_str(ss_rt_tbl *tbl, const ProtobufCMessage *row, int, int) {
     journal(tbl, false, row);
     if (!row_fits(tbl, row)) return kInvalid;
-    tbl_store *st = tbl_turn_store(tbl->db);
-    if (!st) return kFail;
     tbl_bytes key = tbl_key_of(row, tbl->key);
-    bool changed = false;
-    return st->erase(tbl->name, key, tbl_key_row(tbl->key, key), &changed);
+    tbl_bytes key_row = tbl_key_row(tbl->key, key);
+    return tbl_write({tbl, true, std::move(key), std::move(key_row)});
 }
 
 const std::vector<hnx_tbl_write> &hnx_host_tbl_journal() { return tbl_proc().journal; }

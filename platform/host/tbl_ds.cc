@@ -5,6 +5,8 @@
 
 #include <cstdio>
 
+#include "platform/host/tbl_retry.h"
+
 namespace {
 
 constexpr int kInvalid = -4;
@@ -35,19 +37,20 @@ int leftovers(tbl_store *st, const ss_rt_tbl *tbl, std::vector<tbl_bytes> *out) 
     return 0;
 }
 
-// One transaction for the whole sweep: subscribers see the leftovers go in
-// key order, and a failure leaves every row standing.
+// The leftovers go in key order, in this turn's one transaction where the
+// process has a loop. A delete that the store refuses is kept and retried
+// like any write, so that a busy store leaves no leftover behind for good.
 int sweep(ss_rt_tbl *tbl) {
     tbl_store *st = tbl_store_of(tbl->db);
     if (!st) return kFail;
     std::vector<tbl_bytes> gone;
     if (leftovers(st, tbl, &gone) != 0) return kFail;
-    if (st->begin() != 0) return kFail;
     int rv = 0;
-    bool changed = false;
-    for (size_t i = 0; i < gone.size() && rv == 0; i++)
-        rv = st->erase(tbl->name, gone[i], tbl_key_row(tbl->key, gone[i]), &changed);
-    return st->finish(rv);
+    for (tbl_bytes &key : gone) {
+        tbl_bytes key_row = tbl_key_row(tbl->key, key);
+        rv |= tbl_write({tbl, true, std::move(key), std::move(key_row)});
+    }
+    return rv == 0 ? 0 : kFail;
 }
 
 int end_window(ss_rt_tbl *tbl) {

@@ -2,8 +2,10 @@
 // that tests use to start again: see tbl_state.h.
 #include "platform/host/tbl_state.h"
 
+#include "platform/host/tbl_retry.h"
 #include "platform/host/tbl_turn.h"
 
+#include <cstdio>
 #include <set>
 #include <string>
 
@@ -62,7 +64,10 @@ void forget_parent() {
     p.stores.clear();
     p.feeds.clear();
     for (auto &[id, t] : p.tables) t->ds.timer = nullptr;
+    p.kept.clear();
     p.kick = nullptr;
+    p.retry = nullptr;
+    p.retry_ms = 0;
     p.loop = nullptr;
 }
 
@@ -74,13 +79,36 @@ std::string tbl_store_path(int db) {
 
 void tbl_set_open_mode(tbl_open mode) { tbl_proc().open_mode = mode; }
 
+namespace {
+
+// The loop's process (the service) writes its output from what it reads: a
+// damaged store would make it write wrong rows, or the same entry twice.
+bool sound(tbl_store *st) {
+    std::string problem;
+    if (st->check_integrity(&problem) == 0) return true;
+    std::fprintf(stderr,
+                 "ss_rt_tbl: store %d (%s) is damaged (%s): refused. Stop every process of the "
+                 "store, move the file away (with its -wal and -shm files) and start them again: "
+                 "each writes its rows anew\n",
+                 st->db(), st->path().c_str(), problem.c_str());
+    return false;
+}
+
+}  // namespace
+
 tbl_store *tbl_store_of(int db) {
     tbl_process &p = tbl_proc();
     if (!p.stores.empty() && p.stores.begin()->second->owner() != tbl_self_pid()) forget_parent();
     auto it = p.stores.find(db);
     if (it != p.stores.end()) return it->second.get();
+    if (p.damaged.count(db)) return nullptr;
     std::unique_ptr<tbl_store> st = tbl_store::open(db, tbl_store_path(db), p.open_mode);
     if (!st) return nullptr;
+    if (p.loop && !sound(st.get())) {
+        p.damaged.insert(db);
+        return nullptr;
+    }
+    if (p.loop) st->set_busy_ms(kTblLoopBusyMs);
     return p.stores.emplace(db, std::move(st)).first->second.get();
 }
 
@@ -106,6 +134,7 @@ void hnx_host_tbl_reset() {
     close_feeds(p);
     for (auto &[id, t] : p.tables) tbl_close_handle(reinterpret_cast<uv_handle_t *>(t->ds.timer));
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.kick));
+    tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.retry));
     p = tbl_process{};
     p.keep_journal = true;
 }

@@ -1,12 +1,16 @@
 // The table service's state in this process: the runtime it was given, the
 // open stores, the tables, the subscriptions' read positions, smoothing
-// windows, and the journal of this process's writes.
+// windows, the writes that wait for the store, and the journal of this
+// process's writes.
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
 #include <set>
+#include <unordered_map>
 #include <unordered_set>
 #include <string>
 #include <utility>
@@ -37,6 +41,34 @@ struct ss_rt_tbl {
     ss_rt_tbl_row_fn on_del = nullptr;
     int64_t sub_from = 0;                      // changes after this reach the handlers
     tbl_ds ds;
+    // A subscribed table's rows as its handlers last saw them (key bytes to
+    // a hash of the row), so that a reader that missed changes can hand on
+    // exactly what differs, deletions included.
+    std::unordered_map<std::string, uint64_t> seen;
+};
+
+// One row write of this process: a put, or an erase (row: the key row).
+struct tbl_write_op {
+    ss_rt_tbl *tbl = nullptr;
+    bool is_del = false;
+    tbl_bytes key;
+    tbl_bytes row;
+};
+
+// The writes of one store that it refused for now (busy, full), in write
+// order, one per {table, key}: a later write of a key replaces the kept one
+// and goes to the end.
+struct tbl_kept {
+    std::list<tbl_write_op> order;
+    std::map<std::pair<std::string, tbl_bytes>, std::list<tbl_write_op>::iterator> at;
+};
+
+// What became of the writes that the store refused.
+struct tbl_write_stats {
+    uint64_t failed = 0;    // writes refused (or lost with their turn's commit), each once
+    uint64_t written = 0;   // kept writes that reached the store later
+    uint64_t retries = 0;   // attempts to write the kept ones
+    std::string last_error;
 };
 
 // What a subscribing process reads of one store: its position in the change
@@ -44,6 +76,8 @@ struct ss_rt_tbl {
 struct tbl_feed {
     int64_t cursor = 0;      // last change handed on (or skipped)
     int64_t recorded = 0;    // last position written to the store's readers
+    bool joined = false;     // this process stands in the store's readers
+    bool resync_due = false; // changes were lost: read the tables afresh
     uv_fs_event_t *wal_watch = nullptr;
     uv_timer_t *settle = nullptr;    // looks again shortly after a wake
     int settle_step = 0;
@@ -68,9 +102,23 @@ struct tbl_process {
     uv_prepare_t *turn_prepare = nullptr;
     uv_check_t *turn_check = nullptr;
     tbl_open open_mode = tbl_open::create;   // how stores are opened from now on
+    std::map<int, std::vector<tbl_write_op>> turn_writes;  // this turn's, until committed
+    std::map<int, tbl_kept> kept;
+    tbl_write_stats stats;
+    uv_timer_t *retry = nullptr;
+    uint64_t retry_ms = 0;                   // the retry timer's current back-off
+    bool waiting_said = false;               // smoothing's wait has been said
+    std::set<int> damaged;                   // stores refused at open: not sound
 };
 
 tbl_process &tbl_proc();
+
+// A hash of a packed row (FNV-1a), to tell a changed row from a seen one.
+inline uint64_t tbl_row_hash(const tbl_bytes &row) {
+    uint64_t h = 14695981039346656037ull;
+    for (uint8_t b : row) h = (h ^ b) * 1099511628211ull;
+    return h;
+}
 
 // The store of number `db`, opened on first use under the current file
 // root. Null after an error line when it cannot be opened. A child process

@@ -1,6 +1,7 @@
 // One table store over SQLite: see tbl_store.h.
 #include "platform/host/tbl_store.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -8,18 +9,19 @@
 
 #include <pthread.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr int kFail = -11;
-constexpr int kBusyMs = 5000;
 constexpr int kPruneEvery = 128;
 
-// The change log numbers its changes by rowid, max + 1. Pruning never takes
-// the newest change, so the numbers never go back; AUTOINCREMENT would
-// promise the same at the price of a third B-tree write for every change
-// (its sqlite_sequence row), a fifth of the cost of a row write.
+// The change log numbers its changes max + 1 within 1..kTblSeqMax. Pruning
+// never takes the newest change, so the numbers never go back;
+// AUTOINCREMENT would promise the same at the price of a third B-tree write
+// for every change (its sqlite_sequence row), a fifth of the cost of a row
+// write, and would follow a stray number at the top of the range.
 const char *const kSchema =
     "CREATE TABLE IF NOT EXISTS rows("
     " tbl TEXT NOT NULL, key BLOB NOT NULL, val BLOB NOT NULL,"
@@ -31,31 +33,40 @@ const char *const kSchema =
 
 enum stmt_id {
     kGet, kPut, kErase, kLog, kPageFirst, kPageNext, kTop, kChanges, kJoin, kRecord,
-    kLeave, kReaders, kDropReader, kPrune, kLogSize, kDataVersion, kBegin, kCommit,
-    kRollback, kStmtCount
+    kLeave, kReaders, kDropReader, kSlowest, kPrune, kDropStray, kLogSize, kDataVersion,
+    kBegin, kBeginRead, kCommit, kRollback, kStmtCount
 };
+
+#define SEQ_MAX "9007199254740992"
+static_assert(kTblSeqMax == 9007199254740992);
 
 const char *const kSql[kStmtCount] = {
     "SELECT val FROM rows WHERE tbl = ?1 AND key = ?2",
     "INSERT INTO rows(tbl, key, val) VALUES(?1, ?2, ?3)"
     " ON CONFLICT(tbl, key) DO UPDATE SET val = excluded.val WHERE val IS NOT excluded.val",
     "DELETE FROM rows WHERE tbl = ?1 AND key = ?2",
-    "INSERT INTO changes(tbl, op, key, val, writer) VALUES(?1, ?2, ?3, ?4, ?5)",
+    "INSERT INTO changes(seq, tbl, op, key, val, writer) VALUES(COALESCE((SELECT seq FROM"
+    " changes WHERE seq <= " SEQ_MAX " ORDER BY seq DESC LIMIT 1), 0) + 1, ?1, ?2, ?3, ?4, ?5)",
     "SELECT key, val FROM rows WHERE tbl = ?1 ORDER BY key LIMIT ?2",
     "SELECT key, val FROM rows WHERE tbl = ?1 AND key > ?3 ORDER BY key LIMIT ?2",
-    "SELECT COALESCE(MAX(seq), 0) FROM changes",
-    "SELECT seq, tbl, op, val, writer FROM changes WHERE seq > ?1 ORDER BY seq LIMIT ?2",
+    "SELECT COALESCE((SELECT seq FROM changes WHERE seq <= " SEQ_MAX
+    " ORDER BY seq DESC LIMIT 1), 0)",
+    "SELECT seq, tbl, op, val, writer FROM changes WHERE seq > ?1 AND seq <= " SEQ_MAX
+    " ORDER BY seq LIMIT ?2",
     "INSERT INTO readers(pid, seq) VALUES(?1, ?2)"
     " ON CONFLICT(pid) DO UPDATE SET seq = excluded.seq",
     "UPDATE readers SET seq = ?2 WHERE pid = ?1",
     "DELETE FROM readers WHERE pid = ?1",
     "SELECT pid FROM readers",
     "DELETE FROM readers WHERE pid = ?1",
-    "DELETE FROM changes WHERE seq < ?1 AND (seq <= COALESCE((SELECT MIN(seq) FROM readers), ?1)"
-    " OR seq <= ?1 - ?2)",
+    "SELECT MIN(seq) FROM readers",
+    // A range from the log's start, so that a prune costs what it removes.
+    "DELETE FROM changes WHERE seq <= ?1",
+    "DELETE FROM changes WHERE seq > " SEQ_MAX,
     "SELECT count(*) FROM changes",
     "PRAGMA data_version",
     "BEGIN IMMEDIATE",
+    "BEGIN",
     "COMMIT",
     "ROLLBACK",
 };
@@ -90,9 +101,9 @@ tbl_bytes column_blob(sqlite3_stmt *s, int i) {
 // SQLite's own busy wait sleeps for milliseconds at a time, longer than a
 // whole write batch of another process: waiting in short steps lets a
 // writer in as soon as the other's transaction ends.
-int busy_wait(void *, int tries) {
+int busy_wait(void *arg, int tries) {
     constexpr int kStepUs = 100;
-    if (tries * kStepUs >= kBusyMs * 1000) return 0;
+    if (int64_t(tries) * kStepUs >= int64_t(*static_cast<const int *>(arg)) * 1000) return 0;
     usleep(kStepUs);
     return 1;
 }
@@ -112,7 +123,7 @@ bool pid_is_dead(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 // one that meets the other's switch is told "locked" at once, without the
 // busy wait. It tries again for as long as a busy wait would last.
 void wait_for_wal(sqlite3 *db) {
-    for (int waited = 0; waited < kBusyMs; waited += 5) {
+    for (int waited = 0; waited < kTblBusyMs; waited += 5) {
         if (sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr) != SQLITE_BUSY)
             return;
         usleep(5000);
@@ -144,7 +155,7 @@ std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path, tbl_
         st->fail("open");
         return nullptr;
     }
-    sqlite3_busy_handler(st->sql_, busy_wait, nullptr);
+    sqlite3_busy_handler(st->sql_, busy_wait, &st->busy_ms_);
     if (st->setup(mode) != 0) return nullptr;
     return st;
 }
@@ -170,6 +181,8 @@ int tbl_store::setup(tbl_open mode) {
             return fail("prepare");
     }
     data_changed();
+    struct stat sb {};
+    if (stat(path_.c_str(), &sb) == 0) dev_ = sb.st_dev, ino_ = sb.st_ino;
     return 0;
 }
 
@@ -188,9 +201,10 @@ void tbl_store::abandon() {
 // and by the connect: an open that fails as the last one did is not said
 // again.
 int tbl_store::fail(const char *what) {
+    last_error_ = std::string(what) + ": " + (sql_ ? sqlite3_errmsg(sql_) : "no connection");
     static std::string last_open;
-    std::string line = "ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): " + what +
-                       ": " + (sql_ ? sqlite3_errmsg(sql_) : "no connection") + "\n";
+    std::string line = "ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): " +
+                       last_error_ + "\n";
     const bool is_open = std::string_view(what) == "open";
     if (!is_open || line != last_open) std::fputs(line.c_str(), stderr);
     if (is_open) last_open = std::move(line);
@@ -200,8 +214,8 @@ int tbl_store::fail(const char *what) {
 int tbl_store::exec(const char *sql) {
     char *err = nullptr;
     if (sqlite3_exec(sql_, sql, nullptr, nullptr, &err) == SQLITE_OK) return 0;
-    std::fprintf(stderr, "ss_rt_tbl: store %d (%s): %s\n", db_, path_.c_str(),
-                 err ? err : "failed");
+    last_error_ = err ? err : "failed";
+    std::fprintf(stderr, "ss_rt_tbl: store %d (%s): %s\n", db_, path_.c_str(), last_error_.c_str());
     sqlite3_free(err);
     return kFail;
 }
@@ -216,10 +230,17 @@ int tbl_store::begin() {
     return fail("begin");
 }
 
+// Every writer prunes once its changes are committed, also one that
+// batches its writes in transactions of its own (a users' tool), so that
+// the log's bound does not rest on another process writing.
 int tbl_store::commit() {
     if (depth_ == 0 || --depth_ > 0) return 0;
-    stmt_use u{prep(kCommit)};
-    if (sqlite3_step(u.s) == SQLITE_DONE) return 0;
+    int done = 0;
+    {
+        stmt_use u{prep(kCommit)};
+        done = sqlite3_step(u.s) == SQLITE_DONE;
+    }
+    if (done) return prune(), 0;
     int rv = fail("commit");
     stmt_use r{prep(kRollback)};
     sqlite3_step(r.s);
@@ -348,6 +369,13 @@ int tbl_store::join(int64_t *seq) {
     return finish(rv);
 }
 
+int tbl_store::join_at(int64_t seq) {
+    stmt_use u{prep(kJoin)};
+    sqlite3_bind_int64(u.s, 1, owner_);
+    sqlite3_bind_int64(u.s, 2, seq);
+    return sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("join readers");
+}
+
 int tbl_store::record(int64_t seq) {
     stmt_use u{prep(kRecord)};
     sqlite3_bind_int64(u.s, 1, owner_);
@@ -379,18 +407,34 @@ int tbl_store::drop_dead_readers() {
     return 0;
 }
 
+// Everything below the slowest live reader goes, or all but the newest when
+// no one reads; never less than what lies more than kTblLogCap behind.
+int tbl_store::prune_floor(int64_t newest, int64_t *floor) {
+    stmt_use u{prep(kSlowest)};
+    if (sqlite3_step(u.s) != SQLITE_ROW) return fail("read readers");
+    int64_t keep_from = newest - 1;
+    if (sqlite3_column_type(u.s, 0) != SQLITE_NULL)
+        keep_from = std::max<int64_t>(sqlite3_column_int64(u.s, 0), newest - log_cap_);
+    *floor = std::min(keep_from, newest - 1);
+    return 0;
+}
+
 int tbl_store::prune() {
     if (logged_ < kPruneEvery) return 0;
     logged_ = 0;
     if (begin() != 0) return kFail;
-    int64_t newest = 0;
+    int64_t newest = 0, floor = 0;
     int rv = drop_dead_readers();
     if (rv == 0) rv = top(&newest);
+    if (rv == 0) rv = prune_floor(newest, &floor);
     if (rv == 0) {
         stmt_use u{prep(kPrune)};
-        sqlite3_bind_int64(u.s, 1, newest);
-        sqlite3_bind_int64(u.s, 2, kTblLogCap);
+        sqlite3_bind_int64(u.s, 1, floor);
         rv = sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("prune changes");
+    }
+    if (rv == 0) {
+        stmt_use u{prep(kDropStray)};
+        rv = sqlite3_step(u.s) == SQLITE_DONE ? 0 : fail("drop stray changes");
     }
     return finish(rv);
 }
@@ -409,4 +453,52 @@ bool tbl_store::data_changed() {
     bool moved = v != data_version_;
     data_version_ = v;
     return moved;
+}
+
+int tbl_store::limit_pages(int64_t pages) {
+    std::string sql = "PRAGMA max_page_count=" + std::to_string(pages > 0 ? pages : 4294967294LL);
+    return exec(sql.c_str());
+}
+
+int tbl_store::snapshot(const std::vector<std::string> &tables,
+                        std::vector<std::vector<tbl_row>> *out, int64_t *top_seq) {
+    out->assign(tables.size(), {});
+    {
+        stmt_use b{prep(kBeginRead)};
+        if (sqlite3_step(b.s) != SQLITE_DONE) return fail("begin read");
+    }
+    int rv = top(top_seq);
+    for (size_t i = 0; i < tables.size() && rv == 0; i++) {
+        const tbl_bytes *after = nullptr;
+        tbl_bytes last;
+        size_t before = 0;
+        do {
+            before = (*out)[i].size();
+            rv = page(tables[i], after, 1024, &(*out)[i]);
+            if (rv == 0 && (*out)[i].size() > before) last = (*out)[i].back().key;
+            after = &last;
+        } while (rv == 0 && (*out)[i].size() - before == 1024);
+    }
+    stmt_use c{prep(rv == 0 ? kCommit : kRollback)};
+    sqlite3_step(c.s);
+    return rv;
+}
+
+int tbl_store::check_integrity(std::string *problem) {
+    sqlite3_stmt *s = nullptr;
+    if (sqlite3_prepare_v2(sql_, "PRAGMA integrity_check(1)", -1, &s, nullptr) != SQLITE_OK) {
+        *problem = sqlite3_errmsg(sql_);
+        return kFail;
+    }
+    int rc = sqlite3_step(s);
+    auto *text = rc == SQLITE_ROW ? reinterpret_cast<const char *>(sqlite3_column_text(s, 0)) : nullptr;
+    *problem = text ? text : sqlite3_errmsg(sql_);
+    sqlite3_finalize(s);
+    return *problem == "ok" ? 0 : kFail;
+}
+
+bool tbl_store::file_replaced() const {
+    struct stat sb {};
+    if (stat(path_.c_str(), &sb) != 0) return errno == ENOENT;
+    return sb.st_dev != dev_ || sb.st_ino != ino_;
 }

@@ -8,8 +8,14 @@
 // writer drops the readers whose process is gone and prunes the log up to
 // the slowest live reader, or all but the newest change when there is none
 // (a new reader starts from the end). Changes more than kTblLogCap behind
-// the newest go in any case. The newest always stays: the next change's
-// number follows it.
+// the newest go in any case, so that a stopped reader cannot grow the log
+// without end; it finds the gap when it reads on and reads the tables
+// afresh. The newest always stays: the next change's number follows it.
+//
+// Sequence numbers run from 1 to kTblSeqMax. A row outside that range can
+// only come from another writer's mistake: readers never see it, writers
+// number past it, and pruning removes it, so that it cannot make a reader
+// wait for numbers that never come.
 #pragma once
 
 #include <cstdint>
@@ -44,9 +50,18 @@ struct tbl_change {
 pid_t tbl_self_pid();
 
 // Changes further than this behind the newest are pruned even when a reader
-// still stands on them: a reader that stalls this long loses the oldest
-// (and says so when it reads on).
-constexpr int64_t kTblLogCap = 1 << 20;
+// still stands on them: a reader that stalls this long loses the oldest and
+// reads its tables afresh when it reads on. The store lives in memory
+// (/var/run), and each change holds its whole row.
+constexpr int64_t kTblLogCap = 1 << 17;
+
+// The highest sequence number a change may carry: a million changes a
+// second would take centuries to reach it.
+constexpr int64_t kTblSeqMax = int64_t(1) << 53;
+
+// How long a writer waits for another connection's write lock by default
+// (the tools); the event loop's process waits far less, see set_busy_ms.
+constexpr int kTblBusyMs = 5000;
 
 // How a process opens a store file. The daemon and the writers create a
 // missing store with its folders; a tool that only reads must never do so,
@@ -72,6 +87,26 @@ public:
     int db() const { return db_; }
     pid_t owner() const { return owner_; }
     const std::string &path() const { return path_; }
+
+    // How long a statement waits for another connection's lock before it
+    // fails as busy.
+    void set_busy_ms(int ms) { busy_ms_ = ms; }
+    // Caps the store file at `pages` pages on this connection: a write that
+    // needs more fails as on a full disk. 0 lifts the cap.
+    int limit_pages(int64_t pages);
+    // How far behind the newest change this writer prunes in any case
+    // (kTblLogCap unless a test wants a short log).
+    void set_log_cap(int64_t changes) { log_cap_ = changes; }
+    // PRAGMA integrity_check, which also finds keys out of order that
+    // quick_check passes: 0 when the file is sound, else -11 with the first
+    // problem in *problem.
+    int check_integrity(std::string *problem);
+    // Whether the file at the store's path is no longer the one this
+    // connection opened (removed, or another file put in its place).
+    bool file_replaced() const;
+
+    // The text of the last failure of this connection.
+    const std::string &last_error() const { return last_error_; }
 
     // A child process after fork must not touch its parent's connection:
     // this drops the handle without closing it.
@@ -99,12 +134,18 @@ public:
     int top(int64_t *seq);
     int changes(int64_t after, int limit, std::vector<tbl_change> *out);
     int join(int64_t *seq);      // reader from the current top on
+    int join_at(int64_t seq);    // reader from seq on
     int record(int64_t seq);     // reader has delivered up to seq
     int leave();                 // no longer a reader
     int prune();
     int log_size(int64_t *n);
     // Whether another connection committed since the last call.
     bool data_changed();
+
+    // The rows of each of `tables` and the log's top, read in one snapshot,
+    // so that the changes after *top are exactly those the rows miss.
+    int snapshot(const std::vector<std::string> &tables, std::vector<std::vector<tbl_row>> *out,
+                 int64_t *top);
 
 private:
     tbl_store(int db, std::string path) : db_(db), path_(std::move(path)) {}
@@ -116,6 +157,7 @@ private:
     int log_change(std::string_view table, bool is_del, const tbl_bytes &key,
                    const tbl_bytes &row);
     int drop_dead_readers();
+    int prune_floor(int64_t newest, int64_t *floor);
 
     int db_;
     std::string path_;
@@ -124,5 +166,10 @@ private:
     std::vector<sqlite3_stmt *> stmts_;
     int depth_ = 0;
     int64_t data_version_ = -1;
+    int busy_ms_ = kTblBusyMs;
+    int64_t log_cap_ = kTblLogCap;
+    dev_t dev_ = 0;
+    ino_t ino_ = 0;
+    std::string last_error_;
     int logged_ = 0;  // changes logged since the last prune
 };

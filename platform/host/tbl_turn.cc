@@ -3,6 +3,7 @@
 // callbacks wrote after it woke.
 #include "platform/host/tbl_turn.h"
 
+#include "platform/host/tbl_retry.h"
 #include "platform/host/tbl_state.h"
 
 namespace {
@@ -29,7 +30,7 @@ tbl_store *tbl_turn_store(int db) {
     tbl_process &p = tbl_proc();
     tbl_store *st = tbl_store_of(db);
     if (!st || !p.loop || p.turn_open.count(db)) return st;
-    if (st->begin() != 0) return st;
+    if (st->begin() != 0) return nullptr;
     p.turn_open.insert(db);
     arm(p);
     return st;
@@ -42,9 +43,16 @@ void tbl_turn_commit(int db) {
             ++it;
             continue;
         }
-        auto st = p.stores.find(*it);
-        if (st != p.stores.end() && st->second->commit() == 0) st->second->prune();
+        const int db_open = *it;
         it = p.turn_open.erase(it);
+        auto st = p.stores.find(db_open);
+        if (st == p.stores.end()) continue;
+        if (st->second->commit() == 0) {
+            p.turn_writes.erase(db_open);
+            st->second->prune();
+        } else {
+            tbl_keep_turn(db_open, st->second->last_error());
+        }
     }
 }
 
@@ -56,6 +64,7 @@ void tbl_turn_forget(bool close_handles) {
         tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.turn_check));
     }
     p.turn_open.clear();
+    p.turn_writes.clear();
     p.turn_prepare = nullptr;
     p.turn_check = nullptr;
 }

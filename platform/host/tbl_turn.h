@@ -8,10 +8,11 @@
 
 // The store of `db` with this turn's transaction open; without a loop, the
 // store as it is (each write its own transaction). Null when it cannot be
-// opened.
+// opened, or the turn's transaction cannot begin (the store is busy).
 tbl_store *tbl_turn_store(int db);
 
-// Commits the open turn transaction of `db` (every store for -1).
+// Commits the open turn transaction of `db` (every store for -1). A commit
+// that fails keeps the turn's writes for a retry.
 void tbl_turn_commit(int db = -1);
 
 // Closes the turn's loop handles (reset and fork).

@@ -1,0 +1,449 @@
+// Faults of the table store under a running service: another client holding
+// the write lock at the start and while the service runs, a full disk, a
+// change log with impossible numbers, and a reader that stopped while the
+// log moved on. No entry may go because the store could not be read or
+// written, and the service mends itself when the fault ends.
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "decision/l3mac_decision.h"
+#include "diag/l3mac_release.h"
+#include "frame/l3mac_ds.h"
+#include "platform/host/hnx_host.h"
+#include "platform/host/tbl_feed.h"
+#include "platform/host/tbl_retry.h"
+#include "platform/host/tbl_scan.h"
+#include "platform/host/tbl_turn.h"
+#include "support/managed_proc.h"
+#include "support/managed_world.h"
+
+namespace {
+
+constexpr int kTblWrite = 133;  // the service's failure code of a failed add
+const mac6 kA{2, 0, 0, 0, 0, 0x0A}, kB{2, 0, 0, 0, 0, 0x0B};
+
+// Another client of the store, on its own connection, as sqlite3 would be.
+struct other_client {
+    sqlite3 *db = nullptr;
+    explicit other_client(const std::string &root) {
+        sqlite3_open((root + "/var/run/hnx/store-16.db").c_str(), &db);
+        sqlite3_busy_timeout(db, 5000);
+    }
+    ~other_client() { sqlite3_close(db); }
+    int exec(const std::string &sql) {
+        return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr);
+    }
+    int64_t one(const std::string &sql) {
+        sqlite3_stmt *s = nullptr;
+        sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr);
+        int64_t v = sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
+        sqlite3_finalize(s);
+        return v;
+    }
+};
+
+// Runs `fn` in a forked child, which then exits 0; the child's exit status
+// after a bounded wait (-1 when it had to be killed).
+int child_status(const std::function<void()> &fn) {
+    const pid_t pid = fork();
+    if (pid == 0) fn(), _exit(0);
+    int status = 0;
+    if (!managed_wait([&] { return waitpid(pid, &status, WNOHANG) == pid; })) {
+        kill(pid, SIGKILL), waitpid(pid, &status, 0);
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+class StoreFault : public ManagedWorld {
+protected:
+    // A new process over the same store, started as main starts it: the
+    // connection and smoothing come from its loop, which the test turns.
+    void start_as_main() {
+        l3mac_release_all();
+        hnx_host_tbl_reset();
+        l3mac_service_reset();
+        l3mac_ctx.global = kw_global_init("hnx-l3table-l3mac", 0);
+        ASSERT_NE(l3mac_ctx.global, nullptr);
+        l3mac_tbl_init();
+        ASSERT_EQ(ss_rt_tbl_connect_db(l3mac_connect_cb), 0);
+    }
+    void turn() { uv_run(hnx_host_loop(l3mac_ctx.global), UV_RUN_NOWAIT); }
+    // Every entry of the service stands in both tables once the turn is
+    // committed, and no other.
+    static void expect_tables_match_service() {
+        tbl_turn_commit();
+        EXPECT_GT(in_use(), 0u);
+        EXPECT_EQ(managed_hw_rows().size(), in_use());
+        EXPECT_EQ(managed_bak_rows().size(), in_use());
+    }
+};
+
+TEST_F(StoreFault, AStartWhileAnotherClientHoldsTheWriteLockWaitsAndKeepsEveryEntry) {
+    start({.tcam_cap = 64});
+    want(kA, {3, 5, 6});
+    want(kB, {100, 200});
+    sw_l3mac_mac_decision();
+    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
+    ASSERT_EQ(hw.size(), 5u);
+
+    start_as_main();
+    other_client lock(root_);
+    ASSERT_EQ(lock.exec("BEGIN IMMEDIATE"), SQLITE_OK);
+    testing::internal::CaptureStderr();
+    turn();
+    turn();
+    EXPECT_EQ(tbl_retry_run(), 1);  // still locked: the join waits
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_NE(said.find("ss_rt_tbl: store 16: cannot join the change log (join readers: database "
+                        "is locked), trying again\n"), std::string::npos) << said;
+    EXPECT_NE(said.find("ss_rt_tbl: data smoothing waits: store 16: not in its change log yet\n"),
+              std::string::npos) << said;
+    EXPECT_EQ(l3mac_is_ds_end(), 0);
+    EXPECT_EQ(managed_hw_rows(), hw);
+
+    ASSERT_EQ(lock.exec("COMMIT"), SQLITE_OK);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tbl_retry_run(), 0);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                  "ss_rt_tbl: data smoothing starts: the store is ready\n"), std::string::npos);
+    EXPECT_EQ(l3mac_is_ds_end(), 1);
+    EXPECT_EQ(in_use(), hw.size());  // the service holds every entry again
+    tbl_turn_commit();
+    EXPECT_EQ(managed_hw_rows(), hw);
+    EXPECT_EQ(managed_bak_rows(), bak);
+}
+
+// A scan inside smoothing that cannot read its table ends the process
+// before the service could take the missing rows for deleted ones; outside
+// smoothing the call only fails. Smoothing does not start on a table that
+// cannot be read.
+TEST_F(StoreFault, AnUnreadableInputEndsTheProcessInsideSmoothingAndHoldsSmoothingBack) {
+    start({.tcam_cap = 64});
+    want(kA, {3});
+    tbl_turn_commit();
+    other_client other(root_);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(child_status([this] {
+                  tbl_store_of(16);  // the child's own connection
+                  other_client(root_).exec("ALTER TABLE rows RENAME TO rows_away");
+                  ss_rt_tbl_ds_begin_detail(l3mac_ctx.tbl_hw_res, 3600, 0);
+                  ss_rt_tbl_scan_detail(l3mac_ctx.tbl_res, 0, 0);
+              }), kTblExitStore);
+    EXPECT_EQ(ss_rt_tbl_scan_detail(l3mac_ctx.tbl_res, 0, 0), -11);  // not smoothing
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_NE(said.find("ss_rt_tbl: store 16: s_route.l3mac_res cannot be read during data "
+                        "smoothing (read rows: no such table: rows): exiting with status 75 for "
+                        "a restart; nothing was removed\n"), std::string::npos) << said;
+
+    ASSERT_EQ(other.exec("ALTER TABLE rows_away RENAME TO rows"), SQLITE_OK);
+    start_as_main();
+    ASSERT_EQ(other.exec("ALTER TABLE rows RENAME TO rows_away"), SQLITE_OK);
+    testing::internal::CaptureStderr();
+    turn();
+    turn();
+    EXPECT_EQ(l3mac_is_ds_end(), 0);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                  "ss_rt_tbl: data smoothing waits: s_route.l3mac_res cannot be read: read rows: "
+                  "no such table: rows\n"), std::string::npos);
+    ASSERT_EQ(other.exec("ALTER TABLE rows_away RENAME TO rows"), SQLITE_OK);
+    testing::internal::CaptureStderr();
+    tbl_retry_run();
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(l3mac_is_ds_end(), 1);
+    EXPECT_EQ(in_use(), 1u);
+    expect_tables_match_service();
+}
+
+// A full disk (the store capped at its size): the failed adds are counted,
+// the rows kept in write order, and written once there is room again,
+// without a restart.
+TEST_F(StoreFault, WritesThatFindTheDiskFullAreCountedKeptAndWrittenWhenRoomReturns) {
+    start({.tcam_cap = 256});
+    tbl_turn_commit();
+    tbl_store *st = tbl_store_of(16);
+    ASSERT_EQ(st->limit_pages(1), 0);  // no page beyond those it has
+    testing::internal::CaptureStderr();
+    for (uint32_t m = 0; m < 40; m++) {
+        want({2, 0, 0, 0, 1, uint8_t(m)}, {m + 1, m + 300});
+        sw_l3mac_mac_decision();
+    }
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_NE(said.find("database or disk is full): writes are kept and retried until the "
+                        "store takes them\n"), std::string::npos) << said.substr(0, 2000);
+    EXPECT_GT(err_count(kTblWrite), 0u);
+    EXPECT_GT(tbl_kept_count(16), 0u);
+    EXPECT_GT(tbl_proc().stats.failed, 0u);
+    EXPECT_NE(tbl_proc().stats.last_error.find("database or disk is full"), std::string::npos);
+    EXPECT_LT(managed_hw_rows().size(), size_t(in_use()));
+
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tbl_retry_run(), 1);  // still full
+    ASSERT_EQ(st->limit_pages(0), 0);
+    EXPECT_EQ(tbl_retry_run(), 0);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(tbl_kept_count(16), 0u);
+    expect_tables_match_service();
+    EXPECT_EQ(hnx_host_tbl_rows("s_route.l3mac_res").size(), 80u);
+}
+
+// Another client holds the write lock while the service runs: the loop
+// waits for it only briefly, the writes are kept, a later write of the same
+// key replaces the kept one, and all land once the lock goes.
+TEST_F(StoreFault, WritesUnderAnotherClientsLongLockAreKeptCoalescedAndWrittenInOrder) {
+    start({.tcam_cap = 64});
+    want(kA, {3, 5});
+    sw_l3mac_mac_decision();
+    tbl_turn_commit();
+    other_client lock(root_);
+    ASSERT_EQ(lock.exec("BEGIN IMMEDIATE"), SQLITE_OK);
+
+    testing::internal::CaptureStderr();
+    const auto began = std::chrono::steady_clock::now();
+    want(kB, {7, 8, 9});
+    sw_l3mac_mac_decision();
+    unwant(kA, {3, 5});
+    sw_l3mac_mac_decision();
+    want(kA, {5});
+    sw_l3mac_mac_decision();
+    // The old store waited 5 s for every write; one short wait is all now.
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(2));
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_NE(said.find("ss_rt_tbl: store 16: write refused (begin: database is locked): writes "
+                        "are kept and retried until the store takes them\n"),
+              std::string::npos) << said;
+    EXPECT_GT(err_count(kTblWrite), 0u);
+    const uint64_t failed = tbl_proc().stats.failed;
+    // One kept write per key: the requests' rows, the output and backup rows.
+    EXPECT_LT(tbl_kept_count(16), failed);
+
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tbl_retry_run(), 1);
+    ASSERT_EQ(lock.exec("COMMIT"), SQLITE_OK);
+    EXPECT_EQ(tbl_retry_run(), 0);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                  "ss_rt_tbl: store 16: " + std::to_string(tbl_proc().stats.written) +
+                  " kept writes written\n"), std::string::npos);
+    expect_tables_match_service();
+    // The input table holds exactly the standing requests.
+    EXPECT_EQ(hnx_host_tbl_rows("s_route.l3mac_res").size(), 4u);
+}
+
+// The tables of store 16 in a process of its own with a loop, as a reader
+// and writer of the change log; other writers are forked children.
+class ChangeLog : public L3macWorld {
+protected:
+    void SetUp() override {
+        L3macWorld::SetUp();
+        l3mac_ctx.global = kw_global_init("hnx-tbl-test", 0);
+        l3mac_tbl_init();
+        hw_ = l3mac_ctx.tbl_hw_res;
+        ASSERT_NE(hw_, nullptr);
+        seen().clear();
+    }
+    static std::vector<std::string> &seen() {
+        static std::vector<std::string> s;
+        return s;
+    }
+    static int on_hw(const ProtobufCMessage *m, bool set) {
+        auto *r = reinterpret_cast<const SRoute__L3macHwRes *>(m);
+        std::string s = (set ? "set " : "del ") + std::to_string(r->index->hw_id);
+        if (set && r->attr) s += ":" + std::to_string(r->attr->evlan);
+        seen().push_back(s);
+        return 0;
+    }
+    void subscribe() {
+        ASSERT_EQ(ss_rt_tbl_subscribe_detail(
+                      hw_, [](const ProtobufCMessage *m) { return on_hw(m, true); },
+                      [](const ProtobufCMessage *m) { return on_hw(m, false); }, 0, 0), 0);
+    }
+    static int set(ss_rt_tbl *t, uint32_t id, uint32_t evlan) {
+        SRoute__L3macHwKey key = S_ROUTE__L3MAC_HW_KEY__INIT;
+        SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
+        SRoute__L3macHwRes res = S_ROUTE__L3MAC_HW_RES__INIT;
+        key.hw_id = id, attr.evlan = evlan, res.index = &key, res.attr = &attr;
+        return ss_rt_tbl_add_str(t, &res.base, 0, 0);
+    }
+    static int del(ss_rt_tbl *t, uint32_t id) {
+        SRoute__L3macHwKey key = S_ROUTE__L3MAC_HW_KEY__INIT;
+        SRoute__L3macHwRes res = S_ROUTE__L3MAC_HW_RES__INIT;
+        key.hw_id = id, res.index = &key;
+        return ss_rt_tbl_del_str(t, &res.base, 0, 0);
+    }
+    // Another process writes: its rows land as it writes them.
+    void elsewhere(const std::function<void(ss_rt_tbl *)> &fn, int64_t log_cap = kTblLogCap) {
+        ss_rt_tbl *t = hw_;
+        ASSERT_EQ(child_status([&] {
+                      tbl_store_of(16)->set_log_cap(log_cap);
+                      fn(t);
+                  }), 0);
+    }
+    int64_t log_size() {
+        int64_t n = -1;
+        tbl_store_of(16)->log_size(&n);
+        return n;
+    }
+    ss_rt_tbl *hw_ = nullptr;
+};
+
+// Change rows that no writer of the service makes, put there by another
+// client: far above the top, at the top of the number range, below zero,
+// and a log emptied under its readers. None makes a reader deaf, now or
+// after a restart.
+TEST_F(ChangeLog, ImpossibleSequenceNumbersNeverMakeAReaderDeaf) {
+    subscribe();
+    elsewhere([](ss_rt_tbl *t) { set(t, 1, 1); });
+    EXPECT_EQ(hnx_host_tbl_poll(), 1);
+    other_client other(root_);
+    const std::string stray = ", 's_route.l3mac_hw_res', 1, x'0801', x'2a020801', 1)";
+    ASSERT_EQ(other.exec("INSERT INTO changes VALUES(9223372036854775807" + stray), SQLITE_OK);
+    ASSERT_EQ(other.exec("INSERT INTO changes VALUES(-5" + stray), SQLITE_OK);
+    elsewhere([](ss_rt_tbl *t) { set(t, 2, 2); });
+    EXPECT_EQ(hnx_host_tbl_poll(), 1);
+    EXPECT_EQ(seen(), (std::vector<std::string>{"set 1:1", "set 2:2"}));
+
+    // A gap of a thousand numbers: what it hides is read from the table.
+    const int64_t top = other.one("SELECT MAX(seq) FROM changes WHERE seq < 1000000");
+    ASSERT_EQ(other.exec("INSERT INTO changes VALUES(" + std::to_string(top + 1000) + stray),
+              SQLITE_OK);
+    ASSERT_EQ(other.exec("INSERT INTO rows VALUES('s_route.l3mac_hw_res', x'0809', x'2a020809')"),
+              SQLITE_OK);
+    testing::internal::CaptureStderr();
+    elsewhere([](ss_rt_tbl *t) { set(t, 3, 3); });
+    hnx_host_tbl_poll();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ss_rt_tbl: store 16: 999 changes gone before they were read: reading the "
+              "subscribed tables afresh\n"
+              "ss_rt_tbl: store 16: tables read afresh: 2 rows set, 0 deleted\n");
+    seen().erase(seen().begin(), seen().begin() + 2);
+    std::sort(seen().begin(), seen().end());
+    EXPECT_EQ(seen(), (std::vector<std::string>{"set 3:3", "set 9"}));
+
+    // The log emptied: its numbers start again below the reader's place.
+    ASSERT_EQ(other.exec("DELETE FROM changes"), SQLITE_OK);
+    seen().clear();
+    testing::internal::CaptureStderr();
+    hnx_host_tbl_poll();
+    elsewhere([](ss_rt_tbl *t) { set(t, 4, 4); });
+    hnx_host_tbl_poll();
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("the change log went back"),
+              std::string::npos);
+    EXPECT_EQ(seen(), (std::vector<std::string>{"set 4:4"}));
+
+    // A new process over the same store hears the others too.
+    ASSERT_EQ(other.exec("INSERT INTO changes VALUES(9223372036854775806" + stray), SQLITE_OK);
+    hnx_host_tbl_reset();
+    l3mac_tbl_init();
+    hw_ = l3mac_ctx.tbl_hw_res;
+    seen().clear();
+    subscribe();
+    elsewhere([](ss_rt_tbl *t) { set(t, 5, 5); });
+    EXPECT_EQ(hnx_host_tbl_poll(), 1);
+    EXPECT_EQ(seen(), (std::vector<std::string>{"set 5:5"}));
+    // Pruning takes the stray rows away.
+    elsewhere([](ss_rt_tbl *t) {
+        for (uint32_t i = 0; i < 200; i++) set(t, 6, i);
+    });
+    EXPECT_EQ(other.one("SELECT count(*) FROM changes WHERE seq > 9007199254740992 OR seq < 1"), 0);
+}
+
+// A reader that stood still while the log was pruned past it reads the
+// table afresh: every row that came or changed is set, every row it had
+// seen that is gone is deleted. The log stays bounded meanwhile.
+TEST_F(ChangeLog, AStalledReaderThatLostChangesResynchronisesDeletionsIncluded) {
+    subscribe();
+    elsewhere([](ss_rt_tbl *t) {
+        for (uint32_t i = 1; i <= 50; i++) set(t, i, i);
+    });
+    EXPECT_EQ(hnx_host_tbl_poll(), 50);
+    seen().clear();
+    // The reader is alive but does not read; the writer keeps 256 changes.
+    elsewhere([](ss_rt_tbl *t) {
+        for (uint32_t i = 1; i <= 10; i++) del(t, i);
+        for (uint32_t i = 100; i < 1100; i++) set(t, i, i);
+        set(t, 20, 2000);
+        for (uint32_t i = 0; i < 500; i++) set(t, 5000, i);
+    }, 256);
+    EXPECT_LT(log_size(), 256 + 128 + 2);
+    testing::internal::CaptureStderr();
+    hnx_host_tbl_poll();
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                  "ss_rt_tbl: store 16: tables read afresh: 1002 rows set, 10 deleted\n"),
+              std::string::npos);
+    std::vector<std::string> want;
+    for (uint32_t i = 1; i <= 10; i++) want.push_back("del " + std::to_string(i));
+    for (uint32_t i = 100; i < 1100; i++) want.push_back("set " + std::to_string(i) + ":" + std::to_string(i));
+    want.push_back("set 20:2000");
+    want.push_back("set 5000:499");
+    std::sort(want.begin(), want.end());
+    std::sort(seen().begin(), seen().end());
+    EXPECT_EQ(seen(), want);
+    // It reads on from there as before.
+    seen().clear();
+    elsewhere([](ss_rt_tbl *t) { del(t, 20); });
+    EXPECT_EQ(hnx_host_tbl_poll(), 1);
+    EXPECT_EQ(seen(), (std::vector<std::string>{"del 20"}));
+}
+
+}  // namespace
+
+namespace {
+
+// A store file removed or replaced under a reading process ends it, for its
+// supervisor; a store whose pages are damaged in a way that quick_check
+// passes is refused at the start with a line that says how to recover.
+TEST_F(ChangeLog, AReplacedStoreEndsTheReaderADamagedOneIsRefusedAtTheStart) {
+    subscribe();
+    const std::string path = root_ + "/var/run/hnx/store-16.db";
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(child_status([&] {
+                  subscribe();  // the child's own connection and feed
+                  tbl_feed_check_files();
+                  std::rename(path.c_str(), (path + ".old").c_str());
+                  tbl_feed_check_files();
+              }), kTblExitStore);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ss_rt_tbl: store 16 (" + path + ") was removed or replaced while in use: exiting "
+              "with status 75 for a restart on the store that stands now\n");
+    std::rename((path + ".old").c_str(), path.c_str());
+
+    for (uint32_t i = 1; i <= 300; i++) set(hw_, i, i);
+    hnx_host_tbl_reset();  // every connection closed: the log is in the file
+    // A bit flipped in the rows' keys: integrity_check finds it, quick_check
+    // does not.
+    std::string bytes;
+    {
+        std::ifstream in(path, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    bool damaged = false;
+    for (size_t at = 4096; at < bytes.size() && !damaged; at += 97) {
+        std::string flipped = bytes;
+        flipped[at] = char(flipped[at] ^ 0x40);
+        std::ofstream(path, std::ios::binary | std::ios::trunc) << flipped;
+        other_client c(root_);
+        damaged = c.one("SELECT count(*) FROM pragma_quick_check WHERE quick_check = 'ok'") == 1 &&
+                  c.one("SELECT count(*) FROM pragma_integrity_check WHERE integrity_check = 'ok'") == 0;
+    }
+    ASSERT_TRUE(damaged);
+    testing::internal::CaptureStderr();
+    l3mac_tbl_init();
+    EXPECT_EQ(l3mac_ctx.tbl_hw_res, nullptr);
+    EXPECT_EQ(ss_rt_tbl_connect_db(l3mac_connect_cb), -11);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(l3mac_count_of(said, "ss_rt_tbl: store 16 (" + path + ") is damaged ("), 1) << said;
+    EXPECT_NE(said.find("): refused. Stop every process of the store, move the file away (with "
+                        "its -wal and -shm files) and start them again: each writes its rows anew\n"),
+              std::string::npos);
+}
+
+}  // namespace
