@@ -1,6 +1,8 @@
 // l3mac-cover, run as the operator runs it: the batch answers, the
 // single-set report, and the error exits.
 #include <cstdio>
+#include <filesystem>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -8,9 +10,25 @@
 
 namespace {
 
+// A folder of this test process's own: ctest runs the cases as parallel
+// processes, and the tool's output files must not be shared between them.
+// It goes when the process ends.
+const std::string &scratch() {
+    struct scratch_dir {
+        std::string path = testing::TempDir() + "l3mac-cover-" + std::to_string(getpid());
+        scratch_dir() { std::filesystem::create_directories(path); }
+        ~scratch_dir() {
+            std::error_code ec;
+            std::filesystem::remove_all(path, ec);
+        }
+    };
+    static const scratch_dir dir;
+    return dir.path;
+}
+
 // Runs the tool with `args` and `input` on standard input.
 managed_result run_tool(std::vector<std::string> args, const std::string &input = "") {
-    return managed_run(HNX_BIN_DIR, testing::TempDir(), "l3mac-cover", args, input);
+    return managed_run(HNX_BIN_DIR, scratch(), "l3mac-cover", args, input);
 }
 
 // The lists themselves are the search's (mask_test, on every known set);
@@ -53,7 +71,7 @@ TEST(L3macCoverTool, CompactGivesTheCompactCoverInEveryMode) {
     o = run_tool({"--compact", "4-7"});
     EXPECT_EQ(o.out, "    4  0xFFC  2  4-7\n4 members (value 0 not matched); 1 template, 1 TCAM entry\n");
 
-    const std::string plan = testing::TempDir() + "/compact-plan.txt";
+    const std::string plan = scratch() + "/compact-plan.txt";
     std::FILE *f = std::fopen(plan.c_str(), "w");
     ASSERT_NE(f, nullptr);
     std::fputs("00:1e:08:00:00:01 2-3001\n00:00:5e:00:01:01 11-14,20\n", f);
