@@ -188,6 +188,21 @@ TEST_F(StartTest, AnUnknownKeyOfTheServiceIsWarnedOfAndTheStartGoesOn) {
     EXPECT_NE(cap.out.find("tcam2 cap  = 512\n"), std::string::npos) << cap.out;
 }
 
+// With the pid file gone, a second daemon passes the instance lock on a new
+// file; the store's owner lock still turns it away before it writes, so
+// that two daemons never place entries in one table.
+TEST_F(StartTest, ASecondDaemonOnTheSameStoreIsRefusedWithoutThePidFile) {
+    start_first();
+    fs::remove(pid_file());
+    const managed_result second = run();
+    EXPECT_EQ(second.status, 239);
+    EXPECT_NE(second.err.find("ss_rt_tbl: s_route.l3mac_hw_res of store 16 is written by process " +
+                              std::to_string(first_) + "; two writers would put two entries at "
+                              "one index. Stop that process first"),
+              std::string::npos) << second.err;
+    EXPECT_EQ(kill(first_, 0), 0);  // the first serves on
+}
+
 // A FIFO in place of the level file once held the start for good: only a
 // regular file is read, anything else is level 0 with a line that says so.
 TEST_F(StartTest, ALevelFileThatIsNoRegularFileIsSaidAndTakenAsLevelZero) {

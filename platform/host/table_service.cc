@@ -6,6 +6,7 @@
 
 #include "platform/host/tbl_ds.h"
 #include "platform/host/tbl_feed.h"
+#include "platform/host/tbl_owner.h"
 #include "platform/host/tbl_retry.h"
 #include "platform/host/tbl_state.h"
 #include "platform/ss_rt_tbl.h"
@@ -110,8 +111,11 @@ int ss_rt_tbl_init(kw_global *global, const char *, int) {
 // The host has no debug commands of its own for tables: hnx-tbl shows them.
 int ss_rt_tbl_ut_init(const char *) { return 0; }
 
+// A last argument other than 0 makes this process the table's one writer:
+// when another process is, the connect is refused (see tbl_owner.h).
 ss_rt_tbl *ss_rt_tbl_create_detail(int db, int, const ProtobufCMessage *value_tpl, uint32_t,
-                                   int key_pos, const ProtobufCMessage *key_tpl, uint32_t, int) {
+                                   int key_pos, const ProtobufCMessage *key_tpl, uint32_t,
+                                   int own) {
     if (!value_tpl) return nullptr;
     const ProtobufCMessageDescriptor *row = value_tpl->descriptor;
     const ProtobufCFieldDescriptor *key =
@@ -121,7 +125,12 @@ ss_rt_tbl *ss_rt_tbl_create_detail(int db, int, const ProtobufCMessage *value_tp
         return nullptr;
     }
     if (!tbl_store_of(db)) return nullptr;
-    auto &slot = tbl_proc().tables[{db, row->name}];
+    tbl_process &p = tbl_proc();
+    if (own) {
+        std::string why = tbl_own(db, row->name);
+        if (!why.empty() && p.owner_refusal.empty()) p.owner_refusal = std::move(why);
+    }
+    auto &slot = p.tables[{db, row->name}];
     if (!slot) {
         slot = std::make_unique<ss_rt_tbl>();
         slot->db = db;
@@ -135,6 +144,10 @@ ss_rt_tbl *ss_rt_tbl_create_detail(int db, int, const ProtobufCMessage *value_tp
 int ss_rt_tbl_connect_db(ss_rt_tbl_void_fn cb) {
     tbl_process &p = tbl_proc();
     if (!tbl_store_of(kInputDb)) return kFail;
+    if (!p.owner_refusal.empty()) {
+        std::fprintf(stderr, "ss_rt_tbl: %s\n", p.owner_refusal.c_str());
+        return kFail;
+    }
     p.connect_cb = cb;
     p.connect_due = true;
     kick();

@@ -1,6 +1,7 @@
 // The table service's process state, the stores it opens, and the reset
 // that tests use to start again: see tbl_state.h.
 #include "platform/host/tbl_state.h"
+#include "platform/host/tbl_owner.h"
 
 #include "platform/host/tbl_retry.h"
 #include "platform/host/tbl_turn.h"
@@ -136,5 +137,6 @@ void hnx_host_tbl_reset() {
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.kick));
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(p.retry));
     p = tbl_process{};
+    tbl_owner_reset();
     p.keep_journal = true;
 }

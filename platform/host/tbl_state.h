@@ -94,6 +94,7 @@ struct tbl_process {
     bool keep_journal = false;               // set by hnx_host_tbl_reset
     ss_rt_tbl_void_fn connect_cb = nullptr;
     ss_rt_tbl_void_fn ds_fn = nullptr;
+    std::string owner_refusal;               // a table that another process writes
     bool connect_due = false;
     bool connected = false;
     bool ds_called = false;
