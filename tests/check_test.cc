@@ -134,7 +134,9 @@ TEST_F(CheckTest, DamageToTheTablesIsFound) {
         {[](l3mac_check_rows &r) { r.hw_res[0].hw_id = r.hw_res[0].phase ? 8 : 16; },
          "capacity is 8"},
         {[](l3mac_check_rows &r) { r.bak[0].evlan = 11; }, "has no output row"},
-        {[](l3mac_check_rows &r) { r.res.clear(); }, "has room for it"},
+        {[](l3mac_check_rows &r) { r.res.clear(); },
+         "evlan 2 mask 0xff7 at index 1 of TCAM 0 matches VLANs 2, 10, which no standing "
+         "request of its MAC asks for"},
         {[](l3mac_check_rows &r) { r.vrrp.push_back(r.hw_res[0]); }, "belongs to a managed TCAM"},
         {[](l3mac_check_rows &r) { r.vrrp.pop_back(); }, "have no row"},
         {[](l3mac_check_rows &r) { r.vrrp.push_back(r.vrrp[0]), r.vrrp.back().evlan = 999; },
@@ -151,6 +153,104 @@ TEST_F(CheckTest, DamageToTheTablesIsFound) {
         l3mac_check_rows rows = good;
         damage(rows);
         expect_violation(tables(rows, true), text);
+    }
+}
+
+// A refused input row turns no rule off: a MAC short of an entry while its
+// TCAM has room, and a direct row that no request wants, stay violations.
+TEST_F(CheckTest, ARefusedRowLeavesTheRulesOn) {
+    serve(kTwo);
+    ASSERT_NE(request(19, "far", 5000, NORMAL, kA), 0);
+    l3mac_check_rows rows = read_rows();
+    auto is_a = [](const l3mac_check_hw &h) { return h.mac[5] == 0x0A && h.evlan_mask == 0xFF7; };
+    std::erase_if(rows.hw_res, is_a);
+    std::erase_if(rows.bak, is_a);
+    for (bool restarted : {false, true})
+        expect_violation(tables(rows, restarted), "type 0 phyid 0 holds 1 entries where its cover "
+                                                  "has 2, and TCAM 0 has room for it");
+
+    fresh();
+    serve({.tcam2_en = true, .is_mng2 = false, .copy_to_tcam2 = false, .tcam_cap = 8});
+    ASSERT_NE(request(19, "far", 5000, NORMAL, kA), 0);
+    rows = read_rows();
+    rows.vrrp.push_back(rows.vrrp[0]);
+    rows.vrrp.back().evlan = 999;
+    expect_violation(tables(rows, false), "direct row 02:00:00:00:00:0c type 1 evlan 999 stands "
+                                          "for no request: no standing input row asks for it");
+}
+
+// A running service keeps serving what a key asked before a row that it
+// refuses or does not act on; the tables are judged against the input table
+// as it stands, so the entry kept for it is a violation that names the
+// entry, the number and the row.
+TEST_F(CheckTest, AnEntryThatNoStandingRequestAsksForIsAViolation) {
+    serve(kTwo);
+    // A's cover is {0..3} and {2, 10}; the user of VLAN 10 sets its row idle.
+    const std::string uuid = managed_uuid(kA, NORMAL, 10);
+    l3mac_row idle(1, uuid, 10, NORMAL, kA.data(), 0, S_ROUTE__L3TABLE_STATUS_E__STATUS_NONE);
+    ASSERT_EQ(ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &idle.res.base, 0, 0), 0);
+    ASSERT_EQ(l3mac_set_msg_proc(idle.get()), 0);
+    sw_l3mac_mac_decision();
+    ASSERT_EQ(placed(mac_of(NORMAL, kA)).size(), 2u);  // still served, by design
+    tbl_turn_commit();
+    uint32_t idx = 0;
+    for (const tcam_entry *e : entries_of(mac_of(NORMAL, kA)))
+        if (e->key.evlan == 2) idx = e->idx;
+    const std::string entry = "output entry MAC 02:00:00:00:00:0a type 0 phyid 0 evlan 2 mask "
+                              "0xff7 at index " + std::to_string(idx) + " of TCAM 0 matches "
+                              "VLAN 10, which no standing request of its MAC asks for";
+    managed_result r = managed_run(HNX_BIN_DIR, root_, "hnx-l3mac-check", {"--root", root_});
+    EXPECT_EQ(r.status, 1) << r.out;
+    EXPECT_NE(r.out.find("violation: " + entry + "; the input row user 1 uuid \"" + uuid +
+                         "\" (status 0 (STATUS_NONE): the service acts only on rows with "
+                         "STATUS_REQUEST) asks for it, but the service does not take that row, "
+                         "and keeps serving what its key asked before: write it again as a "
+                         "request that the service takes, or delete it\n"),
+              std::string::npos) << r.out;
+    // Told once, on the entry's own line.
+    EXPECT_NE(r.out.find("1 refused rows: 1 violations\n"), std::string::npos) << r.out;
+    expect_violation(tables(read_rows(), true),
+                     entry + "; the input row user 1 uuid \"" + uuid + "\" (status 0 "
+                     "(STATUS_NONE): the service acts only on rows with STATUS_REQUEST) asks for "
+                     "it, but the service does not take that row: the entry was left over from "
+                     "before the start");
+
+    // The row changed to a number that the service refuses: it no longer
+    // shows VLAN 10, but it names the MAC.
+    ASSERT_NE(request(1, uuid, 5000, NORMAL, kA), 0);
+    expect_violation(tables(read_rows(), false),
+                     entry + "; of the input rows that the service does not take, these name "
+                     "this MAC address or no MAC and may have asked for it before: user 1 uuid "
+                     "\"" + uuid + "\" (evlan 5000 is outside the VLAN range 0-4095 of mac_type "
+                     "0 (L3MAC_NORMAL))");
+}
+
+// With the default evlan_num the VFI mask is 1: an overlay entry for VFI 5000,
+// as an older service made for a request that intake now refuses, compares
+// bit 0 alone and so matches every even VFI.
+TEST_F(CheckTest, AnOverlayEntryBeyondTheVfiSpaceIsAViolation) {
+    start({.tcam2_en = true, .copy_to_tcam2 = false, .tcam_cap = 8, .tcam2_cap = 8});
+    want(kA, {1, 2, 3});
+    sw_l3mac_mac_decision();
+    ASSERT_EQ(l3mac_ctx.vfi_mask, 1u);
+    ASSERT_NE(request(19, "ol5000", 5000, OL, kC), 0);
+    l3mac_check_rows rows = read_rows();
+    l3mac_check_hw e{.hw_id = 0, .phase = 1, .has_attr = true, .evlan = 5000, .evlan_mask = 1,
+                     .mac_type = OL, .phyid = 0, .mac = kC, .mac_ok = true};
+    rows.hw_res.push_back(e);
+    e.phase = 0;
+    rows.bak.push_back(e);
+    const std::string entry =
+        "output entry MAC 02:00:00:00:00:0c type 1 phyid 0 evlan 5000 mask 0x1 at index 0 of "
+        "TCAM 1 is for VFI 5000, beyond the board's VFI space (an overlay VFI must be below 1, "
+        "the VFI mask that evlan_num of the profile gives; the restore refuses such an entry, so "
+        "it moves at every restart): cut to that space it compares only the bits 0x1 and "
+        "matches 8192 of the VFIs 0-16383 (0, 2, 4, 6 and 8188 more), not VFI 5000 alone; the "
+        "input row user 19 uuid \"ol5000\" (evlan 5000 is beyond the board's VFI space";
+    for (bool restarted : {false, true}) {
+        const l3mac_check_report rep = tables(rows, restarted);
+        expect_violation(rep, entry);
+        EXPECT_EQ(rep.violations.size(), 1u) << joined(rep.violations);
     }
 }
 

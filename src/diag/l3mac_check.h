@@ -126,12 +126,17 @@ void l3mac_check_read_tables(l3mac_check_rows *rows);
 
 struct l3mac_check_opts {
     // The service has just started and run its first round, and no request
-    // came since: rows that are not requests stand for nothing, and every
-    // MAC was decided against the pool as it now is.
+    // came since. The rules stay the same: it only tells how an entry that
+    // a row the service does not take asks for came to be (left over from
+    // before the start, rather than the key's earlier request still served).
     bool restarted = false;
 };
 
-// The rules between the tables and the requests of the input table.
+// The rules between the tables and the requests of the input table as it
+// stands: a row that the service refuses, or whose status is not
+// STATUS_REQUEST (its own STATUS_FAILED mark aside), asks for nothing,
+// although a running service keeps serving what that row's key asked
+// before; an entry that only such a row explains is a violation.
 void l3mac_check_tables(const l3mac_check_rows &rows, const l3mac_check_board &board,
                         const l3mac_check_opts &opts, l3mac_check_report *rep);
 

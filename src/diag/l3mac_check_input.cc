@@ -87,7 +87,42 @@ void l3mac_check_zero_entries(const l3mac_check_rows &rows,
     }
 }
 
+// "user 19 uuid "a" (why), user 19 uuid "b" (why)", at most kNamesShown.
+std::string l3mac_check_untaken_names(
+    const std::vector<const std::pair<const l3mac_check_res *, std::string> *> &rows) {
+    std::string out;
+    for (size_t i = 0; i < rows.size() && i < kNamesShown; i++)
+        out += (i ? ", " : "") + l3mac_check_key_text(*rows[i]->first) + " (" + rows[i]->second +
+               ")";
+    if (rows.size() > kNamesShown) out += " and " + std::to_string(rows.size() - kNamesShown) +
+                                          " more";
+    return out;
+}
+
 }  // namespace
+
+std::string l3mac_check_untaken_text(const l3mac_check_model &m, const std::array<uint8_t, 6> &mac,
+                                     const std::function<bool(const l3mac_check_res &)> &asks) {
+    std::vector<const std::pair<const l3mac_check_res *, std::string> *> shown, near;
+    for (const auto &u : m.untaken) {
+        const l3mac_check_res &r = *u.first;
+        if (r.has_attr && asks(r)) shown.push_back(&u);
+        else if (!r.has_attr || r.mac == mac) near.push_back(&u);
+    }
+    if (!shown.empty()) {
+        const bool one = shown.size() == 1;
+        std::string out = std::string("; the input ") + (one ? "row " : "rows ") +
+                          l3mac_check_untaken_names(shown) + (one ? " asks" : " ask") +
+                          " for it, but the service does not take " + (one ? "that row" : "them");
+        if (m.restarted) return out + ": the entry was left over from before the start";
+        return out + ", and keeps serving what " + (one ? "its key" : "their keys") +
+               " asked before: write " + (one ? "it" : "them") +
+               " again as a request that the service takes, or delete " + (one ? "it" : "them");
+    }
+    if (near.empty()) return "";
+    return "; of the input rows that the service does not take, these name this MAC address or "
+           "no MAC and may have asked for it before: " + l3mac_check_untaken_names(near);
+}
 
 void l3mac_check_input(const l3mac_check_rows &rows, const l3mac_check_board &b,
                        l3mac_check_report *rep) {

@@ -120,6 +120,11 @@ std::string l3mac_check_refusal(const l3mac_check_res &r, const l3mac_check_boar
     return why.empty() ? l3mac_intake_path(r, b) : why;
 }
 
+bool l3mac_check_user_ok(const l3mac_check_res &r) {
+    const uint32_t user = r.t_user & 0xFF;
+    return r.has_index && user >= kUserMin && user <= kUserMax;
+}
+
 std::string l3mac_check_key_text(const l3mac_check_res &r) {
     if (!r.has_index) return "a row without index";
     return "user " + std::to_string(r.t_user) + " uuid " + l3mac_intake_quoted(r.uuid);

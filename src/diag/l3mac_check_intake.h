@@ -26,5 +26,9 @@ std::string l3mac_check_unacted(const l3mac_check_res &r);
 // that the service takes in, or its own failure mark.
 std::string l3mac_check_refusal(const l3mac_check_res &r, const l3mac_check_board &b);
 
+// True when the row's key could ever have been a request: it has an index
+// and its user passes the check (users 1-41, read from the low byte).
+bool l3mac_check_user_ok(const l3mac_check_res &r);
+
 // The row's key as the lines name it: user 19 uuid "vlan100".
 std::string l3mac_check_key_text(const l3mac_check_res &r);

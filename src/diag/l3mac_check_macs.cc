@@ -1,6 +1,10 @@
 // The rule of one managed MAC: its entries are exactly the cover of the
 // numbers that its requests need, or the MAC is unserved, which only a
-// TCAM without room for the whole cover excuses.
+// TCAM without room for the whole cover excuses. An entry that matches a
+// number that no standing request wants is named on its own line, with
+// the input rows that may explain it; an entry beyond the board's space
+// always is.
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
@@ -12,6 +16,7 @@
 namespace {
 
 constexpr uint32_t kOl = 1;
+constexpr size_t kNumbersShown = 4;  // numbers named in one line at most
 
 bool l3mac_check_covers(const l3mac_pairs &entries, uint32_t v) {
     for (const auto &[evlan, mask] : entries)
@@ -19,14 +24,15 @@ bool l3mac_check_covers(const l3mac_pairs &entries, uint32_t v) {
     return false;
 }
 
-// The space's top value, which no entry may match and no request needs.
-uint32_t l3mac_check_top(bool is_vfi) { return is_vfi ? 16383 : 4095; }
+bool l3mac_check_matches(uint32_t evlan, uint32_t mask, uint32_t v) {
+    return ((v ^ evlan) & mask) == 0;
+}
 
 std::string l3mac_check_uncovered(const l3mac_pairs &entries, const l3mac_check_wanted &w,
-                                  bool is_vfi) {
+                                  uint32_t top) {
     std::string out;
     for (uint32_t n : w.need)
-        if (n >= 1 && n < l3mac_check_top(is_vfi) && !l3mac_check_covers(entries, n))
+        if (n >= 1 && n < top && !l3mac_check_covers(entries, n))
             out.append(" ").append(std::to_string(n));
     return out.empty() ? " none" : out;
 }
@@ -48,28 +54,125 @@ l3mac_pairs l3mac_check_minus(const l3mac_pairs &a, const l3mac_pairs &b) {
     return out;
 }
 
+// "10", "8, 9, 10, 11 and 12 more": the first numbers and how many follow.
+std::string l3mac_check_list_text(const std::vector<uint32_t> &shown, uint64_t total) {
+    std::string out;
+    for (size_t i = 0; i < shown.size(); i++)
+        out += (i ? ", " : "") + std::to_string(shown[i]);
+    if (total > shown.size()) out += " and " + std::to_string(total - shown.size()) + " more";
+    return out;
+}
+
+std::string l3mac_check_entry_head(const l3mac_mac_key &k, uint32_t evlan, uint32_t mask,
+                                   const l3mac_check_model &m, int tcam) {
+    char buf[96];
+    std::snprintf(buf, sizeof buf, " evlan %u mask %#x", evlan, mask);
+    std::string out = "output entry " + l3mac_check_mac_text(k) + buf;
+    auto at = m.output.find({k, evlan, mask});
+    if (at != m.output.end())
+        out += " at index " + std::to_string(at->second) + " of TCAM " + std::to_string(tcam);
+    return out;
+}
+
+// An entry whose value lies at or above the top of its space: the restore
+// takes no such entry back, and the cut mask compares only the bits of the
+// board's space, so that the entry matches every number that agrees with
+// its value in those bits, not that value alone. With the default
+// evlan_num the VFI mask is 1: an entry for VFI 5000 matches every even VFI.
+void l3mac_check_beyond(const l3mac_check_board &b, const l3mac_mac_key &k, uint32_t evlan,
+                        uint32_t mask, const l3mac_check_model &m, l3mac_check_report *rep) {
+    const bool is_vfi = k.mac_type == kOl;
+    const uint32_t numbers = is_vfi ? 16384 : 4096;  // the space of the cover search
+    std::vector<uint32_t> shown;
+    uint64_t total = 0;
+    for (uint32_t v = 0; v < numbers; v++)
+        if (l3mac_check_matches(evlan, mask, v) && total++ < kNumbersShown) shown.push_back(v);
+    const char *kind = is_vfi ? "VFI" : "VLAN";
+    char space[160];
+    if (is_vfi)
+        std::snprintf(space, sizeof space, "an overlay VFI must be below %u, the VFI mask that "
+                      "evlan_num of the profile gives", b.vfi_mask);
+    else
+        std::snprintf(space, sizeof space, "a VLAN entry must be below 4095");
+    const std::string head = l3mac_check_entry_head(k, evlan, mask, m,
+                                                    l3mac_check_tcam_of(b, k.mac_type));
+    const std::string from = l3mac_check_untaken_text(m, k.mac, [&](const l3mac_check_res &r) {
+        return (r.mac_type & 0xFF) == k.mac_type && r.mac == k.mac && r.phyid == k.phyid &&
+               l3mac_check_matches(evlan, mask, r.evlan);
+    });
+    rep->violation("%s is for %s %u, beyond the board's %s space (%s; the restore refuses such "
+                   "an entry, so it moves at every restart): cut to that space it compares only "
+                   "the bits %#x and matches %llu of the %ss 0-%u (%s), not %s %u alone%s",
+                   head.c_str(), kind, evlan, kind, space, mask,
+                   static_cast<unsigned long long>(total), kind, numbers - 1,
+                   l3mac_check_list_text(shown, total).c_str(), kind, evlan, from.c_str());
+}
+
+// The numbers of the space that an entry matches and no standing request
+// of its MAC wants, value 0 aside as the cover allows it. Reported per
+// entry, with the input rows that may explain it; false when there are none.
+bool l3mac_check_foreign(const l3mac_check_board &b, const l3mac_mac_key &k, uint32_t evlan,
+                         uint32_t mask, const l3mac_check_wanted &w, const l3mac_check_model &m,
+                         l3mac_check_report *rep) {
+    const bool is_vfi = k.mac_type == kOl;
+    const uint32_t top = l3mac_check_top(b, is_vfi);
+    std::vector<uint32_t> shown;
+    uint64_t total = 0;
+    for (uint32_t v = 1; v <= top; v++)
+        if (l3mac_check_matches(evlan, mask, v) && !w.need.count(v) && !w.may.count(v) &&
+            total++ < kNumbersShown)
+            shown.push_back(v);
+    if (!total) return false;
+    const std::string head = l3mac_check_entry_head(k, evlan, mask, m,
+                                                    l3mac_check_tcam_of(b, k.mac_type));
+    const std::string from = l3mac_check_untaken_text(m, k.mac, [&](const l3mac_check_res &r) {
+        return (r.mac_type & 0xFF) == k.mac_type && r.mac == k.mac && r.phyid == k.phyid &&
+               r.evlan >= 1 &&
+               r.evlan <= top && l3mac_check_matches(evlan, mask, r.evlan) &&
+               !w.need.count(r.evlan);
+    });
+    const char *kind = is_vfi ? "VFI" : "VLAN";
+    rep->violation("%s matches %s%s %s, which no standing request of its MAC asks for%s",
+                   head.c_str(), kind, total > 1 ? "s" : "",
+                   l3mac_check_list_text(shown, total).c_str(), from.c_str());
+    return true;
+}
+
 void l3mac_check_one_mac(const l3mac_check_board &b, const l3mac_mac_key &k,
                          const l3mac_check_wanted &w, const l3mac_pairs &placed,
                          const l3mac_check_model &m, l3mac_check_report *rep) {
     const bool is_vfi = k.mac_type == kOl;
     const int tcam = l3mac_check_tcam_of(b, k.mac_type);
+    const uint32_t top = l3mac_check_top(b, is_vfi);
+    // The restore's own test of an entry's value (evlan below the mask of
+    // its space). Never the service's own entry, whatever else holds for
+    // the MAC.
+    const uint32_t end = is_vfi ? b.vfi_mask : 4095;
+    size_t told = 0;
+    for (const auto &[evlan, mask] : placed)
+        if (evlan >= end) l3mac_check_beyond(b, k, evlan, mask, m, rep), told++;
     const l3mac_pairs cover = l3mac_check_cover(w.need, is_vfi, b.vfi_mask);
     if (placed == cover) return;
-    if (!w.may.empty() && l3mac_check_serves(placed, w, is_vfi)) return;
+    if (!w.may.empty() && l3mac_check_serves(placed, w, top)) return;
     const std::string mac = l3mac_check_mac_text(k);
     // What such a MAC wants lies between its requests and all its rows,
     // and so does whether it fits: it is reported, not judged.
-    const bool unsure = !w.may.empty() || m.loose();
+    const bool unsure = !w.may.empty();
     if (!b.pool[tcam]) {
         rep->note("unserved: %s: TCAM %d has no index pool", mac.c_str(), tcam);
         return;
     }
     const int64_t need = int64_t(cover.size()) + rep->fill[tcam] - int64_t(placed.size());
-    const std::string detail =
-        "; uncovered:" + l3mac_check_uncovered(placed, w, is_vfi) + "; surplus:" +
-        l3mac_check_pairs_text(l3mac_check_minus(placed, cover)) + "; missing:" +
-        l3mac_check_pairs_text(l3mac_check_minus(cover, placed));
+    const l3mac_pairs missing = l3mac_check_minus(cover, placed);
+    const std::string uncovered = l3mac_check_uncovered(placed, w, top);
+    const std::string detail = "; uncovered:" + uncovered + "; surplus:" +
+                               l3mac_check_pairs_text(l3mac_check_minus(placed, cover)) +
+                               "; missing:" + l3mac_check_pairs_text(missing);
     if (need <= int64_t(b.limit[tcam]) && !unsure) {
+        for (const auto &[evlan, mask] : placed)
+            if (evlan < end && l3mac_check_foreign(b, k, evlan, mask, w, m, rep)) told++;
+        // Entries that only match too much are told each on its own line.
+        if (told && missing.empty() && uncovered == " none") return;
         rep->violation("%s holds %zu entries where its cover has %zu, and TCAM %d has room "
                        "for it (%u of %u in use)%s", mac.c_str(), placed.size(), cover.size(),
                        tcam, rep->fill[tcam], b.limit[tcam], detail.c_str());
@@ -117,9 +220,12 @@ l3mac_pairs l3mac_check_cover(const std::set<uint32_t> &numbers, bool is_vfi,
     return out;
 }
 
-bool l3mac_check_serves(const l3mac_pairs &entries, const l3mac_check_wanted &w,
-                        bool is_vfi) {
-    const uint32_t top = l3mac_check_top(is_vfi);
+uint32_t l3mac_check_top(const l3mac_check_board &b, bool is_vfi) {
+    // A VFI mask above the 14 bits of the cover search widens no cover.
+    return is_vfi ? std::min(b.vfi_mask, 16383u) : 4095;
+}
+
+bool l3mac_check_serves(const l3mac_pairs &entries, const l3mac_check_wanted &w, uint32_t top) {
     for (uint32_t n : w.need)
         if (n >= 1 && n < top && !l3mac_check_covers(entries, n)) return false;
     for (uint32_t v = 1; v <= top; v++)

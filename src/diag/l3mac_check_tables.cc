@@ -49,15 +49,19 @@ void l3mac_check_want(l3mac_check_model *m, const l3mac_check_res &r, bool need,
 // aliases the service holds whichever it read last. A row that the service
 // marked failed may stand for a user that it still holds: it writes the
 // mark in a round, also in the first round after a start, and keeps the
-// user. Before a restart the service also keeps what a key asked before
-// any other row that it did not act on.
+// user. Any other row asks for nothing. A running service does keep what
+// the key of a refused or idle row asked before, but the tables are judged
+// against the input table as it stands: an entry that only such a row can
+// explain is one that the switch forwards with and nobody wants now.
 void l3mac_check_requests(const l3mac_check_rows &rows, const l3mac_check_board &b,
-                          const l3mac_check_opts &opts, l3mac_check_model *m,
-                          l3mac_check_report *rep) {
+                          l3mac_check_model *m, l3mac_check_report *rep) {
     std::map<l3mac_req_key, int> seen;
     for (const l3mac_check_res &r : rows.res)
         if (r.has_index) seen[l3mac_check_key_of(r)]++;
     for (const l3mac_check_res &r : rows.res) {
+        const std::string why = l3mac_check_refusal(r, b);
+        // A key whose user the check refuses never had a request.
+        if (!why.empty() && l3mac_check_user_ok(r)) m->untaken.emplace_back(&r, why);
         if (!l3mac_check_refused(r, b).empty()) {
             m->refused++;
             continue;
@@ -69,7 +73,7 @@ void l3mac_check_requests(const l3mac_check_rows &rows, const l3mac_check_board 
             l3mac_check_want(m, r, true, b);
             (l3mac_check_managed(b, r.mac_type & 0xFF) ? rep->managed_requests
                                                        : rep->direct_requests)++;
-        } else if (request || failed || !opts.restarted) {
+        } else if (request || failed) {
             l3mac_check_want(m, r, false, b);
         }
         if (alias) m->aliases++;
@@ -181,8 +185,11 @@ void l3mac_check_direct(const l3mac_check_rows &rows, const l3mac_check_board &b
             rep->violation("direct row %s belongs to a managed TCAM", what.c_str());
         rowed.insert(k);
         if (m.direct_need.count(k) || m.direct_may.count(k)) continue;
-        if (m.loose()) rep->note("direct row %s stands for no standing request", what.c_str());
-        else rep->violation("direct row %s stands for no request", what.c_str());
+        const std::string from = l3mac_check_untaken_text(m, e.mac, [&](const l3mac_check_res &r) {
+            return (r.mac_type & 0xFF) == e.mac_type && r.mac == e.mac && r.evlan == e.evlan;
+        });
+        rep->violation("direct row %s stands for no request: no standing input row asks for "
+                       "it%s", what.c_str(), from.c_str());
     }
     for (const auto &[k, n] : m.direct_need)
         if (!rowed.count(k))
@@ -196,8 +203,10 @@ void l3mac_check_tables(const l3mac_check_rows &rows, const l3mac_check_board &b
                         const l3mac_check_opts &opts, l3mac_check_report *rep) {
     l3mac_check_model m;
     rep->limit = b.limit;
-    l3mac_check_requests(rows, b, opts, &m, rep);
+    // The rules are the same for a service that has just started: that
+    // changes only how an entry left for a row it does not take came to be.
     m.restarted = opts.restarted;
+    l3mac_check_requests(rows, b, &m, rep);
     l3mac_check_output(rows, b, &m, rep);
     l3mac_check_backup(rows, b, m, rep);
     l3mac_check_macs(b, m, rep);

@@ -26,8 +26,9 @@ struct hnx_check_args {
 constexpr const char *kUsage =
     "usage: hnx-l3mac-check [--root DIR] [--restarted] [--quiet]\n"
     "  --root DIR    file root of the store and the board's profile (default: HNX_ROOT)\n"
-    "  --restarted   the service has just started and served no request since:\n"
-    "                rows that are not requests must stand for nothing\n"
+    "  --restarted   the service has just started and served no request since;\n"
+    "                the rules are the same, an entry that only a row the service\n"
+    "                does not take asks for is told as left over from the start\n"
     "  --quiet       print violations and the summary, not the refused rows and notes\n"
     "       hnx-l3mac-check --profile FILE\n"
     "                checks a capability profile as the daemon will at its start\n";
