@@ -121,6 +121,27 @@ TEST_F(CheckTest, AMacMissingEntriesIsAViolationOnlyWhileItsTcamHasRoom) {
     EXPECT_NE(joined(rep.notes).find("uncovered: 10"), std::string::npos) << joined(rep.notes);
 }
 
+// On a compact board a MAC's entries are any exact cover no larger than the
+// default one: the demo's VLAN interfaces take 11 entries where the default
+// cover has 18, and both checks take them; an entry that matches one VLAN
+// too many is still found.
+TEST_F(CheckTest, CompactCoversAreJudgedByWhatTheyMatch) {
+    l3mac_caps compact = kTwo;
+    compact.compact_cover = true;
+    compact.tcam_cap = 32;
+    start(compact);
+    for (uint32_t v = 2; v <= 3001; v++)
+        ASSERT_EQ(request(1, managed_uuid(kA, NORMAL, v), v, NORMAL, kA), 0);
+    sw_l3mac_mac_decision();
+    ASSERT_EQ(entries_of(mac_of(NORMAL, kA)).size(), 11u);
+    EXPECT_TRUE(live().ok()) << joined(live().violations);
+    EXPECT_TRUE(tables(read_rows(), true).ok()) << joined(tables(read_rows(), true).violations);
+
+    ASSERT_EQ(withdraw(1, managed_uuid(kA, NORMAL, 3001)), 0);  // the round has not run
+    l3mac_check_report rep = tables(read_rows(), false);
+    expect_violation(rep, "matches VLAN 3001, which no standing request of its MAC asks for");
+}
+
 // On a board whose second TCAM takes the direct path, so that C has rows
 // of its own in s_route.l3mac_vrrp_hw_res.
 TEST_F(CheckTest, DamageToTheTablesIsFound) {

@@ -43,6 +43,10 @@ struct l3mac_check_board {
     bool tcam2_en = false;
     bool copy_to_tcam2 = false;
     uint32_t vfi_mask = 1;
+    // Compact covers: a MAC's entries are any exact cover of its set with
+    // no more entries than the default search's, and depend on the entries
+    // it held before, so they are judged by what they match, not compared.
+    bool compact_cover = false;
 };
 
 // The TCAM of a mac_type on this board: every type goes to the second TCAM

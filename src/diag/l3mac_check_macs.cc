@@ -153,6 +153,7 @@ void l3mac_check_one_mac(const l3mac_check_board &b, const l3mac_mac_key &k,
         if (evlan >= end) l3mac_check_beyond(b, k, evlan, mask, m, rep), told++;
     const l3mac_pairs cover = l3mac_check_cover(w.need, is_vfi, b.vfi_mask);
     if (placed == cover) return;
+    if (l3mac_check_compact_fits(b, placed, cover, w, top)) return;
     if (!w.may.empty() && l3mac_check_serves(placed, w, top)) return;
     const std::string mac = l3mac_check_mac_text(k);
     // What such a MAC wants lies between its requests and all its rows,
@@ -223,6 +224,13 @@ l3mac_pairs l3mac_check_cover(const std::set<uint32_t> &numbers, bool is_vfi,
 uint32_t l3mac_check_top(const l3mac_check_board &b, bool is_vfi) {
     // A VFI mask above the 14 bits of the cover search widens no cover.
     return is_vfi ? std::min(b.vfi_mask, 16383u) : 4095;
+}
+
+bool l3mac_check_compact_fits(const l3mac_check_board &b, const l3mac_pairs &placed,
+                              const l3mac_pairs &cover, const l3mac_check_wanted &w,
+                              uint32_t top) {
+    return b.compact_cover && placed.size() <= cover.size() &&
+           l3mac_check_serves(placed, w, top);
 }
 
 bool l3mac_check_serves(const l3mac_pairs &entries, const l3mac_check_wanted &w, uint32_t top) {

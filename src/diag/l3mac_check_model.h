@@ -73,6 +73,11 @@ inline bool l3mac_check_managed(const l3mac_check_board &b, uint32_t mac_type) {
 }
 
 // The cover of a set of numbers as TCAM entries of the mac_type's space.
+// On a compact board: the entries match exactly the wanted numbers (value 0
+// aside) and are no more than the default cover's.
+bool l3mac_check_compact_fits(const l3mac_check_board &b, const l3mac_pairs &placed,
+                              const l3mac_pairs &cover, const l3mac_check_wanted &w,
+                              uint32_t top);
 l3mac_pairs l3mac_check_cover(const std::set<uint32_t> &numbers, bool is_vfi,
                               uint32_t vfi_mask);
 

@@ -101,6 +101,7 @@ l3mac_check_board l3mac_check_board_planned() {
     b.tcam2_en = c.tcam2_en != 0;
     b.copy_to_tcam2 = c.copy_to_tcam2 != 0;
     b.vfi_mask = c.vfi_mask;
+    b.compact_cover = c.compact_cover != 0;
     const bool rsvd_ok = c.rsvd_size >= 0;
     b.pool[0] = b.is_mng[0] && rsvd_ok && c.tcam_cap >= 0;
     b.pool[1] = b.is_mng[1] && b.tcam2_en && rsvd_ok && c.tcam2_cap >= 0 &&
