@@ -412,7 +412,7 @@ TEST_F(ChangeLog, AReplacedStoreEndsTheReaderADamagedOneIsRefusedAtTheStart) {
                   tbl_feed_check_files();
               }), kTblExitStore);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "ss_rt_tbl: store 16 (" + path + ") was removed or replaced while in use: exiting "
+              "ss_rt_tbl: store 16 (" + path + ") was removed, replaced or emptied while in use: exiting "
               "with status 75 for a restart on the store that stands now\n");
     std::rename((path + ".old").c_str(), path.c_str());
 
@@ -443,6 +443,21 @@ TEST_F(ChangeLog, AReplacedStoreEndsTheReaderADamagedOneIsRefusedAtTheStart) {
     EXPECT_EQ(l3mac_count_of(said, "ss_rt_tbl: store 16 (" + path + ") is damaged ("), 1) << said;
     EXPECT_NE(said.find("): refused. Stop every process of the store, move the file away (with "
                         "its -wal and -shm files) and start them again: each writes its rows anew\n"),
+              std::string::npos);
+}
+
+// Truncated in place (the same file, its header gone) is as good as gone.
+TEST_F(ChangeLog, AStoreEmptiedInPlaceEndsTheReader) {
+    subscribe();
+    const std::string path = root_ + "/var/run/hnx/store-16.db";
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(child_status([&] {
+                  subscribe();
+                  tbl_feed_check_files();
+                  ASSERT_EQ(truncate(path.c_str(), 0), 0);
+                  tbl_feed_check_files();
+              }), kTblExitStore);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(") was removed, replaced or emptied while in use"),
               std::string::npos);
 }
 

@@ -208,7 +208,7 @@ void on_wal(uv_fs_event_t *h, const char *, int, int) {
     uv_timer_start(f.settle, on_settle, 1, 0);
 }
 
-// Every second, also while nothing is written: a store removed or replaced
+// Every second, also while nothing is written: a store removed, replaced or emptied
 // under the process would leave it reading a file nobody writes any more.
 void on_backstop(uv_timer_t *t) {
     tbl_feed_check_files();
@@ -296,8 +296,8 @@ void tbl_feed_check_files() {
         auto st = tbl_proc().stores.find(db);
         if (st == tbl_proc().stores.end() || !st->second->file_replaced()) continue;
         std::fprintf(stderr,
-                     "ss_rt_tbl: store %d (%s) was removed or replaced while in use: exiting with "
-                     "status %d for a restart on the store that stands now\n",
+                     "ss_rt_tbl: store %d (%s) was removed, replaced or emptied while in use: "
+                     "exiting with status %d for a restart on the store that stands now\n",
                      db, st->second->path().c_str(), kTblExitStore);
         std::fflush(nullptr);
         _exit(kTblExitStore);

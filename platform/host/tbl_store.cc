@@ -5,8 +5,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -500,5 +502,13 @@ int tbl_store::check_integrity(std::string *problem) {
 bool tbl_store::file_replaced() const {
     struct stat sb {};
     if (stat(path_.c_str(), &sb) != 0) return errno == ENOENT;
-    return sb.st_dev != dev_ || sb.st_ino != ino_;
+    if (sb.st_dev != dev_ || sb.st_ino != ino_) return true;
+    // Truncated in place: a store never loses its header once it has one.
+    static constexpr char kMagic[16] = "SQLite format 3";  // and its zero byte
+    char head[sizeof kMagic] = {};
+    const int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const ssize_t n = pread(fd, head, sizeof head, 0);
+    close(fd);
+    return n >= 0 && std::memcmp(head, kMagic, sizeof kMagic) != 0;
 }
