@@ -1,6 +1,7 @@
 // The intake in words (diag/l3mac_check_intake.h) held to the service's own
 // set handler: on every board, a row gives the service a request exactly
 // when the words find nothing to say about it.
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ struct intake_board {
     const char *name;
     l3mac_caps caps;
 };
+
+// Test lists show a board by its name, not its bytes.
+void PrintTo(const intake_board &b, std::ostream *os) { *os << b.name; }
 
 const intake_board kBoards[] = {
     {"one", {}},
