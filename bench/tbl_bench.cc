@@ -33,10 +33,16 @@ void write_batch(ss_rt_tbl *t, const std::vector<bench_req> &reqs, uint32_t from
     st->commit();
 }
 
-void BM_AddThenDeleteRows(benchmark::State &state) {
+// kRows requests of one MAC, one VLAN each.
+std::vector<bench_req> one_mac_requests() {
     std::vector<bench_req> reqs;
     for (uint32_t v = 1; v <= kRows; v++)
         reqs.push_back({bench_uuid("t", 0, v), 0x001122334455ull, v, kBenchNormal});
+    return reqs;
+}
+
+void BM_AddThenDeleteRows(benchmark::State &state) {
+    const std::vector<bench_req> reqs = one_mac_requests();
     bench_root root(bench_profile(4096));
     ss_rt_tbl *t = request_table();
     if (!t) return state.SkipWithError("no table");
@@ -53,9 +59,7 @@ void BM_AddThenDeleteRows(benchmark::State &state) {
 // and a log already as long as the writers let it grow: every prune then
 // has a full log before it.
 void BM_AddThenDeleteRowsBehindAStoppedReader(benchmark::State &state) {
-    std::vector<bench_req> reqs;
-    for (uint32_t v = 1; v <= kRows; v++)
-        reqs.push_back({bench_uuid("t", 0, v), 0x001122334455ull, v, kBenchNormal});
+    const std::vector<bench_req> reqs = one_mac_requests();
     bench_root root(bench_profile(4096));
     ss_rt_tbl *t = request_table();
     if (!t) return state.SkipWithError("no table");

@@ -53,11 +53,7 @@ void kick_fire(uv_timer_t *) {
 void kick() {
     tbl_process &p = tbl_proc();
     if (!p.loop) return;
-    if (!p.kick) {
-        p.kick = tbl_new_handle<uv_timer_t>();
-        uv_timer_init(p.loop, p.kick);
-    }
-    uv_timer_start(p.kick, kick_fire, 0, 0);
+    tbl_timer_once(&p.kick, kick_fire, 0);
 }
 
 bool row_fits(const ss_rt_tbl *tbl, const ProtobufCMessage *row) {

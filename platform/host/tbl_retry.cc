@@ -91,12 +91,8 @@ size_t tbl_kept_count(int db) {
 void tbl_retry_arm() {
     tbl_process &p = tbl_proc();
     if (!p.loop) return;
-    if (!p.retry) {
-        p.retry = tbl_new_handle<uv_timer_t>();
-        uv_timer_init(p.loop, p.retry);
-    }
     if (p.retry_ms == 0) p.retry_ms = kFirstRetryMs;
-    uv_timer_start(p.retry, on_retry, p.retry_ms, 0);
+    tbl_timer_once(&p.retry, on_retry, p.retry_ms);
 }
 
 int tbl_write(tbl_write_op op) {

@@ -128,6 +128,14 @@ void close_feeds(tbl_process &p) {
 
 }  // namespace
 
+void tbl_timer_once(uv_timer_t **slot, uv_timer_cb cb, uint64_t ms) {
+    if (!*slot) {
+        *slot = tbl_new_handle<uv_timer_t>();
+        uv_timer_init(tbl_proc().loop, *slot);
+    }
+    uv_timer_start(*slot, cb, ms, 0);
+}
+
 void hnx_host_tbl_reset() {
     tbl_process &p = tbl_proc();
     if (!p.stores.empty() && p.stores.begin()->second->owner() != tbl_self_pid()) forget_parent();

@@ -141,3 +141,7 @@ H *tbl_new_handle() {
     return new H{};
 }
 void tbl_close_handle(uv_handle_t *h);
+
+// Starts the one-shot timer in *slot on this process's loop, making it on
+// first use; a running one starts again. The caller has a loop.
+void tbl_timer_once(uv_timer_t **slot, uv_timer_cb cb, uint64_t ms);

@@ -7,14 +7,9 @@
 #include <string>
 
 #include "diag/l3mac_check.h"
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_init.h"
-#include "platform/host/cap.h"
-#include "platform/host/cap_check.h"
 #include "platform/host/hnx_host.h"
 #include "profile.h"
 #include "store.h"
-#include "tcam/l3mac_tcam.h"
 
 namespace {
 
@@ -45,27 +40,6 @@ int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
                                  arg.c_str(), kUsage), 2;
     }
     return 0;
-}
-
-// A profile that the daemon would refuse to start on describes no board:
-// judging the tables by built-in defaults instead would report the wrong
-// things. 0, or the exit status after the reasons.
-int hnx_check_profile_sound() {
-    const std::string path = hnx_host_path(HNX_CAP_FILE);
-    const hnx_cap_findings f = hnx_cap_check_file(path, hnx_cap_schema_of("hnx-l3table-l3mac"));
-    if (f.ok()) return 0;
-    for (const std::string &e : f.errors) std::fprintf(stderr, "hnx-l3mac-check: %s\n", e.c_str());
-    std::fprintf(stderr, "hnx-l3mac-check: the daemon would not start on this profile; mend it "
-                         "(hnx-l3mac-check --profile %s) and check again\n", path.c_str());
-    return 2;
-}
-
-// The profile as the service reads it, defaults included.
-l3mac_check_board hnx_check_board() {
-    l3mac_cap_init();
-    const int32_t evlan_num = l3mac_ctx.evlan_num;
-    l3mac_set_vfi_mask(evlan_num > 4096 ? evlan_num - 4096 : 0);
-    return l3mac_check_board_planned();
 }
 
 // Input rows that the service refused: the requesters' mistakes, told
@@ -103,8 +77,8 @@ int main(int argc, char **argv) {
         return 2;
     }
     // After the store: a root without one needs no word on its profile.
-    if (int rv = hnx_check_profile_sound()) return rv;
-    const l3mac_check_board board = hnx_check_board();
+    if (int rv = hnx_check_root_profile()) return rv;
+    const l3mac_check_board board = l3mac_check_board_of_profile(false);
     l3mac_check_tables(rows, board, args.opts, &rep);
     l3mac_check_input(rows, board, &rep);
     hnx_check_print(rep, args.quiet);

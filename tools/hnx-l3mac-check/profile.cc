@@ -7,7 +7,9 @@
 #include <cstring>
 #include <string>
 
+#include "platform/host/cap.h"
 #include "platform/host/cap_check.h"
+#include "platform/host/hnx_host.h"
 
 namespace {
 
@@ -47,4 +49,14 @@ int hnx_check_profile_main(int argc, char **argv) {
     }
     print_findings(file, f);
     return f.ok() ? 0 : 1;
+}
+
+int hnx_check_root_profile() {
+    const std::string path = hnx_host_path(HNX_CAP_FILE);
+    const hnx_cap_findings f = hnx_cap_check_file(path, hnx_cap_schema_of(kDaemon));
+    if (f.ok()) return 0;
+    for (const std::string &e : f.errors) std::fprintf(stderr, "hnx-l3mac-check: %s\n", e.c_str());
+    std::fprintf(stderr, "hnx-l3mac-check: the daemon would not start on this profile; mend it "
+                         "(hnx-l3mac-check --profile %s) and check again\n", path.c_str());
+    return 2;
 }
