@@ -205,8 +205,8 @@ TEST_F(LiveRoot, ASignalEndsTheRunWithItsRowsTakenBack) {
     EXPECT_NE(said.find("hnx-load: stopped by signal 15\n"), std::string::npos) << said;
 }
 
-TEST(HnxLoad, BadWorkloadIsRefused) {
+TEST(HnxLoad, BadWorkloadIsRefusedAsAUsageError) {
     std::string cmd = kBin + "/hnx-load nonsense >/dev/null 2>&1";
     int st = std::system(cmd.c_str());
-    EXPECT_EQ(WEXITSTATUS(st), 1);
+    EXPECT_EQ(WEXITSTATUS(st), 2);
 }

@@ -1,10 +1,12 @@
 // hnx-cmd [--root DIR] MODULE [COMMAND [ARG...]]: runs one debug command of
 // a running module and prints its output, or opens a prompt without one.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "cli.h"
 #include "hnx_cmd.h"
 #include "platform/host/hnx_host.h"
 #include "platform/host/ssat_args.h"
@@ -12,28 +14,31 @@
 
 namespace {
 
-void usage(FILE *out) {
-    std::fprintf(out,
-                 "usage: hnx-cmd [--root DIR] MODULE COMMAND [ARG...]   run one command\n"
-                 "       hnx-cmd [--root DIR] MODULE help [COMMAND]     list the commands, or one\n"
-                 "       hnx-cmd [--root DIR] MODULE                    interactive prompt\n"
-                 "--root DIR places the files under DIR (else HNX_ROOT, else the real paths).\n"
-                 "Exit status: 0 done, 1 the command gave a non-zero result (told in words),\n"
-                 "2 refused, 3 the module is not running.\n");
-}
+const char kUsage[] =
+    "usage: hnx-cmd [--root DIR] MODULE COMMAND [ARG...]   run one command\n"
+    "       hnx-cmd [--root DIR] MODULE help [COMMAND]     list the commands, or one\n"
+    "       hnx-cmd [--root DIR] MODULE                    interactive prompt\n"
+    "--root DIR places the files under DIR (else HNX_ROOT, else the real paths).\n"
+    "Exit status: 0 done, 1 the command gave a non-zero result (told in words),\n"
+    "2 refused (a usage error, a command the module does not know), 3 the module\n"
+    "is not running.\n";
+
+const cli_tool kTool = {"hnx-cmd", kUsage};
 
 // Options come first; the rest are the module, the command and its words.
-bool read_options(int argc, char **argv, std::vector<std::string> *rest) {
+// "" or what is wrong with the command line.
+std::string read_options(int argc, char **argv, std::vector<std::string> *rest) {
     int i = 1;
     for (; i < argc && argv[i][0] == '-'; i++) {
         std::string a = argv[i];
         if (a == "--root" && i + 1 < argc) hnx_host_set_root(argv[++i]);
         else if (a.rfind("--root=", 0) == 0) hnx_host_set_root(a.substr(7));
+        else if (a == "--root") return "--root needs a DIR";
         else if (a == "--") { i++; break; }
-        else return false;
+        else return "unknown option " + a;
     }
     rest->assign(argv + i, argv + argc);
-    return !rest->empty();
+    return rest->empty() ? "no MODULE" : "";
 }
 
 // The words travel as one line separated by blanks, so a word cannot hold
@@ -52,15 +57,16 @@ bool join_words(const std::vector<std::string> &words, std::string *line) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc == 2 && (!std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help"))) {
-        usage(stdout);
-        return HNX_CMD_OK;
-    }
+    // Only the options before the module are the tool's own; the words
+    // after it belong to the module's command.
+    int own = 1;
+    while (own < argc && argv[own][0] == '-' && std::strcmp(argv[own], "--"))
+        own += std::strcmp(argv[own], "--root") ? 1 : 2;
+    own = std::min(own, argc);
+    if (int status; cli_help_or_version(kTool, own, argv, &status)) return status;
     std::vector<std::string> rest;
-    if (!read_options(argc, argv, &rest)) {
-        usage(stderr);
-        return HNX_CMD_REFUSED;
-    }
+    if (std::string err = read_options(argc, argv, &rest); !err.empty())
+        return cli_usage_error(kTool, err);
     const std::string module = rest[0];
     if (!ssat_module_name_ok(module)) {
         std::fprintf(stderr, "hnx-cmd: \"%s\" is not a module name\n", module.c_str());

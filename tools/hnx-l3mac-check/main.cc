@@ -26,18 +26,22 @@ constexpr const char *kUsage =
     "                does not take asks for is told as left over from the start\n"
     "  --quiet       print violations and the summary, not the refused rows and notes\n"
     "       hnx-l3mac-check --profile FILE\n"
-    "                checks a capability profile as the daemon will at its start\n";
+    "                checks a capability profile as the daemon will at its start\n"
+    "Exit status: 0 consistent (a sound profile), 1 a violation (a profile the\n"
+    "daemon refuses, or none), 2 a usage error or a store or profile that cannot\n"
+    "be read.\n";
+
+const cli_tool kTool = {"hnx-l3mac-check", kUsage};
 
 // 0 to go on, otherwise the exit status.
 int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
     for (int i = 1; i < argc; i++) {
         const std::string arg = argv[i];
         if (arg == "--root" && i + 1 < argc) hnx_host_set_root(argv[++i]);
+        else if (arg == "--root") return cli_usage_error(kTool, "--root needs a DIR");
         else if (arg == "--restarted") a->opts.restarted = true;
         else if (arg == "--quiet") a->quiet = true;
-        else if (arg == "-h" || arg == "--help") return std::printf("%s", kUsage), -1;
-        else return std::fprintf(stderr, "hnx-l3mac-check: unknown argument %s\n%s",
-                                 arg.c_str(), kUsage), 2;
+        else return cli_usage_error(kTool, "unknown argument " + arg);
     }
     return 0;
 }
@@ -65,9 +69,10 @@ void hnx_check_print(const l3mac_check_report &rep, bool quiet) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (int rv = hnx_check_profile_main(argc, argv); rv >= 0) return rv;
+    if (int status; cli_help_or_version(kTool, argc, argv, &status)) return status;
+    if (int rv = hnx_check_profile_main(kTool, argc, argv); rv >= 0) return rv;
     hnx_check_args args;
-    if (int rv = hnx_check_parse(argc, argv, &args)) return rv < 0 ? 0 : rv;
+    if (int rv = hnx_check_parse(argc, argv, &args)) return rv;
     l3mac_check_rows rows;
     l3mac_check_report rep;
     std::string err;

@@ -30,16 +30,13 @@ void print_findings(const std::string &file, const hnx_cap_findings &f) {
 
 }  // namespace
 
-int hnx_check_profile_main(int argc, char **argv) {
+int hnx_check_profile_main(const cli_tool &tool, int argc, char **argv) {
     int at = 0;
     for (int i = 1; i < argc; i++)
         if (std::strcmp(argv[i], "--profile") == 0) at = i;
     if (at == 0) return -1;
-    if (argc != 3 || at != 1) {
-        std::fprintf(stderr, "hnx-l3mac-check: --profile takes one file and no other "
-                             "argument: hnx-l3mac-check --profile FILE\n");
-        return 2;
-    }
+    if (argc != 3 || at != 1)
+        return cli_usage_error(tool, "--profile takes one file and no other argument");
     const std::string file = argv[2];
     const hnx_cap_findings f = hnx_cap_check_file(file, hnx_cap_schema_of(kDaemon));
     if (!f.present) {

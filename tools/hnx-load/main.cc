@@ -8,6 +8,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "cli.h"
 #include "load.h"
 #include "platform/host/hnx_host.h"
 
@@ -19,7 +20,7 @@ const char kUsage[] =
     "Loads the daemon that runs under the root, or one it starts (--daemon), and\n"
     "deletes the request rows it wrote when it ends, also on SIGINT or SIGTERM.\n"
     "  --daemon [PROG]   start the daemon (default: hnx-l3table-l3mac beside this tool)\n"
-"  --cap FILE        capability profile to install under the root before the start\n"
+    "  --cap FILE        capability profile to install under the root before the start\n"
     "  --json            one JSON object instead of lines\n"
     "  --keep            leave the request rows written in the store\n"
     "  --batch N         requests per transaction (64)\n"
@@ -29,7 +30,12 @@ const char kUsage[] =
     "  --with WORKLOAD   restart: what is loaded before the kill (l3intf)\n"
     "  --idle S          measure the daemon's CPU for S idle seconds after the load\n"
     "  --limit S         longest wait for the output tables (10)\n"
-    "  --seed N          random sets' seed (1)\n";
+    "  --seed N          random sets' seed (1)\n"
+    "Exit status: 0 done, 2 a usage error or a load that could not be run (told\n"
+    "on standard error), 130 or 143 stopped by SIGINT or SIGTERM (its rows taken\n"
+    "back), 255 the daemon it started did not come up.\n";
+
+const cli_tool kTool = {"hnx-load", kUsage};
 
 std::string beside_me(const char *argv0) {
     char buf[4096];
@@ -50,6 +56,9 @@ std::string take(load_opts &o, const std::string &opt, const std::string &val) {
     if (opt == "--with") { o.base = val; return ""; }
     if (opt == "--cap") { o.cap = val; return ""; }
     double v = 0;
+    if (opt != "--batch" && opt != "--rate" && opt != "--secs" && opt != "--requests" &&
+        opt != "--macs" && opt != "--idle" && opt != "--limit" && opt != "--seed")
+        return "unknown option " + opt;
     if (!number(val, &v)) return "bad value \"" + val + "\" for " + opt;
     if (opt == "--batch") o.batch = int(v);
     else if (opt == "--rate") o.rate = v;
@@ -58,8 +67,7 @@ std::string take(load_opts &o, const std::string &opt, const std::string &val) {
     else if (opt == "--macs") o.macs = int(v);
     else if (opt == "--idle") o.idle = v;
     else if (opt == "--limit") o.settle_limit = v;
-    else if (opt == "--seed") o.seed = unsigned(v);
-    else return "unknown option " + opt;
+    else o.seed = unsigned(v);
     return "";
 }
 
@@ -72,7 +80,10 @@ std::string parse(int argc, char **argv, load_opts &o) {
             bool has = i + 1 < argc && argv[i + 1][0] != '-' && std::string(argv[i + 1]).find('/') != std::string::npos;
             o.daemon = has ? argv[++i] : beside_me(argv[0]);
         } else if (a.rfind("--", 0) == 0) {
-            if (i + 1 >= argc) return a + " needs a value";
+            if (i + 1 >= argc) {
+                const std::string err = take(o, a, "");
+                return err.rfind("unknown option", 0) == 0 ? err : a + " needs a value";
+            }
             if (std::string err = take(o, a, argv[++i]); !err.empty()) return err;
         } else if (o.workload.empty()) o.workload = a;
         else return "one workload only: " + a;
@@ -106,10 +117,8 @@ int load_stopped() { return g_stop; }
 
 int main(int argc, char **argv) {
     load_opts o;
-    if (std::string err = parse(argc, argv, o); !err.empty()) {
-        std::fprintf(stderr, "hnx-load: %s\n%s", err.c_str(), kUsage);
-        return 1;
-    }
+    if (int status; cli_help_or_version(kTool, argc, argv, &status)) return status;
+    if (std::string err = parse(argc, argv, o); !err.empty()) return cli_usage_error(kTool, err);
     if (o.has_root) hnx_host_set_root(o.root);
     watch_stop();
     load_figures fig;

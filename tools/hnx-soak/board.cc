@@ -40,6 +40,12 @@ std::string soak_board_json(const std::string &name) {
     return "";
 }
 
+std::string soak_board_names() {
+    std::string names;
+    for (const soak_board &b : kBoards) names += (names.empty() ? "" : ", ") + std::string(b.name);
+    return names;
+}
+
 l3mac_check_board soak_board_of_root() {
     l3mac_cap_init();
     const int32_t evlan_num = l3mac_ctx.evlan_num;

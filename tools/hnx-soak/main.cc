@@ -12,6 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "cli.h"
 #include "platform/host/hnx_host.h"
 #include "soak.h"
 
@@ -22,27 +23,63 @@ namespace {
 constexpr const char *kUsage =
     "usage: hnx-soak [--seconds N] [--restarts N] [--seed N] [--board two|copy|direct|one]\n"
     "                [--macs N] [--keys N] [--burst N] [--unit-ms N] [--root DIR] [--keep]\n"
-    "                [--bin DIR]\n";
+    "                [--bin DIR]\n"
+    "A crash-restart soak of the daemon: random requests, SIGKILL at random moments,\n"
+    "and a check of the store after every restart.\n"
+    "  --seconds N    longest run in seconds (40)\n"
+    "  --restarts N   most restarts (1000000)\n"
+    "  --seed N       seed of the random choices (1)\n"
+    "  --board NAME   built-in board: two, copy, direct or one (two)\n"
+    "  --macs N       MAC addresses in play, 1-65535 (16)\n"
+    "  --keys N       most requests standing at once (300)\n"
+    "  --burst N      most requests written between two kills (120)\n"
+    "  --unit-ms N    timer unit of the daemon in ms (5)\n"
+    "  --root DIR     file root to use (default: a fresh temporary one)\n"
+    "  --keep         keep the root at the end\n"
+    "  --bin DIR      folder of the daemon and the checker (default: this tool's)\n"
+    "Exit status: 0 nothing found, 1 violations found (printed),\n"
+    "2 a usage error or a root that cannot be prepared.\n";
 
-bool soak_parse(int argc, char **argv, soak_opts *o) {
+const cli_tool kTool = {"hnx-soak", kUsage};
+
+// A numeric option's value into *out; "" or what is wrong with it.
+std::string soak_number(const std::string &opt, const std::string &val, long lo, long hi,
+                        long *out) {
+    std::string why;
+    return cli_number(val, lo, hi, out, &why) ? "" : opt + ": " + why;
+}
+
+std::string soak_take(soak_opts *o, const std::string &a, const std::string &val) {
+    long v = 0;
+    std::string err;
+    if (a == "--board") {
+        if (soak_board_json(val).empty()) return "unknown board \"" + val + "\"; boards: " + soak_board_names();
+        o->board = val;
+    } else if (a == "--root") o->root = val;
+    else if (a == "--bin") o->bin = val;
+    else if (a == "--seconds") { err = soak_number(a, val, 0, 1000000000, &v); o->seconds = int(v); }
+    else if (a == "--restarts") { err = soak_number(a, val, 0, 1000000000, &v); o->restarts = int(v); }
+    else if (a == "--seed") { err = soak_number(a, val, 0, 4294967295, &v); o->seed = uint32_t(v); }
+    else if (a == "--macs") { err = soak_number(a, val, 1, 65535, &v); o->macs = int(v); }
+    else if (a == "--keys") { err = soak_number(a, val, 1, 1000000000, &v); o->keys = int(v); }
+    else if (a == "--burst") { err = soak_number(a, val, 1, 1000000000, &v); o->burst = int(v); }
+    else if (a == "--unit-ms") { err = soak_number(a, val, 1, 1000000, &v); o->unit_ms = int(v); }
+    else return "unknown option " + a;
+    return err;
+}
+
+// "" when the command line is good, else what is wrong with it.
+std::string soak_parse(int argc, char **argv, soak_opts *o) {
     for (int i = 1; i < argc; i++) {
         const std::string a = argv[i];
-        const bool more = i + 1 < argc;
         if (a == "--keep") o->keep = true;
-        else if (!more) return false;
-        else if (a == "--seconds") o->seconds = std::atoi(argv[++i]);
-        else if (a == "--restarts") o->restarts = std::atoi(argv[++i]);
-        else if (a == "--seed") o->seed = static_cast<uint32_t>(std::strtoul(argv[++i], 0, 10));
-        else if (a == "--board") o->board = argv[++i];
-        else if (a == "--macs") o->macs = std::atoi(argv[++i]);
-        else if (a == "--keys") o->keys = std::atoi(argv[++i]);
-        else if (a == "--burst") o->burst = std::atoi(argv[++i]);
-        else if (a == "--unit-ms") o->unit_ms = std::atoi(argv[++i]);
-        else if (a == "--root") o->root = argv[++i];
-        else if (a == "--bin") o->bin = argv[++i];
-        else return false;
+        else if (a.rfind("--", 0) != 0) return "unexpected argument \"" + a + "\"";
+        else if (i + 1 >= argc) {
+            const std::string err = soak_take(o, a, "");
+            return err.rfind("unknown option", 0) == 0 ? err : a + " needs a value";
+        }        else if (std::string err = soak_take(o, a, argv[++i]); !err.empty()) return err;
     }
-    return o->macs > 0 && o->macs < 65536 && o->keys > 0 && o->burst > 0 && o->unit_ms > 0;
+    return "";
 }
 
 // The folder of this program: the daemon and the checker are built beside it.
@@ -202,10 +239,9 @@ int soak_run::go() {
 int main(int argc, char **argv) {
     soak_opts o;
     o.bin = soak_own_dir();
-    if (!soak_parse(argc, argv, &o)) {
-        std::fprintf(stderr, "%s", kUsage);
-        return 2;
-    }
+    if (int status; cli_help_or_version(kTool, argc, argv, &status)) return status;
+    if (std::string err = soak_parse(argc, argv, &o); !err.empty())
+        return cli_usage_error(kTool, err);
     const bool own_root = o.root.empty();
     if (!soak_prepare_root(&o)) {
         std::fprintf(stderr, "hnx-soak: cannot prepare the root (board %s)\n", o.board.c_str());

@@ -10,7 +10,9 @@ const char *const kTblUsage =
     "       hnx-tbl [--root DIR] dump TABLE [--json | --ranges]\n"
     "       hnx-tbl [--root DIR] watch TABLE...\n"
     "TABLE is a row message's full name (s_route.l3mac_res); FIELD a dotted path\n"
-    "into the row (index.uuid, attr.mac). The root is --root, else HNX_ROOT.\n";
+    "into the row (index.uuid, attr.mac). The root is --root, else HNX_ROOT.\n"
+    "Exit status: 0 done, 1 get: no such row, 2 a usage error or bad input,\n"
+    "3 the store cannot be read or written.\n";
 
 namespace {
 

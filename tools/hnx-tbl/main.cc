@@ -5,10 +5,13 @@
 #include <string>
 
 #include "args.h"
+#include "cli.h"
 #include "commands.h"
 #include "platform/host/hnx_host.h"
 
 int main(int argc, char **argv) {
+    if (int status; cli_help_or_version({"hnx-tbl", kTblUsage}, argc, argv, &status))
+        return status;
     tbl_args a;
     std::string err = args_parse(argc, argv, &a);
     if (!err.empty()) {

@@ -12,6 +12,7 @@
 #include "cover_plan.h"
 #include "cover_set.h"
 #include "cover_show.h"
+#include "cli.h"
 
 namespace {
 
@@ -24,12 +25,14 @@ const char USAGE[] =
     "       l3mac-cover [--compact] --plan FILE   (lines 'MAC [vlan|vfi] SET', # comments)\n"
     "SET: numbers and ranges of 0-16383, e.g. 1-7,9,100-103; '-' is empty\n"
     "--compact: the cover of the compact-cover mode (a cover without entries\n"
-    "           is '-' in --batch); --plan then shows both modes side by side\n";
+    "           is '-' in --batch); --plan then shows both modes side by side\n"
+    "--batch answers each line with one line; blank lines and text from # on are\n"
+    "ignored (their answer is an empty line), a bad line gets an empty answer\n"
+    "and an error line on standard error.\n"
+    "Exit status: 0 done, 1 no memory for a cover, 2 a usage error or bad input\n"
+    "(a bad set, a bad --batch or --plan line, a --plan file that cannot be read).\n";
 
-int usage(FILE *to, int status) {
-    std::fputs(USAGE, to);
-    return status;
-}
+const cli_tool TOOL = {"l3mac-cover", USAGE};
 
 bool g_compact = false;  // --compact: the compact search
 
@@ -63,7 +66,8 @@ std::vector<std::string_view> split_words(std::string_view line) {
 
 // One batch line into its answer; false with *error on bad input.
 bool answer_line(std::string_view line, std::string *answer, std::string *error) {
-    const std::vector<std::string_view> words = split_words(line);
+    const std::vector<std::string_view> words = split_words(line.substr(0, line.find('#')));
+    if (words.empty()) return true;
     if (words.size() != 2 || (words[0] != "vlan" && words[0] != "vfi")) {
         *error = "expected 'vlan SET' or 'vfi SET'";
         return false;
@@ -79,8 +83,9 @@ bool answer_line(std::string_view line, std::string *answer, std::string *error)
     return true;
 }
 
-// One output line per input line; a bad line gets an empty one, an error
-// line on stderr, and status 2 at the end.
+// One output line per input line, so that answers pair with their sets; a
+// blank or comment line gets an empty one, and so does a bad line, with an
+// error line on stderr and status 2 at the end.
 int run_batch() {
     int status = 0;
     std::string line;
@@ -95,23 +100,41 @@ int run_batch() {
     return status;
 }
 
+// The mode and its operands from the command line; "" or what is wrong.
+struct cover_args {
+    bool batch = false, vfi = false;
+    std::string plan;
+    std::vector<std::string_view> sets;
+};
+
+std::string parse_args(const std::vector<std::string_view> &args, cover_args *a) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string_view w = args[i];
+        if (w == "--compact" && g_compact) return "--compact given twice";
+        if (w == "--compact") g_compact = true;
+        else if (w == "--vfi") a->vfi = true;
+        else if (w == "--batch") a->batch = true;
+        else if (w == "--plan" && i + 1 < args.size()) a->plan = args[++i];
+        else if (w == "--plan") return "--plan needs a FILE";
+        else if (w.starts_with("--")) return "unknown option " + std::string(w);
+        else a->sets.push_back(w);
+    }
+    const int modes = int(a->batch) + int(!a->plan.empty()) + int(!a->sets.empty());
+    if (modes == 0) return "no SET, --batch or --plan";
+    if (modes > 1 || a->sets.size() > 1)
+        return "one of SET, --batch and --plan, and one SET only";
+    if (a->vfi && a->sets.empty()) return "--vfi goes with a SET only";
+    return "";
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
-    std::vector<std::string_view> args(argv + 1, argv + argc);
-    if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h"))
-        return usage(stdout, 0);
-    for (auto at = args.begin(); at != args.end(); ++at)
-        if (*at == "--compact" && !g_compact) {
-            g_compact = true;
-            args.erase(at);
-            break;
-        }
-    if (args.size() == 1 && args[0] == "--batch") return run_batch();
-    if (args.size() == 2 && args[0] == "--plan")
-        return cover_plan_run(std::string(args[1]), g_compact);
-    const bool vfi = !args.empty() && args[0] == "--vfi";
-    if (vfi) args.erase(args.begin());
-    if (args.size() != 1 || args[0].starts_with("--")) return usage(stderr, EXIT_BAD_INPUT);
-    return run_single(args[0], vfi);
+    if (int status; cli_help_or_version(TOOL, argc, argv, &status)) return status;
+    cover_args a;
+    if (std::string err = parse_args({argv + 1, argv + argc}, &a); !err.empty())
+        return cli_usage_error(TOOL, err);
+    if (a.batch) return run_batch();
+    if (!a.plan.empty()) return cover_plan_run(a.plan, g_compact);
+    return run_single(a.sets[0], a.vfi);
 }

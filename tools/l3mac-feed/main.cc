@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string>
 
+#include "cli.h"
 #include "platform/host/hnx_host.h"
 #include "platform/ss_rt_tbl.h"
 #include "s_route.pb-c.h"
@@ -24,7 +25,14 @@ constexpr int kKeyPos = 12;  // the `index` member of the row on the target
 const char kUsage[] =
     "usage: l3mac-feed [--root DIR] < REQUESTS\n"
     "  set USER UUID MAC_TYPE MAC EVLAN   e.g. set L3TABLE_L3INTF vlan10 L3MAC_NORMAL 00:11:22:33:44:55 10\n"
-    "  del USER UUID\n";
+    "  del USER UUID\n"
+    "Writes the requests of standard input, one a line, into s_route.l3mac_res.\n"
+    "USER and MAC_TYPE by name or number; blank lines and text from # on are\n"
+    "ignored; a bad line is told on standard error and skipped.\n"
+    "Exit status: 0 every line written, 2 a usage error or a line refused,\n"
+    "3 the table cannot be opened.\n";
+
+const cli_tool kTool = {"l3mac-feed", kUsage};
 
 // An enumeration value given by name or number; -1 when it is neither.
 int enum_value(const ProtobufCEnumDescriptor *d, const std::string &word) {
@@ -107,15 +115,16 @@ struct feeder {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (int status; cli_help_or_version(kTool, argc, argv, &status)) return status;
     int i = 1;
     if (i + 1 < argc && std::strcmp(argv[i], "--root") == 0) {
         hnx_host_set_root(argv[i + 1]);
         i += 2;
     }
-    if (i != argc) {
-        std::fprintf(stderr, "%s", kUsage);
-        return 2;
-    }
+    if (i < argc && std::strcmp(argv[i], "--root") == 0)
+        return cli_usage_error(kTool, "--root needs a DIR");
+    if (i != argc)
+        return cli_usage_error(kTool, "unexpected argument \"" + std::string(argv[i]) + "\"");
     SRoute__L3macRes tpl = S_ROUTE__L3MAC_RES__INIT;
     SRoute__ResSubKey key_tpl = S_ROUTE__RES_SUB_KEY__INIT;
     feeder f;
