@@ -10,6 +10,7 @@
 
 #include "platform/host/cap_check.h"
 #include "platform/host/hnx_host.h"
+#include "platform/host/notify.h"
 #include "platform/host/runtime_rec.h"
 #include "platform/kw_runtime.h"
 
@@ -95,6 +96,7 @@ int kw_global_run(kw_global *global) {
     watch_signal(rt, &rt->on_term, SIGTERM);
     watch_signal(rt, &rt->on_int, SIGINT);
     uv_run(&rt->loop, UV_RUN_DEFAULT);
+    host_notify_stopping();
     unwatch_signals(rt);
     return 0;
 }

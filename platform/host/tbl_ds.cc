@@ -5,6 +5,7 @@
 
 #include <cstdio>
 
+#include "platform/host/notify.h"
 #include "platform/host/tbl_retry.h"
 
 namespace {
@@ -65,6 +66,7 @@ void expire(ss_rt_tbl *tbl) {
     std::fprintf(stderr, "ss_rt_tbl: %s: data smoothing not ended in time, ended now\n",
                  tbl->name.c_str());
     end_window(tbl);
+    host_notify_smoothing_ended();
 }
 
 void on_expire(uv_timer_t *t) { expire(static_cast<ss_rt_tbl *>(t->data)); }
@@ -99,6 +101,7 @@ int ss_rt_tbl_ds_begin_detail(ss_rt_tbl *tbl, int secs, int) {
     tbl->ds.open = true;
     tbl->ds.deadline = std::chrono::steady_clock::now() + std::chrono::seconds(secs);
     arm(tbl, secs);
+    host_notify_smoothing_began(tbl->name);
     return 0;
 }
 
@@ -111,5 +114,6 @@ int ss_rt_tbl_ds_end_detail(ss_rt_tbl *tbl, int) {
     if (rv == 0)
         std::fprintf(stderr, "ss_rt_tbl: %s: data smoothing ended, %zu rows kept\n",
                      tbl->name.c_str(), kept);
+    host_notify_smoothing_ended();
     return rv;
 }
