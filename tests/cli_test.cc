@@ -40,7 +40,7 @@ TEST_P(ToolCli, HelpGoesToStdoutWithItsExitStatuses) {
     const std::string tool = GetParam();
     const managed_result r = run(tool, {"--help"});
     EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out.rfind("usage: " + tool, 0), 0u) << r.out;
+    EXPECT_EQ(r.out.rfind("Usage: " + tool, 0), 0u) << r.out;
     EXPECT_NE(r.out.find("Exit status: 0 "), std::string::npos) << r.out;
     EXPECT_EQ(r.err, "");
 }
@@ -59,7 +59,7 @@ TEST_P(ToolCli, UnknownOptionIsOneReasonThenUsageWithStatus2) {
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(first_line(r.err).rfind(tool + ": ", 0), 0u) << r.err;
     EXPECT_NE(first_line(r.err).find("--no-such-option"), std::string::npos) << r.err;
-    EXPECT_EQ(second_line(r.err).rfind("usage: " + tool, 0), 0u) << r.err;
+    EXPECT_EQ(second_line(r.err).rfind("Usage: " + tool, 0), 0u) << r.err;
 }
 
 INSTANTIATE_TEST_SUITE_P(Tools, ToolCli,

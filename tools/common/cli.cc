@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 #ifndef HNX_VERSION
 #define HNX_VERSION "0"
@@ -50,4 +51,11 @@ bool cli_number(const std::string &text, long lo, long hi, long *out, std::strin
     }
     *out = v;
     return true;
+}
+
+std::string cli_daemon_near(const std::string &dir) {
+    const std::string beside = dir + "/hnx-l3table-l3mac";
+    const std::string installed = dir + "/../sbin/hnx-l3table-l3mac";
+    if (access(beside.c_str(), X_OK) != 0 && access(installed.c_str(), X_OK) == 0) return installed;
+    return beside;
 }

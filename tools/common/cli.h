@@ -28,3 +28,8 @@ bool cli_number(const std::string &text, long lo, long hi, long *out, std::strin
 
 // The version line of --version: "NAME (hnx-l3table-l3mac) VERSION".
 std::string cli_version_line(const char *name);
+
+// The daemon for a tool in folder `dir` to start: beside it, as in the
+// build tree, else in ../sbin, as installed (tools in /usr/bin, the daemon
+// in /usr/sbin). The first when neither exists, for the error to name.
+std::string cli_daemon_near(const std::string &dir);

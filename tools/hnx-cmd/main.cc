@@ -15,11 +15,11 @@
 namespace {
 
 const char kUsage[] =
-    "usage: hnx-cmd [--root DIR] MODULE COMMAND [ARG...]   run one command\n"
-    "       hnx-cmd [--root DIR] MODULE help [COMMAND]     list the commands, or one\n"
-    "       hnx-cmd [--root DIR] MODULE                    interactive prompt\n"
+    "Usage: hnx-cmd [--root DIR] MODULE COMMAND [ARG...]   run one command\n"
+    "  or:  hnx-cmd [--root DIR] MODULE help [COMMAND]     list the commands, or one\n"
+    "  or:  hnx-cmd [--root DIR] MODULE                    interactive prompt\n"
     "--root DIR places the files under DIR (else HNX_ROOT, else the real paths).\n"
-    "Exit status: 0 done, 1 the command gave a non-zero result (told in words),\n"
+    "\nExit status: 0 done, 1 the command gave a non-zero result (told in words),\n"
     "2 refused (a usage error, a command the module does not know), 3 the module\n"
     "is not running.\n";
 

@@ -19,15 +19,15 @@ struct hnx_check_args {
 };
 
 constexpr const char *kUsage =
-    "usage: hnx-l3mac-check [--root DIR] [--restarted] [--quiet]\n"
+    "Usage: hnx-l3mac-check [--root DIR] [--restarted] [--quiet]\n"
     "  --root DIR    file root of the store and the board's profile (default: HNX_ROOT)\n"
     "  --restarted   the service has just started and served no request since;\n"
     "                the rules are the same, an entry that only a row the service\n"
     "                does not take asks for is told as left over from the start\n"
     "  --quiet       print violations and the summary, not the refused rows and notes\n"
-    "       hnx-l3mac-check --profile FILE\n"
+    "  or:  hnx-l3mac-check --profile FILE\n"
     "                checks a capability profile as the daemon will at its start\n"
-    "Exit status: 0 consistent (a sound profile), 1 a violation (a profile the\n"
+    "\nExit status: 0 consistent (a sound profile), 1 a violation (a profile the\n"
     "daemon refuses, or none), 2 a usage error or a store or profile that cannot\n"
     "be read.\n";
 

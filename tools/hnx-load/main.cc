@@ -15,7 +15,7 @@
 namespace {
 
 const char kUsage[] =
-    "usage: hnx-load [--root DIR] WORKLOAD [options]\n"
+    "Usage: hnx-load [--root DIR] WORKLOAD [options]\n"
     "workloads: l3intf, vrrp, mixed, scale, scale2, churn, restart\n"
     "Loads the daemon that runs under the root, or one it starts (--daemon), and\n"
     "deletes the request rows it wrote when it ends, also on SIGINT or SIGTERM.\n"
@@ -31,7 +31,7 @@ const char kUsage[] =
     "  --idle S          measure the daemon's CPU for S idle seconds after the load\n"
     "  --limit S         longest wait for the output tables (10)\n"
     "  --seed N          random sets' seed (1)\n"
-    "Exit status: 0 done, 2 a usage error or a load that could not be run (told\n"
+    "\nExit status: 0 done, 2 a usage error or a load that could not be run (told\n"
     "on standard error), 130 or 143 stopped by SIGINT or SIGTERM (its rows taken\n"
     "back), 255 the daemon it started did not come up.\n";
 
@@ -41,7 +41,7 @@ std::string beside_me(const char *argv0) {
     char buf[4096];
     ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
     std::string self = n > 0 ? std::string(buf, size_t(n)) : argv0;
-    return self.substr(0, self.rfind('/') + 1) + "hnx-l3table-l3mac";
+    return cli_daemon_near(self.substr(0, self.rfind('/')));
 }
 
 bool number(const std::string &s, double *out) {

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "platform/host/ssat_client.h"
+#include "cli.h"
 #include "soak.h"
 
 namespace {
@@ -35,7 +36,7 @@ pid_t soak_daemon_start(const soak_opts &o) {
         dup2(fd, STDERR_FILENO);
         close(fd);
     }
-    const std::string prog = o.bin + "/hnx-l3table-l3mac";
+    const std::string prog = cli_daemon_near(o.bin);
     execl(prog.c_str(), prog.c_str(), static_cast<char *>(nullptr));
     _exit(127);
 }

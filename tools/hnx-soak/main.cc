@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char *kUsage =
-    "usage: hnx-soak [--seconds N] [--restarts N] [--seed N] [--board two|copy|direct|one]\n"
+    "Usage: hnx-soak [--seconds N] [--restarts N] [--seed N] [--board two|copy|direct|one]\n"
     "                [--macs N] [--keys N] [--burst N] [--unit-ms N] [--root DIR] [--keep]\n"
     "                [--bin DIR]\n"
     "A crash-restart soak of the daemon: random requests, SIGKILL at random moments,\n"
@@ -37,7 +37,7 @@ constexpr const char *kUsage =
     "  --root DIR     file root to use (default: a fresh temporary one)\n"
     "  --keep         keep the root at the end\n"
     "  --bin DIR      folder of the daemon and the checker (default: this tool's)\n"
-    "Exit status: 0 nothing found, 1 violations found (printed),\n"
+    "\nExit status: 0 nothing found, 1 violations found (printed),\n"
     "2 a usage error or a root that cannot be prepared.\n";
 
 const cli_tool kTool = {"hnx-soak", kUsage};

@@ -4,14 +4,15 @@
 #include <string_view>
 
 const char *const kTblUsage =
-    "usage: hnx-tbl [--root DIR] set TABLE FIELD=VALUE...\n"
-    "       hnx-tbl [--root DIR] del TABLE KEYFIELD=VALUE...\n"
-    "       hnx-tbl [--root DIR] get TABLE KEYFIELD=VALUE...\n"
-    "       hnx-tbl [--root DIR] dump TABLE [--json | --ranges]\n"
-    "       hnx-tbl [--root DIR] watch TABLE...\n"
+    "Usage: hnx-tbl [--root DIR] set TABLE FIELD=VALUE...\n"
+    "  or:  hnx-tbl [--root DIR] del TABLE KEYFIELD=VALUE...\n"
+    "  or:  hnx-tbl [--root DIR] get TABLE KEYFIELD=VALUE...\n"
+    "  or:  hnx-tbl [--root DIR] dump TABLE [--json | --ranges]\n"
+    "  or:  hnx-tbl [--root DIR] watch TABLE...\n"
+    "  or:  hnx-tbl tables | fields TABLE      the names the commands take\n"
     "TABLE is a row message's full name (s_route.l3mac_res); FIELD a dotted path\n"
     "into the row (index.uuid, attr.mac). The root is --root, else HNX_ROOT.\n"
-    "Exit status: 0 done, 1 get: no such row, 2 a usage error or bad input,\n"
+    "\nExit status: 0 done, 1 get: no such row, 2 a usage error or bad input,\n"
     "3 the store cannot be read or written.\n";
 
 namespace {
@@ -21,7 +22,9 @@ bool takes_fields(const std::string &verb) { return verb == "set" || verb == "de
 std::string positional(std::string_view word, tbl_args *out) {
     if (out->verb.empty()) {
         out->verb = word;
-        if (takes_fields(out->verb) || out->verb == "dump" || out->verb == "watch") return "";
+        if (takes_fields(out->verb) || out->verb == "dump" || out->verb == "watch" ||
+            out->verb == "tables" || out->verb == "fields")
+            return "";
         return "unknown command " + out->verb;
     }
     bool first_table = out->tables.empty();
@@ -39,6 +42,8 @@ std::string positional(std::string_view word, tbl_args *out) {
 std::string complete(const tbl_args &a) {
     if (a.help) return "";
     if (a.verb.empty()) return "no command";
+    if (a.verb == "tables" && !a.tables.empty()) return "tables takes no table";
+    if (a.verb == "tables") return "";
     if (a.tables.empty()) return a.verb + " needs a table";
     if (a.json && a.verb != "dump") return "--json goes with dump only";
     if (a.ranges && (a.verb != "dump" || a.json)) return "--ranges goes with dump only, without --json";

@@ -12,3 +12,5 @@ int cmd_del(const tbl_args &a);
 int cmd_get(const tbl_args &a);
 int cmd_dump(const tbl_args &a);
 int cmd_watch(const tbl_args &a);
+int cmd_tables(const tbl_args &a);
+int cmd_fields(const tbl_args &a);

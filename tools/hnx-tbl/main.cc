@@ -27,5 +27,7 @@ int main(int argc, char **argv) {
     if (a.verb == "del") return cmd_del(a);
     if (a.verb == "get") return cmd_get(a);
     if (a.verb == "dump") return cmd_dump(a);
+    if (a.verb == "tables") return cmd_tables(a);
+    if (a.verb == "fields") return cmd_fields(a);
     return cmd_watch(a);
 }

@@ -20,16 +20,16 @@ constexpr int EXIT_BAD_INPUT = 2;
 constexpr int EXIT_NO_MEMORY = 1;
 
 const char USAGE[] =
-    "usage: l3mac-cover [--compact] [--vfi] SET\n"
-    "       l3mac-cover [--compact] --batch < lines of 'vlan SET' or 'vfi SET'\n"
-    "       l3mac-cover [--compact] --plan FILE   (lines 'MAC [vlan|vfi] SET', # comments)\n"
+    "Usage: l3mac-cover [--compact] [--vfi] SET\n"
+    "  or:  l3mac-cover [--compact] --batch < lines of 'vlan SET' or 'vfi SET'\n"
+    "  or:  l3mac-cover [--compact] --plan FILE   (lines 'MAC [vlan|vfi] SET', # comments)\n"
     "SET: numbers and ranges of 0-16383, e.g. 1-7,9,100-103; '-' is empty\n"
     "--compact: the cover of the compact-cover mode (a cover without entries\n"
     "           is '-' in --batch); --plan then shows both modes side by side\n"
     "--batch answers each line with one line; blank lines and text from # on are\n"
     "ignored (their answer is an empty line), a bad line gets an empty answer\n"
     "and an error line on standard error.\n"
-    "Exit status: 0 done, 1 no memory for a cover, 2 a usage error or bad input\n"
+    "\nExit status: 0 done, 1 no memory for a cover, 2 a usage error or bad input\n"
     "(a bad set, a bad --batch or --plan line, a --plan file that cannot be read).\n";
 
 const cli_tool TOOL = {"l3mac-cover", USAGE};

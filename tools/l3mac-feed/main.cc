@@ -23,13 +23,13 @@ constexpr int kStore = 16;
 constexpr int kKeyPos = 12;  // the `index` member of the row on the target
 
 const char kUsage[] =
-    "usage: l3mac-feed [--root DIR] < REQUESTS\n"
+    "Usage: l3mac-feed [--root DIR] < REQUESTS\n"
     "  set USER UUID MAC_TYPE MAC EVLAN   e.g. set L3TABLE_L3INTF vlan10 L3MAC_NORMAL 00:11:22:33:44:55 10\n"
     "  del USER UUID\n"
     "Writes the requests of standard input, one a line, into s_route.l3mac_res.\n"
     "USER and MAC_TYPE by name or number; blank lines and text from # on are\n"
     "ignored; a bad line is told on standard error and skipped.\n"
-    "Exit status: 0 every line written, 2 a usage error or a line refused,\n"
+    "\nExit status: 0 every line written, 2 a usage error or a line refused,\n"
     "3 the table cannot be opened.\n";
 
 const cli_tool kTool = {"l3mac-feed", kUsage};
