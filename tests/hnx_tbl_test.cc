@@ -45,9 +45,9 @@ TEST_F(HnxTbl, SetGetDelAndDumpInKeyOrder) {
     EXPECT_EQ(got.status, 1);
     EXPECT_EQ(got.err, "hnx-tbl: s_route.l3mac_res: no row with index.t_user=3 index.uuid=\"vr 1\"\n");
     EXPECT_EQ(run({"dump", kRes, "--json"}).out,
-              "{\"index\":{\"t_user\":1,\"uuid\":\"a\"},\"status\":\"STATUS_FAILED\",\"attr\":"
-              "{\"is_match_evlan\":false,\"evlan\":0,\"mac_type\":\"L3MAC_OL\",\"mac\":{\"data\":"
-              "\"0a:0b:0c:0d:0e:0f\"},\"phyid\":16}}\n");
+              "{\"index\":{\"t_user\":\"L3TABLE_UC\",\"uuid\":\"a\"},\"status\":\"STATUS_FAILED\","
+              "\"attr\":{\"is_match_evlan\":false,\"evlan\":0,\"mac_type\":\"L3MAC_OL\",\"mac\":"
+              "\"0a:0b:0c:0d:0e:0f\",\"phyid\":16}}\n");
 }
 
 TEST_F(HnxTbl, BadInputSaysWhyAndWritesNothing) {

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "diag/l3mac_check.h"
 #include "platform/host/hnx_host.h"
 #include "profile.h"
@@ -15,16 +17,19 @@ namespace {
 
 struct hnx_check_args {
     bool quiet = false;
+    bool json = false;
     l3mac_check_opts opts;
 };
 
 constexpr const char *kUsage =
-    "Usage: hnx-l3mac-check [--root DIR] [--restarted] [--quiet]\n"
+    "Usage: hnx-l3mac-check [--root DIR] [--restarted] [--quiet] [--json]\n"
     "  --root DIR    file root of the store and the board's profile (default: HNX_ROOT)\n"
     "  --restarted   the service has just started and served no request since;\n"
     "                the rules are the same, an entry that only a row the service\n"
     "                does not take asks for is told as left over from the start\n"
     "  --quiet       print violations and the summary, not the refused rows and notes\n"
+    "  --json        one JSON object a line: {\"kind\": \"violation\"|\"refused\"|\"note\",\n"
+    "                \"text\"} for each finding, then {\"kind\": \"summary\", ...}\n"
     "  or:  hnx-l3mac-check --profile FILE\n"
     "                checks a capability profile as the daemon will at its start\n"
     "\nExit status: 0 consistent (a sound profile), 1 a violation (a profile the\n"
@@ -41,6 +46,7 @@ int hnx_check_parse(int argc, char **argv, hnx_check_args *a) {
         else if (arg == "--root") return cli_usage_error(kTool, "--root needs a DIR");
         else if (arg == "--restarted") a->opts.restarted = true;
         else if (arg == "--quiet") a->quiet = true;
+        else if (arg == "--json") a->json = true;
         else return cli_usage_error(kTool, "unknown argument " + arg);
     }
     return 0;
@@ -66,6 +72,30 @@ void hnx_check_print(const l3mac_check_report &rep, bool quiet) {
                 rep.refused.size(), rep.violations.size());
 }
 
+void hnx_check_print_json(const l3mac_check_report &rep, bool quiet) {
+    auto line = [](const char *kind, const std::string &text) {
+        std::printf("%s\n", nlohmann::ordered_json{{"kind", kind}, {"text", text}}.dump().c_str());
+    };
+    for (const std::string &v : rep.violations) line("violation", v);
+    if (!quiet) {
+        for (const std::string &r : rep.refused) line("refused", r);
+        for (const std::string &n : rep.notes) line("note", n);
+    }
+    nlohmann::ordered_json sum = {
+        {"kind", "summary"},
+        {"managed_requests", rep.managed_requests},
+        {"direct_requests", rep.direct_requests},
+        {"macs", rep.macs},
+        {"unserved_macs", rep.unserved_macs},
+        {"tcams", {{{"fill", rep.fill[0]}, {"limit", rep.limit[0]}},
+                   {{"fill", rep.fill[1]}, {"limit", rep.limit[1]}}}},
+        {"direct_rows", rep.direct_rows},
+        {"refused_rows", rep.refused.size()},
+        {"violations", rep.violations.size()},
+    };
+    std::printf("%s\n", sum.dump().c_str());
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -86,6 +116,7 @@ int main(int argc, char **argv) {
     const l3mac_check_board board = l3mac_check_board_of_profile(false);
     l3mac_check_tables(rows, board, args.opts, &rep);
     l3mac_check_input(rows, board, &rep);
-    hnx_check_print(rep, args.quiet);
+    if (args.json) hnx_check_print_json(rep, args.quiet);
+    else hnx_check_print(rep, args.quiet);
     return rep.ok() ? 0 : 1;
 }

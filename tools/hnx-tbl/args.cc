@@ -7,11 +7,15 @@ const char *const kTblUsage =
     "Usage: hnx-tbl [--root DIR] set TABLE FIELD=VALUE...\n"
     "  or:  hnx-tbl [--root DIR] del TABLE KEYFIELD=VALUE...\n"
     "  or:  hnx-tbl [--root DIR] get TABLE KEYFIELD=VALUE...\n"
-    "  or:  hnx-tbl [--root DIR] dump TABLE [--json | --ranges]\n"
-    "  or:  hnx-tbl [--root DIR] watch TABLE...\n"
+    "  or:  hnx-tbl [--root DIR] dump TABLE [--json] [--ranges]\n"
+    "  or:  hnx-tbl [--root DIR] watch [--json] TABLE...\n"
     "  or:  hnx-tbl tables | fields TABLE      the names the commands take\n"
     "TABLE is a row message's full name (s_route.l3mac_res); FIELD a dotted path\n"
     "into the row (index.uuid, attr.mac). The root is --root, else HNX_ROOT.\n"
+    "dump lists the rows in key order; --ranges adds the numbers each TCAM entry\n"
+    "matches. --json prints one JSON object a line: a row's fields by name,\n"
+    "enumerations by their names, a MAC as \"aa:bb:cc:dd:ee:ff\"; watch prints\n"
+    "{\"op\": \"set\"|\"del\", \"table\": ..., \"row\": ...} (a del: the key only).\n"
     "\nExit status: 0 done, 1 get: no such row, 2 a usage error or bad input,\n"
     "3 the store cannot be read or written.\n";
 
@@ -45,8 +49,8 @@ std::string complete(const tbl_args &a) {
     if (a.verb == "tables" && !a.tables.empty()) return "tables takes no table";
     if (a.verb == "tables") return "";
     if (a.tables.empty()) return a.verb + " needs a table";
-    if (a.json && a.verb != "dump") return "--json goes with dump only";
-    if (a.ranges && (a.verb != "dump" || a.json)) return "--ranges goes with dump only, without --json";
+    if (a.json && a.verb != "dump" && a.verb != "watch") return "--json goes with dump and watch only";
+    if (a.ranges && a.verb != "dump") return "--ranges goes with dump only";
     return "";
 }
 

@@ -107,8 +107,9 @@ int cmd_dump(const tbl_args &a) {
     int rv = tbl_scan_rows(kStore, s->row->name, [&](const tbl_row &r) {
         tbl_msg row = tbl_unpack(s->row, r.val, s->row->name);
         if (!row) return;
-        std::string line = a.json ? print_json(row.get()) : print_readable(row.get());
-        if (a.ranges) line += ranges_word(row.get());
+        const std::string ranges = a.ranges ? ranges_word(row.get()) : "";
+        const std::string line =
+            a.json ? print_json(row.get(), ranges) : print_readable(row.get()) + ranges;
         std::printf("%s\n", line.c_str());
     });
     return rv == 0 ? kExitOk : kExitStore;

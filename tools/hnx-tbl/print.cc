@@ -1,6 +1,9 @@
 // The tool's printed forms of a row: see print.h.
 #include "print.h"
 
+#include <cstring>
+
+#include "s_route.pb-c.h"
 #include "schema.h"
 #include "values.h"
 
@@ -46,14 +49,46 @@ void words(const ProtobufCMessage *m, const ProtobufCFieldDescriptor *f, const s
         all_words(sub, name + ".", out);
 }
 
+nlohmann::ordered_json json_of(const ProtobufCMessage *m);
+
+// Some records hold an enumeration's value as a plain number: the key's
+// t_user everywhere, mac_type in the output tables. JSON names them as it
+// names every enumeration field; a number outside it stays a number.
+const ProtobufCEnumDescriptor *named_number(const ProtobufCFieldDescriptor *f) {
+    if (f->type != PROTOBUF_C_TYPE_UINT32) return nullptr;
+    if (std::strcmp(f->name, "t_user") == 0) return &s_route__l3table_user_e__descriptor;
+    if (std::strcmp(f->name, "mac_type") == 0) return &s_route__l3mac_type_e__descriptor;
+    return nullptr;
+}
+
+nlohmann::ordered_json named_json(const ProtobufCMessage *m, const ProtobufCFieldDescriptor *f,
+                                  const ProtobufCEnumDescriptor *e) {
+    const uint32_t v = *reinterpret_cast<const uint32_t *>(reinterpret_cast<const char *>(m) + f->offset);
+    const ProtobufCEnumValue *name = protobuf_c_enum_descriptor_get_value(e, int(v));
+    return name ? nlohmann::ordered_json(name->name) : nlohmann::ordered_json(v);
+}
+
+nlohmann::ordered_json member_json(const ProtobufCMessage *m, const ProtobufCFieldDescriptor *f) {
+    if (const ProtobufCEnumDescriptor *e = named_number(f)) return named_json(m, f, e);
+    if (f->type != PROTOBUF_C_TYPE_MESSAGE) return value_json(m, f);
+    const ProtobufCMessage *sub = sub_of(m, f);
+    const ProtobufCFieldDescriptor *single = path_single(sub->descriptor);
+    if (single && single->type != PROTOBUF_C_TYPE_MESSAGE && present(sub, single))
+        return value_json(sub, single);
+    return json_of(sub);
+}
+
 nlohmann::ordered_json json_of(const ProtobufCMessage *m) {
     nlohmann::ordered_json obj = nlohmann::ordered_json::object();
     for (unsigned i = 0; i < m->descriptor->n_fields; i++) {
         const ProtobufCFieldDescriptor *f = &m->descriptor->fields[i];
-        if (!present(m, f)) continue;
-        obj[f->name] = f->type == PROTOBUF_C_TYPE_MESSAGE ? json_of(sub_of(m, f)) : value_json(m, f);
+        if (present(m, f)) obj[f->name] = member_json(m, f);
     }
     return obj;
+}
+
+std::string dump_json(const nlohmann::ordered_json &j) {
+    return j.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 }  // namespace
@@ -70,6 +105,20 @@ std::string print_member(const ProtobufCMessage *row, const ProtobufCFieldDescri
     return out;
 }
 
-std::string print_json(const ProtobufCMessage *row) {
-    return json_of(row).dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+std::string print_json(const ProtobufCMessage *row, const std::string &ranges_word) {
+    nlohmann::ordered_json obj = json_of(row);
+    // " vlans=1-7" as "vlans": "1-7"
+    const size_t eq = ranges_word.find('=');
+    if (eq != std::string::npos) obj[ranges_word.substr(1, eq - 1)] = ranges_word.substr(eq + 1);
+    return dump_json(obj);
+}
+
+std::string print_json_change(const char *op, const ProtobufCMessage *row,
+                              const ProtobufCFieldDescriptor *key) {
+    nlohmann::ordered_json obj = nlohmann::ordered_json::object();
+    obj["op"] = op;
+    obj["table"] = row->descriptor->name;
+    if (key && present(row, key)) obj["row"] = {{key->name, member_json(row, key)}};
+    else obj["row"] = json_of(row);
+    return dump_json(obj);
 }

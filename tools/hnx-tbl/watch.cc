@@ -10,17 +10,24 @@
 
 namespace {
 
+bool g_json = false;  // --json: one object a change
+
 // "set TABLE words" for a row written, "del TABLE key words" for one gone.
 int on_set(const ProtobufCMessage *row) {
-    std::printf("set %s %s\n", row->descriptor->name, print_readable(row).c_str());
+    if (g_json) std::printf("%s\n", print_json_change("set", row, nullptr).c_str());
+    else std::printf("set %s %s\n", row->descriptor->name, print_readable(row).c_str());
     std::fflush(stdout);
     return 0;
 }
 
 int on_del(const ProtobufCMessage *row) {
     const tbl_schema *s = schema_find(row->descriptor->name);
-    std::string words = s ? print_member(row, s->key) : print_readable(row);
-    std::printf("del %s %s\n", row->descriptor->name, words.c_str());
+    if (g_json) {
+        std::printf("%s\n", print_json_change("del", row, s ? s->key : nullptr).c_str());
+    } else {
+        std::string words = s ? print_member(row, s->key) : print_readable(row);
+        std::printf("del %s %s\n", row->descriptor->name, words.c_str());
+    }
     std::fflush(stdout);
     return 0;
 }
@@ -33,6 +40,7 @@ int subscribe(const tbl_schema *s, msg_arena &arena) {
 }  // namespace
 
 int cmd_watch(const tbl_args &a) {
+    g_json = a.json;
     std::vector<const tbl_schema *> tables;
     for (const std::string &name : a.tables) {
         const tbl_schema *s = schema_find(name);

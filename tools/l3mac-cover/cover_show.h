@@ -35,3 +35,8 @@ std::string cover_batch_line(const cover_result &c);
 
 // One line per template, "  KEY  MASK  LEVEL  NUMBERS", then the summary.
 std::string cover_report(const cover_result &c);
+
+// One JSON object on one line: {"line": N (from --batch, when N > 0),
+// "space": "vlan"|"vfi", "mode": "greedy"|"compact", "templates": [{"key",
+// "mask", "level"} in list order], "entries": TCAM entries}.
+std::string cover_json(const cover_result &c, long line);

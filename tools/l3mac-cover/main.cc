@@ -22,6 +22,7 @@ constexpr int EXIT_NO_MEMORY = 1;
 const char USAGE[] =
     "Usage: l3mac-cover [--compact] [--vfi] SET\n"
     "  or:  l3mac-cover [--compact] --batch < lines of 'vlan SET' or 'vfi SET'\n"
+    "  or:  l3mac-cover [--compact] --json SET | --batch\n"
     "  or:  l3mac-cover [--compact] --plan FILE   (lines 'MAC [vlan|vfi] SET', # comments)\n"
     "SET: numbers and ranges of 0-16383, e.g. 1-7,9,100-103; '-' is empty\n"
     "--compact: the cover of the compact-cover mode (a cover without entries\n"
@@ -29,12 +30,16 @@ const char USAGE[] =
     "--batch answers each line with one line; blank lines and text from # on are\n"
     "ignored (their answer is an empty line), a bad line gets an empty answer\n"
     "and an error line on standard error.\n"
+    "--json: one JSON object a line: {\"line\" (--batch only), \"space\", \"mode\",\n"
+    "        \"templates\": [{\"key\", \"mask\", \"level\"}], \"entries\"}; in --batch\n"
+    "        blank, comment and bad lines give none.\n"
     "\nExit status: 0 done, 1 no memory for a cover, 2 a usage error or bad input\n"
     "(a bad set, a bad --batch or --plan line, a --plan file that cannot be read).\n";
 
 const cli_tool TOOL = {"l3mac-cover", USAGE};
 
 bool g_compact = false;  // --compact: the compact search
+bool g_json = false;     // --json: answers as JSON objects
 
 int run_single(std::string_view text, bool vfi) {
     std::vector<uint32_t> numbers;
@@ -49,7 +54,8 @@ int run_single(std::string_view text, bool vfi) {
         std::fputs("l3mac-cover: no memory for the cover\n", stderr);
         return EXIT_NO_MEMORY;
     }
-    std::fputs(cover_report(c).c_str(), stdout);
+    if (g_json) std::printf("%s\n", cover_json(c, 0).c_str());
+    else std::fputs(cover_report(c).c_str(), stdout);
     return 0;
 }
 
@@ -65,7 +71,7 @@ std::vector<std::string_view> split_words(std::string_view line) {
 }
 
 // One batch line into its answer; false with *error on bad input.
-bool answer_line(std::string_view line, std::string *answer, std::string *error) {
+bool answer_line(std::string_view line, long number, std::string *answer, std::string *error) {
     const std::vector<std::string_view> words = split_words(line.substr(0, line.find('#')));
     if (words.empty()) return true;
     if (words.size() != 2 || (words[0] != "vlan" && words[0] != "vfi")) {
@@ -79,7 +85,7 @@ bool answer_line(std::string_view line, std::string *answer, std::string *error)
         *error = "no memory for the cover";
         return false;
     }
-    *answer = cover_batch_line(c);
+    *answer = g_json ? cover_json(c, number) : cover_batch_line(c);
     return true;
 }
 
@@ -91,11 +97,12 @@ int run_batch() {
     std::string line;
     for (long number = 1; std::getline(std::cin, line); ++number) {
         std::string answer, error;
-        if (!answer_line(line, &answer, &error)) {
+        if (!answer_line(line, number, &answer, &error)) {
             std::fprintf(stderr, "l3mac-cover: line %ld: %s\n", number, error.c_str());
             status = EXIT_BAD_INPUT;
         }
-        std::cout << answer << '\n';
+        // JSON answers carry their line's number instead of standing on it.
+        if (!g_json || !answer.empty()) std::cout << answer << '\n';
     }
     return status;
 }
@@ -113,6 +120,7 @@ std::string parse_args(const std::vector<std::string_view> &args, cover_args *a)
         if (w == "--compact" && g_compact) return "--compact given twice";
         if (w == "--compact") g_compact = true;
         else if (w == "--vfi") a->vfi = true;
+        else if (w == "--json") g_json = true;
         else if (w == "--batch") a->batch = true;
         else if (w == "--plan" && i + 1 < args.size()) a->plan = args[++i];
         else if (w == "--plan") return "--plan needs a FILE";
@@ -124,6 +132,7 @@ std::string parse_args(const std::vector<std::string_view> &args, cover_args *a)
     if (modes > 1 || a->sets.size() > 1)
         return "one of SET, --batch and --plan, and one SET only";
     if (a->vfi && a->sets.empty()) return "--vfi goes with a SET only";
+    if (g_json && !a->plan.empty()) return "--json goes with a SET or --batch, not --plan";
     return "";
 }
 

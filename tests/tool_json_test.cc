@@ -1,0 +1,128 @@
+// The tools' JSON, one shape everywhere: one object a line (JSON Lines),
+// fields by their schema names, enumerations (mac_type, t_user) by their
+// names, MACs as "aa:bb:cc:dd:ee:ff", dumps in key order.
+#include <csignal>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "support/l3mac_world.h"
+#include "support/managed_proc.h"
+
+namespace {
+
+const char *const kHw = "s_route.l3mac_hw_res";
+
+// Every line of `out` as a JSON object; a line that is not one fails.
+std::vector<nlohmann::json> objects(const std::string &out) {
+    std::vector<nlohmann::json> all;
+    size_t from = 0;
+    for (size_t at; (at = out.find('\n', from)) != std::string::npos; from = at + 1) {
+        nlohmann::json j = nlohmann::json::parse(out.substr(from, at - from), nullptr, false);
+        EXPECT_TRUE(j.is_object()) << out.substr(from, at - from);
+        all.push_back(j);
+    }
+    EXPECT_EQ(from, out.size()) << "unterminated line in " << out;
+    return all;
+}
+
+class ToolJson : public L3macWorld {
+protected:
+    managed_result tool(const std::string &name, std::vector<std::string> args,
+                        const std::string &input = "") {
+        args.insert(args.begin(), {"--root", root_});
+        return managed_run(HNX_BIN_DIR, root_, name, args, input);
+    }
+    void set_hw(const std::string &id, const std::string &mac, const std::string &type) {
+        ASSERT_EQ(tool("hnx-tbl", {"set", kHw, "index.hw_id=" + id, "attr.evlan=100",
+                                   "attr.evlan_mask=0xFFC", "attr.mac_type=" + type,
+                                   "attr.mac=" + mac}).status, 0);
+    }
+};
+
+TEST_F(ToolJson, DumpIsOneObjectPerRowInKeyOrderWithNames) {
+    set_hw("9", "00:11:22:33:44:59", "1");
+    set_hw("5", "00:11:22:33:44:55", "0");
+    const managed_result r = tool("hnx-tbl", {"dump", kHw, "--json", "--ranges"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::vector<nlohmann::json> rows = objects(r.out);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0]["index"]["hw_id"], 5);
+    EXPECT_EQ(rows[0]["attr"]["mac"], "00:11:22:33:44:55");
+    EXPECT_EQ(rows[0]["attr"]["mac_type"], "L3MAC_NORMAL");
+    EXPECT_EQ(rows[0]["vlans"], "100-103");
+    EXPECT_EQ(rows[1]["index"]["hw_id"], 9);
+    EXPECT_EQ(rows[1]["attr"]["mac_type"], "L3MAC_OL");
+    EXPECT_EQ(rows[1]["vfis"], "100-103,4196-4199,8292-8295,12388-12391");  // 14-bit space
+
+    ASSERT_EQ(tool("hnx-tbl", {"set", "s_route.l3mac_res", "index.t_user=19", "index.uuid=a",
+                               "status=STATUS_REQUEST", "attr.evlan=100",
+                               "attr.mac_type=L3MAC_NORMAL", "attr.mac=00:11:22:33:44:55"}).status, 0);
+    const std::vector<nlohmann::json> req = objects(tool("hnx-tbl", {"dump", "s_route.l3mac_res", "--json"}).out);
+    ASSERT_EQ(req.size(), 1u);
+    EXPECT_EQ(req[0]["index"]["t_user"], "L3TABLE_L3INTF");
+}
+
+// The watcher prints the changes that others make, one object each.
+TEST_F(ToolJson, WatchGivesSetAndDelObjects) {
+    set_hw("5", "00:11:22:33:44:55", "0");
+    const std::string out = root_ + "/watch.out", err = root_ + "/watch.err";
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+        dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
+        execl(HNX_BIN_DIR "/hnx-tbl", "hnx-tbl", "--root", root_.c_str(), "watch", "--json", kHw,
+              nullptr);
+        _exit(127);
+    }
+    ASSERT_TRUE(managed_wait([&] { return managed_slurp(err).find("watching") != std::string::npos; }));
+    set_hw("6", "00:11:22:33:44:56", "0");
+    ASSERT_EQ(tool("hnx-tbl", {"del", kHw, "index.hw_id=5"}).status, 0);
+    const bool both = managed_wait([&] { return l3mac_count_of(managed_slurp(out), "\n") >= 2; });
+    kill(pid, SIGTERM);
+    waitpid(pid, nullptr, 0);
+    ASSERT_TRUE(both) << managed_slurp(out) << managed_slurp(err);
+    const std::vector<nlohmann::json> changes = objects(managed_slurp(out));
+    ASSERT_EQ(changes.size(), 2u);
+    EXPECT_EQ(changes[0]["op"], "set");
+    EXPECT_EQ(changes[0]["table"], kHw);
+    EXPECT_EQ(changes[0]["row"]["attr"]["mac"], "00:11:22:33:44:56");
+    EXPECT_EQ(changes[1], nlohmann::json::parse(
+                              R"({"op":"del","table":"s_route.l3mac_hw_res","row":{"index":{"hw_id":5,"phase":0}}})"));
+}
+
+TEST_F(ToolJson, CheckGivesFindingsThenASummary) {
+    write_caps({});
+    set_hw("5", "00:11:22:33:44:55", "0");  // an entry that no request asks for
+    const managed_result r = tool("hnx-l3mac-check", {"--json"});
+    EXPECT_EQ(r.status, 1) << r.err;
+    const std::vector<nlohmann::json> lines = objects(r.out);
+    ASSERT_GE(lines.size(), 2u) << r.out;
+    EXPECT_EQ(lines.front()["kind"], "violation");
+    const nlohmann::json &sum = lines.back();
+    EXPECT_EQ(sum["kind"], "summary");
+    EXPECT_EQ(sum["violations"], int(lines.size()) - 1 - l3mac_count_of(r.out, "\"note\"") -
+                                     l3mac_count_of(r.out, "\"refused\""));
+    EXPECT_EQ(sum["tcams"].size(), 2u);
+}
+
+TEST_F(ToolJson, CoverGivesTemplatesAndLineNumbers) {
+    managed_result r = managed_run(HNX_BIN_DIR, root_, "l3mac-cover", {"--json", "100-103"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "{\"space\":\"vlan\",\"mode\":\"greedy\",\"templates\":[{\"key\":0,\"mask\":4095,"
+                     "\"level\":0},{\"key\":100,\"mask\":4092,\"level\":2}],\"entries\":1}\n");
+    r = managed_run(HNX_BIN_DIR, root_, "l3mac-cover", {"--batch", "--json"},
+                    "vlan 1\n# two\n\nvfi 4096-4099\nvlx 3\n");
+    EXPECT_EQ(r.status, 2);
+    const std::vector<nlohmann::json> answers = objects(r.out);
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(answers[0]["line"], 1);
+    EXPECT_EQ(answers[1]["line"], 4);
+    EXPECT_EQ(answers[1]["space"], "vfi");
+    EXPECT_EQ(answers[1]["entries"], 2);
+    EXPECT_EQ(r.err, "l3mac-cover: line 5: expected 'vlan SET' or 'vfi SET'\n");
+}
+
+}  // namespace
