@@ -1,6 +1,7 @@
 // The shared command-line conventions of the tools: see cli.h.
 #include "cli.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -41,7 +42,8 @@ bool cli_number(const std::string &text, long lo, long hi, long *out, std::strin
     char *end = nullptr;
     errno = 0;
     const long v = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || text[0] == ' ' || text[0] == '+') {
+    // strtol would pass leading blanks and a '+': the number starts at once.
+    if (text.empty() || *end != '\0' || !(std::isdigit(uint8_t(text[0])) || text[0] == '-')) {
         *why = "\"" + text + "\" is not a number";
         return false;
     }

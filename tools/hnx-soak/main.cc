@@ -53,7 +53,8 @@ std::string soak_take(soak_opts *o, const std::string &a, const std::string &val
     long v = 0;
     std::string err;
     if (a == "--board") {
-        if (soak_board_json(val).empty()) return "unknown board \"" + val + "\"; boards: " + soak_board_names();
+        if (soak_board_json(val).empty())
+            return "unknown board \"" + val + "\"; boards: " + soak_board_names();
         o->board = val;
     } else if (a == "--root") o->root = val;
     else if (a == "--bin") o->bin = val;
@@ -77,7 +78,9 @@ std::string soak_parse(int argc, char **argv, soak_opts *o) {
         else if (i + 1 >= argc) {
             const std::string err = soak_take(o, a, "");
             return err.rfind("unknown option", 0) == 0 ? err : a + " needs a value";
-        }        else if (std::string err = soak_take(o, a, argv[++i]); !err.empty()) return err;
+        } else if (std::string err = soak_take(o, a, argv[++i]); !err.empty()) {
+            return err;
+        }
     }
     return "";
 }
