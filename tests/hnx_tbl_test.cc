@@ -31,10 +31,10 @@ TEST_F(HnxTbl, SetGetDelAndDumpInKeyOrder) {
     ASSERT_EQ(run({"set", kRes, "index.t_user=1", "index.uuid=a", "status=3", "attr.mac_type=1",
                    "attr.mac.data=0a:0b:0c:0d:0e:0f", "attr.phyid=0x10"}).status, 0);
     const std::string row1 =
-        "index.t_user=1 index.uuid=a status=STATUS_FAILED attr.is_match_evlan=false "
+        "index.t_user=L3TABLE_UC index.uuid=a status=STATUS_FAILED attr.is_match_evlan=false "
         "attr.evlan=0 attr.mac_type=L3MAC_OL attr.mac=0a:0b:0c:0d:0e:0f attr.phyid=16\n";
     const std::string row3 =
-        "index.t_user=3 index.uuid=\"vr 1\" status=STATUS_REQUEST attr.is_match_evlan=true "
+        "index.t_user=L3TABLE_VXLAN_TNL index.uuid=\"vr 1\" status=STATUS_REQUEST attr.is_match_evlan=true "
         "attr.evlan=100 attr.mac_type=L3MAC_VRRP attr.mac=00:11:22:33:44:55 attr.phyid=0\n";
     EXPECT_EQ(run({"dump", kRes}).out, row1 + row3);
     managed_result got = run({"get", kRes, "index.t_user=3", "index.uuid=vr 1"});
@@ -43,11 +43,32 @@ TEST_F(HnxTbl, SetGetDelAndDumpInKeyOrder) {
     EXPECT_EQ(run({"del", kRes, "index.t_user=3", "index.uuid=vr 1"}).status, 0);
     got = run({"get", kRes, "index.t_user=3", "index.uuid=vr 1"});
     EXPECT_EQ(got.status, 1);
-    EXPECT_EQ(got.err, "hnx-tbl: s_route.l3mac_res: no row with index.t_user=3 index.uuid=\"vr 1\"\n");
+    EXPECT_EQ(got.err, "hnx-tbl: s_route.l3mac_res: no row with index.t_user=L3TABLE_VXLAN_TNL index.uuid=\"vr 1\"\n");
     EXPECT_EQ(run({"dump", kRes, "--json"}).out,
               "{\"index\":{\"t_user\":\"L3TABLE_UC\",\"uuid\":\"a\"},\"status\":\"STATUS_FAILED\","
               "\"attr\":{\"is_match_evlan\":false,\"evlan\":0,\"mac_type\":\"L3MAC_OL\",\"mac\":"
               "\"0a:0b:0c:0d:0e:0f\",\"phyid\":16}}\n");
+}
+
+// t_user, and mac_type in the output tables, are plain numbers in the
+// records: every view names them, and set, get and del take the names.
+TEST_F(HnxTbl, PlainNumbersOfAnEnumerationGoByName) {
+    ASSERT_EQ(run({"set", "s_route.l3mac_hw_res", "index.hw_id=7", "attr.mac_type=L3MAC_OL",
+                   "attr.mac=00:11:22:33:44:55"}).status, 0);
+    ASSERT_EQ(run({"set", "s_route.l3mac_hw_res", "index.hw_id=8", "attr.mac_type=9",
+                   "attr.mac=00:11:22:33:44:55"}).status, 0);
+    EXPECT_EQ(run({"dump", "s_route.l3mac_hw_res"}).out,
+              "index.hw_id=7 index.phase=0 attr.evlan=0 attr.evlan_mask=0 attr.mac_type=L3MAC_OL "
+              "attr.mac=00:11:22:33:44:55 attr.phyid=0\n"
+              "index.hw_id=8 index.phase=0 attr.evlan=0 attr.evlan_mask=0 attr.mac_type=9 "
+              "attr.mac=00:11:22:33:44:55 attr.phyid=0\n");
+    ASSERT_EQ(run({"set", kRes, "index.t_user=L3TABLE_L3INTF", "index.uuid=a",
+                   "status=STATUS_REQUEST", "attr.mac=00:11:22:33:44:55"}).status, 0);
+    EXPECT_EQ(run({"get", kRes, "index.t_user=19", "index.uuid=a"}).out.rfind(
+                  "index.t_user=L3TABLE_L3INTF index.uuid=a ", 0), 0u);
+    EXPECT_EQ(run({"set", kRes, "index.t_user=L3TABLE_NOPE"}).err,
+              "hnx-tbl: bad value \"L3TABLE_NOPE\" for index.t_user: want a name of the "
+              "enumeration or a number\n");
 }
 
 TEST_F(HnxTbl, BadInputSaysWhyAndWritesNothing) {

@@ -1,9 +1,6 @@
 // The tool's printed forms of a row: see print.h.
 #include "print.h"
 
-#include <cstring>
-
-#include "s_route.pb-c.h"
 #include "schema.h"
 #include "values.h"
 
@@ -51,25 +48,7 @@ void words(const ProtobufCMessage *m, const ProtobufCFieldDescriptor *f, const s
 
 nlohmann::ordered_json json_of(const ProtobufCMessage *m);
 
-// Some records hold an enumeration's value as a plain number: the key's
-// t_user everywhere, mac_type in the output tables. JSON names them as it
-// names every enumeration field; a number outside it stays a number.
-const ProtobufCEnumDescriptor *named_number(const ProtobufCFieldDescriptor *f) {
-    if (f->type != PROTOBUF_C_TYPE_UINT32) return nullptr;
-    if (std::strcmp(f->name, "t_user") == 0) return &s_route__l3table_user_e__descriptor;
-    if (std::strcmp(f->name, "mac_type") == 0) return &s_route__l3mac_type_e__descriptor;
-    return nullptr;
-}
-
-nlohmann::ordered_json named_json(const ProtobufCMessage *m, const ProtobufCFieldDescriptor *f,
-                                  const ProtobufCEnumDescriptor *e) {
-    const uint32_t v = *reinterpret_cast<const uint32_t *>(reinterpret_cast<const char *>(m) + f->offset);
-    const ProtobufCEnumValue *name = protobuf_c_enum_descriptor_get_value(e, int(v));
-    return name ? nlohmann::ordered_json(name->name) : nlohmann::ordered_json(v);
-}
-
 nlohmann::ordered_json member_json(const ProtobufCMessage *m, const ProtobufCFieldDescriptor *f) {
-    if (const ProtobufCEnumDescriptor *e = named_number(f)) return named_json(m, f, e);
     if (f->type != PROTOBUF_C_TYPE_MESSAGE) return value_json(m, f);
     const ProtobufCMessage *sub = sub_of(m, f);
     const ProtobufCFieldDescriptor *single = path_single(sub->descriptor);

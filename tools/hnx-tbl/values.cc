@@ -8,7 +8,26 @@
 #include <optional>
 #include <vector>
 
+#include "s_route.pb-c.h"
+
 namespace {
+
+// Some records hold an enumeration's value as a plain number: the key's
+// t_user everywhere, mac_type in the output tables. They are shown and
+// taken by name as enumeration fields are; a number outside the
+// enumeration stays a number.
+const ProtobufCEnumDescriptor *named_number(const ProtobufCFieldDescriptor *f) {
+    if (f->type != PROTOBUF_C_TYPE_UINT32) return nullptr;
+    if (std::strcmp(f->name, "t_user") == 0) return &s_route__l3table_user_e__descriptor;
+    if (std::strcmp(f->name, "mac_type") == 0) return &s_route__l3mac_type_e__descriptor;
+    return nullptr;
+}
+
+const char *number_name(const ProtobufCFieldDescriptor *f, uint32_t v) {
+    const ProtobufCEnumDescriptor *e = named_number(f);
+    const ProtobufCEnumValue *ev = e ? protobuf_c_enum_descriptor_get_value(e, int(v)) : nullptr;
+    return ev ? ev->name : nullptr;
+}
 
 template <typename T>
 T &member(ProtobufCMessage *msg, const ProtobufCFieldDescriptor *f) {
@@ -84,6 +103,12 @@ bool parse_into(ProtobufCMessage *m, const ProtobufCFieldDescriptor *f, std::str
     case PROTOBUF_C_TYPE_INT32: case PROTOBUF_C_TYPE_SINT32: case PROTOBUF_C_TYPE_SFIXED32:
         return store(parse_int<int32_t>(t), member<int32_t>(m, f));
     case PROTOBUF_C_TYPE_UINT32: case PROTOBUF_C_TYPE_FIXED32:
+        if (const ProtobufCEnumDescriptor *e = named_number(f)) {
+            const ProtobufCEnumValue *v =
+                protobuf_c_enum_descriptor_get_value_by_name(e, std::string(t).c_str());
+            if (v && v->value >= 0)
+                return store(std::optional<uint32_t>(uint32_t(v->value)), member<uint32_t>(m, f));
+        }
         return store(parse_int<uint32_t>(t), member<uint32_t>(m, f));
     case PROTOBUF_C_TYPE_INT64: case PROTOBUF_C_TYPE_SINT64: case PROTOBUF_C_TYPE_SFIXED64:
         return store(parse_int<int64_t>(t), member<int64_t>(m, f));
@@ -118,7 +143,8 @@ const char *type_word(const ProtobufCFieldDescriptor *f) {
     case PROTOBUF_C_TYPE_BYTES: return "bytes as 00:11:22:33:44:55";
     case PROTOBUF_C_TYPE_INT32: case PROTOBUF_C_TYPE_SINT32: case PROTOBUF_C_TYPE_SFIXED32:
         return "a 32-bit signed number";
-    case PROTOBUF_C_TYPE_UINT32: case PROTOBUF_C_TYPE_FIXED32: return "a 32-bit unsigned number";
+    case PROTOBUF_C_TYPE_UINT32: case PROTOBUF_C_TYPE_FIXED32:
+        return named_number(f) ? "a name of the enumeration or a number" : "a 32-bit unsigned number";
     case PROTOBUF_C_TYPE_UINT64: case PROTOBUF_C_TYPE_FIXED64: return "a 64-bit unsigned number";
     case PROTOBUF_C_TYPE_STRING: return "text";
     default: return "a value the tool can set";
@@ -177,6 +203,7 @@ std::string value_text(const ProtobufCMessage *m, const ProtobufCFieldDescriptor
     case PROTOBUF_C_TYPE_INT32: case PROTOBUF_C_TYPE_SINT32: case PROTOBUF_C_TYPE_SFIXED32:
         return std::to_string(member<int32_t>(m, f));
     case PROTOBUF_C_TYPE_UINT32: case PROTOBUF_C_TYPE_FIXED32:
+        if (const char *name = number_name(f, member<uint32_t>(m, f))) return name;
         return std::to_string(member<uint32_t>(m, f));
     case PROTOBUF_C_TYPE_INT64: case PROTOBUF_C_TYPE_SINT64: case PROTOBUF_C_TYPE_SFIXED64:
         return std::to_string(member<int64_t>(m, f));
@@ -199,7 +226,9 @@ nlohmann::ordered_json value_json(const ProtobufCMessage *m, const ProtobufCFiel
     switch (f->type) {
     case PROTOBUF_C_TYPE_INT32: case PROTOBUF_C_TYPE_SINT32: case PROTOBUF_C_TYPE_SFIXED32:
         return member<int32_t>(m, f);
-    case PROTOBUF_C_TYPE_UINT32: case PROTOBUF_C_TYPE_FIXED32: return member<uint32_t>(m, f);
+    case PROTOBUF_C_TYPE_UINT32: case PROTOBUF_C_TYPE_FIXED32:
+        if (const char *name = number_name(f, member<uint32_t>(m, f))) return name;
+        return member<uint32_t>(m, f);
     case PROTOBUF_C_TYPE_INT64: case PROTOBUF_C_TYPE_SINT64: case PROTOBUF_C_TYPE_SFIXED64:
         return member<int64_t>(m, f);
     case PROTOBUF_C_TYPE_UINT64: case PROTOBUF_C_TYPE_FIXED64: return member<uint64_t>(m, f);

@@ -1,5 +1,6 @@
 // The text forms of one scalar field: numbers in decimal (or 0x hex),
-// enumerations by name or number, bools as true/false/1/0, bytes as
+// enumerations by name or number (and so the plain numbers t_user and
+// mac_type that name one of the users or MAC types), bools as true/false/1/0, bytes as
 // colon-separated hex ("00:11:22:33:44:55"), strings as they are.
 #pragma once
 
