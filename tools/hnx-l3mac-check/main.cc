@@ -65,6 +65,7 @@ void hnx_check_print(const l3mac_check_report &rep, bool quiet) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     if (int rv = hnx_check_profile_main(argc, argv); rv >= 0) return rv;
     hnx_check_args args;
     if (int rv = hnx_check_parse(argc, argv, &args)) return rv < 0 ? 0 : rv;

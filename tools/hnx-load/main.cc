@@ -105,6 +105,7 @@ void watch_stop() {
 int load_stopped() { return g_stop; }
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     load_opts o;
     if (std::string err = parse(argc, argv, o); !err.empty()) {
         std::fprintf(stderr, "hnx-load: %s\n%s", err.c_str(), kUsage);

@@ -200,6 +200,7 @@ int soak_run::go() {
 }  // namespace
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     soak_opts o;
     o.bin = soak_own_dir();
     if (!soak_parse(argc, argv, &o)) {

@@ -9,6 +9,7 @@
 #include "platform/host/hnx_host.h"
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     tbl_args a;
     std::string err = args_parse(argc, argv, &a);
     if (!err.empty()) {

@@ -107,6 +107,7 @@ struct feeder {
 }  // namespace
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     int i = 1;
     if (i + 1 < argc && std::strcmp(argv[i], "--root") == 0) {
         hnx_host_set_root(argv[i + 1]);
