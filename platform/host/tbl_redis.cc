@@ -181,7 +181,8 @@ int tbl_redis::connect(const tbl_where &where, tbl_open mode) {
 
 int tbl_redis::fail(const char *what, const std::string &why) const {
     const_cast<tbl_redis *>(this)->last_error_ = std::string(what) + ": " + why;
-    say_once("ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): " + last_error_ +
+    if (!quiet_)
+        say_once("ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): " + last_error_ +
              "\n");
     return kFail;
 }
@@ -244,7 +245,9 @@ tbl_redis::reply tbl_redis::script(const char *what, int which,
 
 std::string tbl_redis::gone() const {
     if (!lost_) {
+        quiet_ = true;
         reply id = run("check the store's identity", {"GET", key("id")});
+        quiet_ = false;
         if (id && text(id.get()) != id_) return "was emptied or replaced while in use";
     }
     return lost_ ? "lost its server (" + lost_why_ + ")" : "";

@@ -108,6 +108,7 @@ private:
     mutable redisContext *ctx_ = nullptr;
     mutable bool lost_ = false;             // the connection failed
     mutable std::string lost_why_;
+    mutable bool quiet_ = false;            // failures are not said (gone() says them)
     std::string id_;                        // the store's identity at open
     bool read_only_ = false;
     std::vector<std::string> sha_;          // the scripts' SHA1s on the server
