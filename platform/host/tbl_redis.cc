@@ -124,6 +124,12 @@ void say_once(const std::string &line) {
 void tbl_redis::reply_free::operator()(redisReply *r) const { freeReplyObject(r); }
 
 std::unique_ptr<tbl_store> tbl_redis::open(int db, const tbl_where &where, tbl_open mode) {
+    // A write to a server that has gone must fail as an error, not end the
+    // process by SIGPIPE before it could say so. A handler of the process's
+    // own stays.
+    struct sigaction was {};
+    if (sigaction(SIGPIPE, nullptr, &was) == 0 && was.sa_handler == SIG_DFL)
+        signal(SIGPIPE, SIG_IGN);
     std::unique_ptr<tbl_redis> st(new tbl_redis(db, where.url));
     st->prefix_ = "hnx:" + std::to_string(db) + ":";
     st->read_only_ = mode == tbl_open::read_only;
