@@ -52,10 +52,12 @@ for i = 3, #ARGV, 4 do
 end
 if top ~= before then redis.call('SET', p .. 'top', string.format('%d', top)) end
 return {string.format('%d', before), string.format('%d', top), changed})",
-    // KEYS: the table's key set and rows; ARGV: the lex start, the limit.
-    R"(local ks = redis.call('ZRANGEBYLEX', KEYS[1], ARGV[1], '+', 'LIMIT', 0, tonumber(ARGV[2]))
+    // ARGV: the table's key set and rows, the lex start, the limit. Keys
+    // named as KEYS would count as written for the server's ACL, and the
+    // hardware side may only read.
+    R"(local ks = redis.call('ZRANGEBYLEX', ARGV[1], ARGV[3], '+', 'LIMIT', 0, tonumber(ARGV[4]))
 if #ks == 0 then return {} end
-local vs = redis.call('HMGET', KEYS[2], unpack(ks))
+local vs = redis.call('HMGET', ARGV[2], unpack(ks))
 local out = {}
 for i = 1, #ks do
   out[#out + 1] = ks[i]
@@ -171,9 +173,13 @@ int tbl_redis::connect(const tbl_where &where, tbl_open mode) {
         if (!r) return kFail;
         sha_.push_back(text(r.get()));
     }
-    if (mode == tbl_open::create && !run("make the store", {"SET", key("id"), fresh_id(), "NX"}))
-        return kFail;
+    // The identity is read first: a user that may write only its own table
+    // must not even try to make the store that stands.
     reply id = run("read the store's identity", {"GET", key("id")});
+    if (id && id->type != REDIS_REPLY_STRING && mode == tbl_open::create) {
+        if (!run("make the store", {"SET", key("id"), fresh_id(), "NX"})) return kFail;
+        id = run("read the store's identity", {"GET", key("id")});
+    }
     if (!id) return kFail;
     if (id->type != REDIS_REPLY_STRING) {
         say_once(head + "no store there (no key " + key("id") +
@@ -352,8 +358,9 @@ int tbl_redis::get(std::string_view table, const tbl_bytes &k, tbl_bytes *row, b
 int tbl_redis::page_raw(std::string_view table, const tbl_bytes *after, int limit,
                         std::vector<tbl_row> *out) {
     const std::string t(table);
-    reply r = script("read rows", kPage, {key("keys:" + t), key("rows:" + t)},
-                     {after ? "(" + str(*after) : "-", std::to_string(limit)});
+    reply r = script("read rows", kPage, {},
+                     {key("keys:" + t), key("rows:" + t), after ? "(" + str(*after) : "-",
+                      std::to_string(limit)});
     if (!r) return kFail;
     for (size_t i = 0; i + 1 < r->elements; i += 2)
         out->push_back({bytes(r->element[i]), bytes(r->element[i + 1])});
