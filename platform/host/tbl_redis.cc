@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <set>
 
@@ -120,6 +121,18 @@ void say_once(const std::string &line) {
     std::fputs(line.c_str(), stderr);
     last = line;
 }
+
+}  // namespace
+
+bool tbl_bytes_less::operator()(const tbl_bytes &a, const tbl_bytes &b) const {
+    const size_t n = std::min(a.size(), b.size());
+    const int c = n ? std::memcmp(a.data(), b.data(), n) : 0;
+    return c < 0 || (c == 0 && a.size() < b.size());
+}
+
+namespace {
+
+bool key_less(const tbl_row &a, const tbl_row &b) { return tbl_bytes_less()(a.key, b.key); }
 
 }  // namespace
 
@@ -383,7 +396,7 @@ int tbl_redis::page(std::string_view table, const tbl_bytes *after, int limit,
         if (page_raw(table, from ? &*from : nullptr, limit, &raw) != 0) return kFail;
         const bool end = int(raw.size()) < limit;
         std::vector<tbl_row> piece;
-        std::set<tbl_bytes> in_raw;
+        std::set<tbl_bytes, tbl_bytes_less> in_raw;
         for (tbl_row &r : raw) {
             in_raw.insert(r.key);
             auto h = held.find(r.key);
@@ -394,8 +407,7 @@ int tbl_redis::page(std::string_view table, const tbl_bytes *after, int limit,
         auto hi = end ? held.end() : held.upper_bound(raw.back().key);
         for (auto h = lo; h != hi; ++h)
             if (h->second && !in_raw.count(h->first)) piece.push_back({h->first, *h->second});
-        std::sort(piece.begin(), piece.end(),
-                  [](const tbl_row &a, const tbl_row &b) { return a.key < b.key; });
+        std::sort(piece.begin(), piece.end(), key_less);
         for (tbl_row &r : piece) merged.push_back(std::move(r));
         if (end) break;
         from = raw.back().key;
@@ -527,8 +539,7 @@ int tbl_redis::snapshot(const std::vector<std::string> &tables,
         auto &rows = (*out)[i];
         for (size_t j = 0; j + 1 < h->elements; j += 2)
             rows.push_back({bytes(h->element[j]), bytes(h->element[j + 1])});
-        std::sort(rows.begin(), rows.end(),
-                  [](const tbl_row &a, const tbl_row &b) { return a.key < b.key; });
+        std::sort(rows.begin(), rows.end(), key_less);
     }
     return 0;
 }

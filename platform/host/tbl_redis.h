@@ -42,6 +42,11 @@
 struct redisContext;
 struct redisReply;
 
+// Packed keys in the server's order (bytewise, as ZRANGEBYLEX and memcmp).
+struct tbl_bytes_less {
+    bool operator()(const tbl_bytes &a, const tbl_bytes &b) const;
+};
+
 class tbl_redis final : public tbl_store {
 public:
     // Connects to the server of `where` and checks the store as `mode`
@@ -114,7 +119,7 @@ private:
     std::vector<std::string> sha_;          // the scripts' SHA1s on the server
     int depth_ = 0;
     std::vector<op> ops_;                   // the open transaction's writes
-    std::map<std::string, std::map<tbl_bytes, std::optional<tbl_bytes>>> held_;
+    std::map<std::string, std::map<tbl_bytes, std::optional<tbl_bytes>, tbl_bytes_less>> held_;
     int64_t seen_top_ = -1;                 // the top that data_changed saw last
     int logged_ = 0;                        // changes logged since the last prune
 };
