@@ -73,7 +73,8 @@ TEST_P(RedisE2e, AServerKilledAndStartedAgainWhileRequestsArriveCostsNoEntry) {
         _exit(0);
     }
     // The user's first rows are in when the server goes.
-    managed_wait([&] { return redis_.command({"HLEN", "hnx:16:rows:s_route.l3mac_res"}) != "200"; });
+    managed_wait(
+        [&] { return redis_.command({"HLEN", "hnx:16:rows:s_route.l3mac_res"}) != "200"; });
     redis_.stop(true);
     EXPECT_EQ(exit_of_daemon(), 75);
     int st = 0;

@@ -171,9 +171,9 @@ TEST_F(StoreFault, AnUnreadableInputEndsTheProcessInsideSmoothingAndHoldsSmoothi
     expect_tables_match_service();
 }
 
-// A full store (SQLite capped at its file's size, Redis at its memory): the failed adds are counted,
-// the rows kept in write order, and written once there is room again,
-// without a restart.
+// A full store (SQLite capped at its file's size, Redis at its memory):
+// the failed adds are counted, the rows kept in write order, and written
+// once there is room again, without a restart.
 TEST_P(StoresFault, WritesThatFindTheDiskFullAreCountedKeptAndWrittenWhenRoomReturns) {
     const std::string full = on_redis() ? "OOM command not allowed" : "database or disk is full";
     start({.tcam_cap = 256});
@@ -496,7 +496,8 @@ TEST_P(RedisChangeLog, AServerGoneEndsTheReaderWithOneLine) {
     EXPECT_EQ(child_status([&] { tbl_feed_check_files(); }), kTblExitStore);
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(l3mac_count_of(said, "\n"), 1) << said;
-    EXPECT_EQ(said.find("ss_rt_tbl: store 16 (" + redis_.url() + ") lost its server ("), 0u) << said;
+    EXPECT_EQ(said.find("ss_rt_tbl: store 16 (" + redis_.url() + ") lost its server ("), 0u)
+        << said;
     EXPECT_NE(said.find("): exiting with status 75 for a restart on the store that stands now\n"),
               std::string::npos) << said;
 }
