@@ -5,6 +5,8 @@
 #   cmake -S . -B build-rel -DCMAKE_BUILD_TYPE=Release
 #   cmake --build build-rel -j2 --target hnx-l3table-l3mac hnx-load
 #   bench/figures.sh [ROW...]        (rows: see the case below; none: all)
+# STORE=redis runs each hnx-load on a private redis-server (append-only file
+# on) on a socket under its root, instead of the SQLite file.
 set -eu
 
 BIN=${BIN:-build-rel/bin}
@@ -20,7 +22,15 @@ run() {
     i=1
     while [ "$i" -le "$REPS" ]; do
         root=$(mktemp -d)
-        "$BIN/hnx-load" --root "$root" "$@" --daemon --cap "$CAP" >"$OUT/$name.$i" 2>&1 || true
+        store=sqlite
+        if [ "${STORE:-sqlite}" = redis ]; then
+            redis-server --port 0 --unixsocket "$root/redis.sock" --dir "$root" --save "" \
+                --appendonly yes --logfile "$root/redis.log" --daemonize yes --pidfile "$root/redis.pid"
+            until [ "$(redis-cli -s "$root/redis.sock" ping 2>/dev/null)" = PONG ]; do sleep 0.05; done
+            store="unix://$root/redis.sock"
+        fi
+        "$BIN/hnx-load" --root "$root" --store "$store" "$@" --daemon --cap "$CAP" >"$OUT/$name.$i" 2>&1 || true
+        [ "$store" = sqlite ] || kill "$(cat "$root/redis.pid")"
         rm -rf "$root"
         i=$((i + 1))
     done

@@ -5,16 +5,17 @@
 
 #include "support/managed_proc.h"
 #include "support/managed_world.h"
+#include "support/redis_server.h"
 
 namespace {
 
 const mac6 kA{2, 0, 0, 0, 0, 0x0A};
 
-class CompactE2e : public L3macWorld {
+class CompactE2e : public OverStores<L3macWorld> {
 protected:
     void TearDown() override {
         managed_daemon_kill(pid_);
-        L3macWorld::TearDown();
+        OverStores::TearDown();
     }
     void start() { pid_ = managed_daemon_start(HNX_BIN_DIR, root_); }
     // Times the table service has said that smoothing of the last table ended.
@@ -34,7 +35,7 @@ protected:
 };
 
 // VLANs 10-20: four entries where the greedy cover takes five.
-TEST_F(CompactE2e, FewestEntriesStandUnchangedThroughAKillAndARestart) {
+TEST_P(CompactE2e, FewestEntriesStandUnchangedThroughAKillAndARestart) {
     write_caps({.compact_cover = true});
     start();
     ASSERT_TRUE(managed_wait([&] { return smoothed() == 1; }));
@@ -57,5 +58,7 @@ TEST_F(CompactE2e, FewestEntriesStandUnchangedThroughAKillAndARestart) {
     EXPECT_EQ(managed_hw_rows(), hw);
     EXPECT_EQ(managed_bak_rows(), bak);
 }
+
+INSTANTIATE_TEST_SUITE_P(Stores, CompactE2e, all_store_backends(), store_backend_name);
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "support/l3mac_world.h"
 #include "support/managed_proc.h"
+#include "support/redis_server.h"
 
 namespace fs = std::filesystem;
 
@@ -17,16 +18,17 @@ namespace {
 const std::string kBin = HNX_BIN_DIR;
 
 // The service world's root, for daemons of its own.
-class DaemonTest : public L3macWorld {
+class DaemonTest : public OverStores<L3macWorld> {
 protected:
     void SetUp() override {
-        L3macWorld::SetUp();
+        OverStores::SetUp();
+        if (IsSkipped()) return;
         fs::create_directories(root_ + "/etc/route/debug");
         write_caps({});  // the platform's complaint about a missing one goes to the output too
     }
     void TearDown() override {
         for (pid_t &p : pids_) managed_daemon_kill(p);
-        L3macWorld::TearDown();
+        OverStores::TearDown();
     }
     // Starts a daemon with this level file, its output fresh; with `ready`,
     // waits until it holds its lock (its pid in the file) and serves its
@@ -82,7 +84,7 @@ protected:
     std::vector<pid_t> pids_;
 };
 
-TEST_F(DaemonTest, OneInstanceHoldsTheLockAndServesItsOwnerOnly) {
+TEST_P(DaemonTest, OneInstanceHoldsTheLockAndServesItsOwnerOnly) {
     const pid_t first = start("1");  // its pid and a zero byte in the file
     EXPECT_EQ(exit_of(start("1", false)), 250);  // -6 as an exit status
     EXPECT_NE(out().find("|\n[/de.res_l3mac.route.ss.pid] check running, rv:-6, "
@@ -99,7 +101,7 @@ TEST_F(DaemonTest, OneInstanceHoldsTheLockAndServesItsOwnerOnly) {
     EXPECT_NE((gone.out + gone.err).find("hnx-l3table-l3mac is not running"), std::string::npos);
 }
 
-TEST_F(DaemonTest, LevelFileSetsTheLog) {
+TEST_P(DaemonTest, LevelFileSetsTheLog) {
     const std::pair<const char *, std::string> cases[] = {
         {"0", ""}, {"x", "\nlevel:7 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n"}};
     for (const auto &[file, status] : cases) {
@@ -114,7 +116,7 @@ TEST_F(DaemonTest, LevelFileSetsTheLog) {
     }
 }
 
-TEST_F(DaemonTest, UnmanagedBoardPublishesSharesAndWithdrawsTheDirectRow) {
+TEST_P(DaemonTest, UnmanagedBoardPublishesSharesAndWithdrawsTheDirectRow) {
     write_caps({false, false, false});
     const pid_t d = start("5");
     ASSERT_NE(request(1, "u1", "L3MAC_VRRP"), "!");
@@ -134,5 +136,7 @@ TEST_F(DaemonTest, UnmanagedBoardPublishesSharesAndWithdrawsTheDirectRow) {
                        "code:53 data1:5 data2:0\n")) << out();
     EXPECT_EQ(exit_of(d, SIGTERM), 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Stores, DaemonTest, all_store_backends(), store_backend_name);
 
 }  // namespace

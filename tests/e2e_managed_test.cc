@@ -6,6 +6,7 @@
 #include "platform/host/hnx_host.h"
 #include "support/managed_proc.h"
 #include "support/managed_world.h"
+#include "support/redis_server.h"
 
 namespace {
 
@@ -29,11 +30,11 @@ bool tables_hold(std::vector<hw_entry> want) {
 }
 
 // The service world's root, its tables read by this process, served by a daemon.
-class ManagedE2e : public L3macWorld {
+class ManagedE2e : public OverStores<L3macWorld> {
 protected:
     void TearDown() override {
         managed_daemon_kill(pid_);
-        L3macWorld::TearDown();
+        OverStores::TearDown();
     }
     void start() { pid_ = managed_daemon_start(HNX_BIN_DIR, root_); }
 
@@ -55,7 +56,7 @@ protected:
 
 // Covers: {1, 2, 3} is 0/0xFFC; {5, 7} is 5/0xFFD beside the filler;
 // {100..103} is 100/0xFFC; {1, 2} is 0/0xFFD and 0/0xFFE.
-TEST_F(ManagedE2e, EntriesFollowTheRequestsAndStayInPlaceAcrossAKill) {
+TEST_P(ManagedE2e, EntriesFollowTheRequestsAndStayInPlaceAcrossAKill) {
     write_caps({});
     start();
     for (uint32_t v : {1, 2, 3}) set(kA, v);
@@ -86,5 +87,7 @@ TEST_F(ManagedE2e, EntriesFollowTheRequestsAndStayInPlaceAcrossAKill) {
                             entry(kD, 100, 0xFFC)});
     }));
 }
+
+INSTANTIATE_TEST_SUITE_P(Stores, ManagedE2e, all_store_backends(), store_backend_name);
 
 }  // namespace

@@ -25,6 +25,7 @@
 #include "platform/host/tbl_turn.h"
 #include "support/managed_proc.h"
 #include "support/managed_world.h"
+#include "support/redis_server.h"
 
 namespace {
 
@@ -64,7 +65,7 @@ int child_status(const std::function<void()> &fn) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-class StoreFault : public ManagedWorld {
+class StoreFaultWorld : public ManagedWorld {
 protected:
     // A new process over the same store, started as main starts it: the
     // connection and smoothing come from its loop, which the test turns.
@@ -87,6 +88,12 @@ protected:
         EXPECT_EQ(managed_bak_rows().size(), in_use());
     }
 };
+
+// Faults of SQLite's own: another client's locks, its tables renamed.
+class StoreFault : public StoreFaultWorld {};
+
+// Faults that every backend meets alike.
+class StoresFault : public OverStores<StoreFaultWorld> {};
 
 TEST_F(StoreFault, AStartWhileAnotherClientHoldsTheWriteLockWaitsAndKeepsEveryEntry) {
     start({.tcam_cap = 64});
@@ -164,10 +171,11 @@ TEST_F(StoreFault, AnUnreadableInputEndsTheProcessInsideSmoothingAndHoldsSmoothi
     expect_tables_match_service();
 }
 
-// A full disk (the store capped at its size): the failed adds are counted,
-// the rows kept in write order, and written once there is room again,
-// without a restart.
-TEST_F(StoreFault, WritesThatFindTheDiskFullAreCountedKeptAndWrittenWhenRoomReturns) {
+// A full store (SQLite capped at its file's size, Redis at its memory):
+// the failed adds are counted, the rows kept in write order, and written
+// once there is room again, without a restart.
+TEST_P(StoresFault, WritesThatFindTheDiskFullAreCountedKeptAndWrittenWhenRoomReturns) {
+    const std::string full = on_redis() ? "OOM command not allowed" : "database or disk is full";
     start({.tcam_cap = 256});
     tbl_turn_commit();
     tbl_store *st = tbl_store_of(16);
@@ -177,13 +185,17 @@ TEST_F(StoreFault, WritesThatFindTheDiskFullAreCountedKeptAndWrittenWhenRoomRetu
         want({2, 0, 0, 0, 1, uint8_t(m)}, {m + 1, m + 300});
         sw_l3mac_mac_decision();
     }
+    tbl_turn_commit();  // Redis refuses a turn's writes at its commit
     const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_NE(said.find("database or disk is full): writes are kept and retried until the "
-                        "store takes them\n"), std::string::npos) << said.substr(0, 2000);
-    EXPECT_GT(err_count(kTblWrite), 0u);
+    EXPECT_NE(said.find(full), std::string::npos) << said.substr(0, 2000);
+    EXPECT_NE(said.find("): writes are kept and retried until the store takes them\n"),
+              std::string::npos) << said.substr(0, 2000);
+    if (!on_redis()) {  // SQLite refuses the write itself, Redis the turn at its commit
+        EXPECT_GT(err_count(kTblWrite), 0u);
+    }
     EXPECT_GT(tbl_kept_count(16), 0u);
     EXPECT_GT(tbl_proc().stats.failed, 0u);
-    EXPECT_NE(tbl_proc().stats.last_error.find("database or disk is full"), std::string::npos);
+    EXPECT_NE(tbl_proc().stats.last_error.find(full), std::string::npos);
     EXPECT_LT(managed_hw_rows().size(), size_t(in_use()));
 
     testing::internal::CaptureStderr();
@@ -240,7 +252,7 @@ TEST_F(StoreFault, WritesUnderAnotherClientsLongLockAreKeptCoalescedAndWrittenIn
 
 // The tables of store 16 in a process of its own with a loop, as a reader
 // and writer of the change log; other writers are forked children.
-class ChangeLog : public L3macWorld {
+class ChangeLogWorld : public L3macWorld {
 protected:
     void SetUp() override {
         L3macWorld::SetUp();
@@ -294,6 +306,12 @@ protected:
     }
     ss_rt_tbl *hw_ = nullptr;
 };
+
+// The change log's faults that only SQLite's file can have.
+class ChangeLog : public ChangeLogWorld {};
+
+// The change log's promises on every backend.
+class StoresChangeLog : public OverStores<ChangeLogWorld> {};
 
 // Change rows that no writer of the service makes, put there by another
 // client: far above the top, at the top of the number range, below zero,
@@ -359,7 +377,7 @@ TEST_F(ChangeLog, ImpossibleSequenceNumbersNeverMakeAReaderDeaf) {
 // A reader that stood still while the log was pruned past it reads the
 // table afresh: every row that came or changed is set, every row it had
 // seen that is gone is deleted. The log stays bounded meanwhile.
-TEST_F(ChangeLog, AStalledReaderThatLostChangesResynchronisesDeletionsIncluded) {
+TEST_P(StoresChangeLog, AStalledReaderThatLostChangesResynchronisesDeletionsIncluded) {
     subscribe();
     elsewhere([](ss_rt_tbl *t) {
         for (uint32_t i = 1; i <= 50; i++) set(t, i, i);
@@ -446,19 +464,47 @@ TEST_F(ChangeLog, AReplacedStoreEndsTheReaderADamagedOneIsRefusedAtTheStart) {
               std::string::npos);
 }
 
-// Truncated in place (the same file, its header gone) is as good as gone.
-TEST_F(ChangeLog, AStoreEmptiedInPlaceEndsTheReader) {
+// A store emptied in place (SQLite: the same file truncated, its header
+// gone; Redis: FLUSHDB) is as good as gone: the reader ends for its
+// supervisor.
+TEST_P(StoresChangeLog, AStoreEmptiedInPlaceEndsTheReader) {
     subscribe();
     const std::string path = root_ + "/var/run/hnx/store-16.db";
     testing::internal::CaptureStderr();
     EXPECT_EQ(child_status([&] {
                   subscribe();
                   tbl_feed_check_files();
-                  ASSERT_EQ(truncate(path.c_str(), 0), 0);
+                  if (on_redis()) ASSERT_EQ(redis_.command({"FLUSHDB"}), "OK");
+                  else ASSERT_EQ(truncate(path.c_str(), 0), 0);
                   tbl_feed_check_files();
               }), kTblExitStore);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find(") was removed, replaced or emptied while in use"),
+    EXPECT_NE(testing::internal::GetCapturedStderr().find(
+                  on_redis() ? ") was emptied or replaced while in use: exiting with status 75"
+                             : ") was removed, replaced or emptied while in use"),
               std::string::npos);
 }
+
+// A Redis server that went away: SQLite's file gone is
+// AReplacedStoreEndsTheReaderADamagedOneIsRefusedAtTheStart.
+class RedisChangeLog : public OverStores<ChangeLogWorld> {};
+
+TEST_P(RedisChangeLog, AServerGoneEndsTheReaderWithOneLine) {
+    subscribe();
+    tbl_feed_check_files();
+    redis_.stop(true);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(child_status([&] { tbl_feed_check_files(); }), kTblExitStore);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(l3mac_count_of(said, "\n"), 1) << said;
+    EXPECT_EQ(said.find("ss_rt_tbl: store 16 (" + redis_.url() + ") lost its server ("), 0u)
+        << said;
+    EXPECT_NE(said.find("): exiting with status 75 for a restart on the store that stands now\n"),
+              std::string::npos) << said;
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, StoresFault, all_store_backends(), store_backend_name);
+INSTANTIATE_TEST_SUITE_P(Stores, StoresChangeLog, all_store_backends(), store_backend_name);
+INSTANTIATE_TEST_SUITE_P(Stores, RedisChangeLog, testing::Values(store_backend::redis),
+                         store_backend_name);
 
 }  // namespace

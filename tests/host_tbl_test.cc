@@ -12,6 +12,7 @@
 #include "platform/host/tbl_state.h"
 #include "support/l3mac_world.h"
 #include "support/managed_proc.h"
+#include "support/redis_server.h"
 
 namespace {
 
@@ -63,11 +64,12 @@ struct hw_row {
 };
 
 // The four tables of store 16, made as the daemon makes them, and writers
-// in other processes.
-class TblService : public L3macWorld {
+// in other processes; on each store backend.
+class TblService : public OverStores<L3macWorld> {
 protected:
     void SetUp() override {
-        L3macWorld::SetUp();
+        OverStores::SetUp();
+        if (IsSkipped()) return;
         l3mac_tbl_init();  // no runtime yet: only the tables are made
         hw_res_ = l3mac_ctx.tbl_hw_res, bak_ = l3mac_ctx.tbl_bak;
         ASSERT_TRUE(hw_res_ && bak_);
@@ -103,7 +105,7 @@ protected:
     ss_rt_tbl *hw_res_ = nullptr, *bak_ = nullptr;
 };
 
-TEST_F(TblService, RowsStandInKeyOrderEveryCallIsJournalledForeignRowsRefused) {
+TEST_P(TblService, RowsStandInKeyOrderEveryCallIsJournalledForeignRowsRefused) {
     for (uint32_t id : {300u, 5u, 70u}) ASSERT_EQ(set(id, id + 1), 0);
     EXPECT_EQ(set(5, 99), 0);
     EXPECT_EQ(del(70), 0);
@@ -127,7 +129,7 @@ TEST_F(TblService, RowsStandInKeyOrderEveryCallIsJournalledForeignRowsRefused) {
     EXPECT_TRUE(hnx_host_tbl_rows("s_route.l3mac_bak").empty());
 }
 
-TEST_F(TblService, AnotherProcessesChangesArriveInWriteOrderOnce) {
+TEST_P(TblService, AnotherProcessesChangesArriveInWriteOrderOnce) {
     subscribe();
     strs want;
     pid_t child = in_child([this] {
@@ -147,7 +149,7 @@ TEST_F(TblService, AnotherProcessesChangesArriveInWriteOrderOnce) {
     EXPECT_EQ(g_seen, want);
 }
 
-TEST_F(TblService, OwnWritesAndEqualRewritesAreNoChangeADeleteCarriesTheKeyOnly) {
+TEST_P(TblService, OwnWritesAndEqualRewritesAreNoChangeADeleteCarriesTheKeyOnly) {
     subscribe();
     ASSERT_EQ(set(4, 40), 0);
     EXPECT_EQ(hnx_host_tbl_poll(), 0);
@@ -159,7 +161,7 @@ TEST_F(TblService, OwnWritesAndEqualRewritesAreNoChangeADeleteCarriesTheKeyOnly)
 // The backup row as the service's restore reads it: from the record's byte 648.
 strs g_scanned;
 
-TEST_F(TblService, ScansHandEveryRowOverBeforeReturning) {
+TEST_P(TblService, ScansHandEveryRowOverBeforeReturning) {
     SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
     SRoute__L3macBak bak = S_ROUTE__L3MAC_BAK__INIT;
     bak.index = &attr;
@@ -183,16 +185,21 @@ TEST_F(TblService, ScansHandEveryRowOverBeforeReturning) {
     EXPECT_EQ(g_seen.size(), 600u);
 }
 
-TEST_F(TblService, ACorruptRowIsSkippedWithOneLine) {
+TEST_P(TblService, ACorruptRowIsSkippedWithOneLine) {
     subscribe();
     for (uint32_t i = 1; i <= 3; i++) ASSERT_EQ(set(i, i), 0);
-    sqlite3 *db = nullptr;
-    ASSERT_EQ(sqlite3_open((root_ + "/var/run/hnx/store-16.db").c_str(), &db), SQLITE_OK);
-    sqlite3_busy_timeout(db, 5000);
     // Field 5 claims five bytes and holds one.
-    ASSERT_EQ(sqlite3_exec(db, "UPDATE rows SET val = x'2a0501' WHERE key = x'0802'", nullptr,
-                           nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(db);
+    if (on_redis()) {
+        ASSERT_EQ(redis_.command({"HSET", "hnx:16:rows:s_route.l3mac_hw_res", "\x08\x02",
+                                  "\x2a\x05\x01"}), "0");
+    } else {
+        sqlite3 *db = nullptr;
+        ASSERT_EQ(sqlite3_open((root_ + "/var/run/hnx/store-16.db").c_str(), &db), SQLITE_OK);
+        sqlite3_busy_timeout(db, 5000);
+        ASSERT_EQ(sqlite3_exec(db, "UPDATE rows SET val = x'2a0501' WHERE key = x'0802'", nullptr,
+                               nullptr, nullptr), SQLITE_OK);
+        sqlite3_close(db);
+    }
     testing::internal::CaptureStderr();
     EXPECT_EQ(ss_rt_tbl_scan_detail(hw_res_, 0, 0), 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
@@ -200,7 +207,7 @@ TEST_F(TblService, ACorruptRowIsSkippedWithOneLine) {
     EXPECT_EQ(g_seen, (strs{"set 1:1", "set 3:3"}));
 }
 
-TEST_F(TblService, TheChangeLogStaysBounded) {
+TEST_P(TblService, TheChangeLogStaysBounded) {
     subscribe();
     auto write_many = [this](uint32_t base, uint32_t n) {
         for (uint32_t i = 0; i < n; i++) set(i % 20, base + i);
@@ -226,7 +233,7 @@ TEST_F(TblService, TheChangeLogStaysBounded) {
 // the loop's own timer, and deletes the rows not written inside it.
 strs g_calls;
 
-TEST_F(TblService, TheLoopConnectsSmoothsAndExpiresAnUnendedWindow) {
+TEST_P(TblService, TheLoopConnectsSmoothsAndExpiresAnUnendedWindow) {
     g_calls.clear();
     kw_global *global = kw_global_init("hnx-tbl-test", 0);
     ASSERT_NE(global, nullptr);
@@ -253,5 +260,7 @@ TEST_F(TblService, TheLoopConnectsSmoothsAndExpiresAnUnendedWindow) {
     EXPECT_EQ(ss_rt_tbl_ds_end_detail(hw_res_, 0), -7);  // no window any more
     kw_global_finish(global);
 }
+
+INSTANTIATE_TEST_SUITE_P(Stores, TblService, all_store_backends(), store_backend_name);
 
 }  // namespace

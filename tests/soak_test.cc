@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include "support/redis_server.h"
+
 namespace {
 
 struct soak_result {
@@ -31,16 +33,29 @@ soak_result run_soak(const std::string &args) {
     return r;
 }
 
+class Soak : public testing::TestWithParam<store_backend> {};
+
 // Two managed TCAMs, then the direct path; only the first keeps entries.
-TEST(Soak, TheDaemonSurvivesKillsAtRandomMoments) {
+// On Redis each run has a private server, its append-only file on.
+TEST_P(Soak, TheDaemonSurvivesKillsAtRandomMoments) {
+    if (GetParam() == store_backend::redis && !redis_server_found())
+        GTEST_SKIP() << "redis-server is not installed (scripts/setup installs it)";
     for (const char *args : {"--board two --seconds 25 --restarts 150 --seed 11",
                              "--board direct --seconds 20 --restarts 100 --seed 12"}) {
-        const soak_result r = run_soak(args);
+        redis_server redis;
+        std::string with = args;
+        if (GetParam() == store_backend::redis) {
+            ASSERT_TRUE(redis.start(true)) << redis.error();
+            with += " --store " + redis.url();
+        }
+        const soak_result r = run_soak(with);
         EXPECT_EQ(r.status, 0) << r.out;
         EXPECT_EQ(r.violations, 0) << r.out;
         EXPECT_GE(r.restarts, 5) << r.out;
         EXPECT_TRUE(r.kept > 0 || std::string(args).find("direct") != std::string::npos) << r.out;
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Stores, Soak, all_store_backends(), store_backend_name);
 
 }  // namespace

@@ -33,6 +33,13 @@ void hnx_host_set_clock(int (*now)(kw_timeval *tv));
 
 // --- table service (tbl_*.cc) -----------------------------------------------
 
+// Every tool's first call: takes `--store URL` (or `--store=URL`) out of
+// argv, wherever it stands, and sets HNX_STORE to it, so that the tool
+// works on the store the daemon uses (see tbl_where.h for the URLs). A
+// missing or bad URL, there or in HNX_STORE, ends the tool with status 2
+// after one line on standard error.
+void hnx_host_store_arg(int *argc, char **argv);
+
 // One write of this process, as the table service received it.
 struct hnx_tbl_write {
     std::string table;         // the row message's full name, "s_route.l3mac_hw_res"

@@ -2,13 +2,13 @@
 // store's change log from where it last stopped, in sequence order, and
 // hands each change of a subscribed table to its handler.
 //
-// Waking: an inotify watch on the store's WAL file (every commit appends to
-// it) wakes the loop at once; PRAGMA data_version then tells whether another
-// connection committed, so this process's own writes cost one check. A
-// writer appends its frames before it publishes the commit, so a wake that
-// finds nothing new looks again after 1, 2, 4, 8 and 16 ms. A one-second
-// timer backs the watch up; where the WAL cannot be watched it checks every
-// 5 ms instead. Idle, nothing runs but that timer.
+// Waking: an inotify watch on the store's wake file (SQLite's WAL, which
+// every commit appends to) wakes the loop at once; the store then tells
+// whether another connection committed, so this process's own writes cost
+// one check. A writer appends its frames before it publishes the commit, so
+// a wake that finds nothing new looks again after 1, 2, 4, 8 and 16 ms. A
+// one-second timer backs the watch up. A store without a file to watch
+// (Redis), or whose file cannot be watched, is checked every 5 ms instead.
 //
 // A reader that finds changes missing (pruned while it stood still, or a
 // log that another writer damaged) cannot go on as if it had read them: it
@@ -230,9 +230,11 @@ void watch(int db, tbl_feed &f, const tbl_store *st) {
     uv_fs_event_init(loop, f.wal_watch);
     f.wal_watch->data = tag;
     uint64_t every = kBackstopMs;
-    if (uv_fs_event_start(f.wal_watch, on_wal, (st->path() + "-wal").c_str(), 0) != 0) {
-        std::fprintf(stderr, "ss_rt_tbl: store %d: cannot watch %s-wal, checking every %llu ms\n",
-                     db, st->path().c_str(), static_cast<unsigned long long>(kUnwatchedMs));
+    const std::string file = st->wake_file();
+    if (file.empty() || uv_fs_event_start(f.wal_watch, on_wal, file.c_str(), 0) != 0) {
+        if (!file.empty())
+            std::fprintf(stderr, "ss_rt_tbl: store %d: cannot watch %s, checking every %llu ms\n",
+                         db, file.c_str(), static_cast<unsigned long long>(kUnwatchedMs));
         tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.wal_watch));
         f.wal_watch = nullptr;
         every = kUnwatchedMs;
@@ -294,11 +296,13 @@ int ss_rt_tbl_subscribe_detail(ss_rt_tbl *tbl, ss_rt_tbl_row_fn set, ss_rt_tbl_r
 void tbl_feed_check_files() {
     for (auto &[db, f] : tbl_proc().feeds) {
         auto st = tbl_proc().stores.find(db);
-        if (st == tbl_proc().stores.end() || !st->second->file_replaced()) continue;
+        if (st == tbl_proc().stores.end()) continue;
+        const std::string gone = st->second->gone();
+        if (gone.empty()) continue;
         std::fprintf(stderr,
-                     "ss_rt_tbl: store %d (%s) was removed, replaced or emptied while in use: "
-                     "exiting with status %d for a restart on the store that stands now\n",
-                     db, st->second->path().c_str(), kTblExitStore);
+                     "ss_rt_tbl: store %d (%s) %s: exiting with status %d for a restart on the "
+                     "store that stands now\n",
+                     db, st->second->path().c_str(), gone.c_str(), kTblExitStore);
         std::fflush(nullptr);
         _exit(kTblExitStore);
     }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <map>
 #include <unistd.h>
 
@@ -33,6 +34,8 @@ struct flock whole_file() {
 std::string tbl_own(int db, const std::string &name) {
     if (g_owned.count({db, name})) return "";
     const std::string path = owner_path(db, name);
+    std::error_code ec;  // a store that is no file (Redis) made no folder for it
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0)
         return "cannot open the owner lock " + path + ": " + std::strerror(errno);

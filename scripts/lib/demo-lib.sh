@@ -27,7 +27,23 @@ demo_cleanup() {
     kill -KILL "$pid" 2>/dev/null || true
     wait "$pid" 2>/dev/null || true
   fi
+  if [ -n "${redis_pid:-}" ]; then
+    kill -TERM "$redis_pid" 2>/dev/null || true
+    wait "$redis_pid" 2>/dev/null || true
+  fi
   [ -n "${root:-}" ] && rm -rf "$root"
+}
+
+# A redis-server of the demo's own: on a socket under the root, no TCP
+# port, its append-only file on as the guide recommends; every program of
+# the demo finds it through HNX_STORE.
+start_redis() {
+  redis-server --port 0 --unixsocket "$root/redis.sock" --unixsocketperm 700 --dir "$root" \
+    --save "" --appendonly yes --logfile "$root/redis.log" --daemonize no &
+  redis_pid=$!
+  wait_for '[ "$(redis-cli -s "$root/redis.sock" ping 2>/dev/null)" = PONG ]' \
+    "redis-server did not start (see $root/redis.log)"
+  export HNX_STORE="unix://$root/redis.sock"
 }
 
 # Polls a condition every 0.1 s for at most 15 seconds.

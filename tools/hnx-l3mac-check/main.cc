@@ -22,8 +22,9 @@ struct hnx_check_args {
 };
 
 constexpr const char *kUsage =
-    "Usage: hnx-l3mac-check [--root DIR] [--restarted] [--quiet] [--json]\n"
+    "Usage: hnx-l3mac-check [--root DIR] [--store URL] [--restarted] [--quiet] [--json]\n"
     "  --root DIR    file root of the store and the board's profile (default: HNX_ROOT)\n"
+    "  --store URL   table store, as HNX_STORE: sqlite, redis://HOST:PORT[/DB], unix:///PATH\n"
     "  --restarted   the service has just started and served no request since;\n"
     "                the rules are the same, an entry that only a row the service\n"
     "                does not take asks for is told as left over from the start\n"
@@ -99,6 +100,7 @@ void hnx_check_print_json(const l3mac_check_report &rep, bool quiet) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     if (int status; cli_help_or_version(kTool, argc, argv, &status)) return status;
     if (int rv = hnx_check_profile_main(kTool, argc, argv); rv >= 0) return rv;
     hnx_check_args args;

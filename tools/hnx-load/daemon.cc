@@ -45,6 +45,8 @@ pid_t load_daemon_start(const load_opts &o) {
     std::error_code ec;
     std::string log_dir = hnx_host_path("/var/log");
     std::filesystem::create_directories(log_dir, ec);
+    // The lock's folder, which a store in Redis does not make as a file would.
+    std::filesystem::create_directories(hnx_host_path("/var/run"), ec);
     if (!o.cap.empty()) {
         std::string to = hnx_host_path("/etc/hnx/capability.json");
         std::filesystem::create_directories(hnx_host_path("/etc/hnx"), ec);

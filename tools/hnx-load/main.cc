@@ -20,6 +20,7 @@ const char kUsage[] =
     "Loads the daemon that runs under the root, or one it starts (--daemon), and\n"
     "deletes the request rows it wrote when it ends, also on SIGINT or SIGTERM.\n"
     "  --daemon [PROG]   start the daemon (default: hnx-l3table-l3mac beside this tool)\n"
+    "  --store URL       table store, as HNX_STORE: sqlite, redis://HOST:PORT[/DB], unix:///PATH\n"
     "  --cap FILE        capability profile to install under the root before the start\n"
     "  --json            one JSON object instead of lines\n"
     "  --keep            leave the request rows written in the store\n"
@@ -116,6 +117,7 @@ void watch_stop() {
 int load_stopped() { return g_stop; }
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     load_opts o;
     if (int status; cli_help_or_version(kTool, argc, argv, &status)) return status;
     if (std::string err = parse(argc, argv, o); !err.empty()) return cli_usage_error(kTool, err);

@@ -23,7 +23,7 @@ namespace {
 constexpr const char *kUsage =
     "Usage: hnx-soak [--seconds N] [--restarts N] [--seed N] [--board two|copy|direct|one]\n"
     "                [--macs N] [--keys N] [--burst N] [--unit-ms N] [--root DIR] [--keep]\n"
-    "                [--bin DIR]\n"
+    "                [--bin DIR] [--store URL]\n"
     "A crash-restart soak of the daemon: random requests, SIGKILL at random moments,\n"
     "and a check of the store after every restart.\n"
     "  --seconds N    longest run in seconds (40)\n"
@@ -36,6 +36,7 @@ constexpr const char *kUsage =
     "  --unit-ms N    timer unit of the daemon in ms (5)\n"
     "  --root DIR     file root to use (default: a fresh temporary one)\n"
     "  --keep         keep the root at the end\n"
+    "  --store URL    table store, as HNX_STORE: sqlite, redis://HOST:PORT[/DB], unix:///PATH\n"
     "  --bin DIR      folder of the daemon and the checker (default: this tool's)\n"
     "\nExit status: 0 nothing found, 1 violations found (printed),\n"
     "2 a usage error or a root that cannot be prepared.\n";
@@ -240,6 +241,7 @@ int soak_run::go() {
 }  // namespace
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     soak_opts o;
     o.bin = soak_own_dir();
     if (int status; cli_help_or_version(kTool, argc, argv, &status)) return status;

@@ -12,6 +12,8 @@ const char *const kTblUsage =
     "  or:  hnx-tbl tables | fields TABLE      the names the commands take\n"
     "TABLE is a row message's full name (s_route.l3mac_res); FIELD a dotted path\n"
     "into the row (index.uuid, attr.mac). The root is --root, else HNX_ROOT.\n"
+    "--store URL places the tables in Redis (redis://HOST:PORT[/DB] or\n"
+    "unix:///PATH[?db=N]) instead of the SQLite file under the root; else HNX_STORE.\n"
     "dump lists the rows in key order; --ranges adds the numbers each TCAM entry\n"
     "matches. --json prints one JSON object a line: a row's fields by name,\n"
     "enumerations by their names, a MAC as \"aa:bb:cc:dd:ee:ff\"; watch prints\n"

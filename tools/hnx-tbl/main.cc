@@ -10,6 +10,7 @@
 #include "platform/host/hnx_host.h"
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     if (int status; cli_help_or_version({"hnx-tbl", kTblUsage}, argc, argv, &status))
         return status;
     tbl_args a;

@@ -7,6 +7,7 @@
 
 #include "platform/host/tbl_codec.h"
 #include "platform/host/tbl_state.h"
+#include "platform/host/tbl_where.h"
 #include "s_route.pb-c.h"
 
 namespace {
@@ -42,7 +43,9 @@ bool schema_store_ready(tbl_open mode) {
     tbl_set_open_mode(mode);
     const std::string path = tbl_store_path(kStore);
     std::error_code ec;
-    if (std::filesystem::exists(path, ec)) return true;
+    tbl_where where;  // a Redis store's open says itself whether it is there
+    if ((tbl_where_now(&where).empty() && where.redis) || std::filesystem::exists(path, ec))
+        return true;
     if (mode != tbl_open::create) {
         std::fprintf(stderr, "hnx-tbl: no table store at %s (is HNX_ROOT set?)\n", path.c_str());
         return false;

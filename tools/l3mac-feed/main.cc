@@ -23,12 +23,13 @@ constexpr int kStore = 16;
 constexpr int kKeyPos = 12;  // the `index` member of the row on the target
 
 const char kUsage[] =
-    "Usage: l3mac-feed [--root DIR] < REQUESTS\n"
+    "Usage: l3mac-feed [--root DIR] [--store URL] < REQUESTS\n"
     "  set USER UUID MAC_TYPE MAC EVLAN   e.g. set L3TABLE_L3INTF vlan10 L3MAC_NORMAL 00:11:22:33:44:55 10\n"
     "  del USER UUID\n"
     "Writes the requests of standard input, one a line, into s_route.l3mac_res.\n"
     "USER and MAC_TYPE by name or number; blank lines and text from # on are\n"
-    "ignored; a bad line is told on standard error and skipped.\n"
+    "ignored; a bad line is told on standard error and skipped. --store URL: the\n"
+    "table store, as HNX_STORE (sqlite, redis://HOST:PORT[/DB], unix:///PATH).\n"
     "\nExit status: 0 every line written, 2 a usage error or a line refused,\n"
     "3 the table cannot be opened.\n";
 
@@ -115,6 +116,7 @@ struct feeder {
 }  // namespace
 
 int main(int argc, char **argv) {
+    hnx_host_store_arg(&argc, argv);  // --store URL, for every tool alike
     if (int status; cli_help_or_version(kTool, argc, argv, &status)) return status;
     int i = 1;
     if (i + 1 < argc && std::strcmp(argv[i], "--root") == 0) {

@@ -1,0 +1,545 @@
+// The table store on a Redis server: see tbl_redis.h.
+#include "platform/host/tbl_redis.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <set>
+
+#include <hiredis/hiredis.h>
+
+namespace {
+
+constexpr int kFail = -11;
+constexpr int kPruneEvery = 128;
+constexpr int64_t kPageBytes = 4096;
+
+enum script_id { kWrite, kPage, kJoin, kPrune, kScriptCount };
+
+// ARGV: prefix, writer, then op ("s" or "d"), table, key, row per write.
+// Returns the top before and after, and for each write whether it changed
+// the table. Sequence numbers are formatted with %d: Lua's numbers are
+// doubles, exact up to the highest number a change may carry.
+const char *const kScripts[kScriptCount] = {
+    R"(local p = ARGV[1]
+local top = tonumber(redis.call('GET', p .. 'top') or '0')
+local before = top
+local changed = {}
+for i = 3, #ARGV, 4 do
+  local op, tbl, key, row = ARGV[i], ARGV[i + 1], ARGV[i + 2], ARGV[i + 3]
+  local rows = p .. 'rows:' .. tbl
+  local c = 0
+  if op == 's' then
+    local old = redis.call('HGET', rows, key)
+    if old ~= row then
+      redis.call('HSET', rows, key, row)
+      if not old then redis.call('ZADD', p .. 'keys:' .. tbl, 0, key) end
+      c = 1
+    end
+  elseif redis.call('HDEL', rows, key) == 1 then
+    redis.call('ZREM', p .. 'keys:' .. tbl, key)
+    c = 1
+  end
+  if c == 1 then
+    top = top + 1
+    redis.call('XADD', p .. 'log', string.format('%d-1', top), 'table', tbl,
+               'op', op == 's' and 'set' or 'del', 'row', row, 'writer', ARGV[2])
+  end
+  changed[#changed + 1] = c
+end
+if top ~= before then redis.call('SET', p .. 'top', string.format('%d', top)) end
+return {string.format('%d', before), string.format('%d', top), changed})",
+    // ARGV: the table's key set and rows, the lex start, the limit. Keys
+    // named as KEYS would count as written for the server's ACL, and the
+    // hardware side may only read.
+    R"(local ks = redis.call('ZRANGEBYLEX', ARGV[1], ARGV[3], '+', 'LIMIT', 0, tonumber(ARGV[4]))
+if #ks == 0 then return {} end
+local vs = redis.call('HMGET', ARGV[2], unpack(ks))
+local out = {}
+for i = 1, #ks do
+  out[#out + 1] = ks[i]
+  out[#out + 1] = vs[i] or ''
+end
+return out)",
+    // ARGV: prefix, pid. The reader's place is the top, read in the same step.
+    R"(local top = redis.call('GET', ARGV[1] .. 'top') or '0'
+redis.call('HSET', ARGV[1] .. 'readers', ARGV[2], top)
+return top)",
+    // ARGV: prefix, log cap, then the pids of readers that are gone.
+    R"(local p = ARGV[1]
+for i = 3, #ARGV do redis.call('HDEL', p .. 'readers', ARGV[i]) end
+local newest = tonumber(redis.call('GET', p .. 'top') or '0')
+local keep = newest - 1
+local slowest = nil
+for _, v in ipairs(redis.call('HVALS', p .. 'readers')) do
+  local n = tonumber(v)
+  if n and (slowest == nil or n < slowest) then slowest = n end
+end
+if slowest then keep = math.max(slowest, newest - tonumber(ARGV[2])) end
+local floor = math.min(keep, newest - 1)
+if floor > 0 then redis.call('XTRIM', p .. 'log', 'MINID', string.format('%d', floor + 1)) end
+return floor)",
+};
+
+std::string text(const redisReply *r) {
+    return r && (r->type == REDIS_REPLY_STRING || r->type == REDIS_REPLY_STATUS ||
+                 r->type == REDIS_REPLY_ERROR)
+               ? std::string(r->str, r->len)
+               : "";
+}
+
+int64_t number(const redisReply *r) {
+    if (!r) return 0;
+    if (r->type == REDIS_REPLY_INTEGER) return r->integer;
+    return r->type == REDIS_REPLY_STRING ? std::strtoll(text(r).c_str(), nullptr, 10) : 0;
+}
+
+tbl_bytes bytes(const redisReply *r) {
+    if (!r || r->type != REDIS_REPLY_STRING) return {};
+    auto *p = reinterpret_cast<const uint8_t *>(r->str);
+    return tbl_bytes(p, p + r->len);
+}
+
+std::string str(const tbl_bytes &b) { return std::string(b.begin(), b.end()); }
+
+std::string fresh_id() {
+    std::random_device rd;
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "%08x%08x%08x", rd(), rd(), rd());
+    return buf;
+}
+
+// A store that cannot be reached is tried again by every table made on it
+// and by the retries: a line said already is not said again.
+void say_once(const std::string &line) {
+    static std::string last;
+    if (line == last) return;
+    std::fputs(line.c_str(), stderr);
+    last = line;
+}
+
+}  // namespace
+
+bool tbl_bytes_less::operator()(const tbl_bytes &a, const tbl_bytes &b) const {
+    const size_t n = std::min(a.size(), b.size());
+    const int c = n ? std::memcmp(a.data(), b.data(), n) : 0;
+    return c < 0 || (c == 0 && a.size() < b.size());
+}
+
+namespace {
+
+bool key_less(const tbl_row &a, const tbl_row &b) { return tbl_bytes_less()(a.key, b.key); }
+
+}  // namespace
+
+void tbl_redis::reply_free::operator()(redisReply *r) const { freeReplyObject(r); }
+
+std::unique_ptr<tbl_store> tbl_redis::open(int db, const tbl_where &where, tbl_open mode) {
+    // A write to a server that has gone must fail as an error, not end the
+    // process by SIGPIPE before it could say so. A handler of the process's
+    // own stays.
+    struct sigaction was {};
+    if (sigaction(SIGPIPE, nullptr, &was) == 0 && was.sa_handler == SIG_DFL)
+        signal(SIGPIPE, SIG_IGN);
+    std::unique_ptr<tbl_redis> st(new tbl_redis(db, where.url));
+    st->prefix_ = "hnx:" + std::to_string(db) + ":";
+    st->read_only_ = mode == tbl_open::read_only;
+    if (st->connect(where, mode) != 0) return nullptr;
+    return st;
+}
+
+tbl_redis::~tbl_redis() {
+    if (ctx_) redisFree(ctx_);
+}
+
+void tbl_redis::abandon() { ctx_ = nullptr; }
+
+int tbl_redis::connect(const tbl_where &where, tbl_open mode) {
+    const std::string head = "ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): ";
+    std::string user, password;
+    std::string err = tbl_where_password(&user, &password);
+    if (!err.empty()) return say_once(head + err + "\n"), kFail;
+    const timeval connect_tv{2, 0}, command_tv{5, 0};
+    ctx_ = where.socket.empty()
+               ? redisConnectWithTimeout(where.host.c_str(), where.port, connect_tv)
+               : redisConnectUnixWithTimeout(where.socket.c_str(), connect_tv);
+    if (!ctx_ || ctx_->err) {
+        say_once(head + "cannot connect: " + (ctx_ ? ctx_->errstr : "out of memory") +
+                 ". Start the Redis server there, or give HNX_STORE (--store) one that runs\n");
+        return kFail;
+    }
+    redisSetTimeout(ctx_, command_tv);
+    if (!password.empty()) {
+        std::vector<std::string> auth{"AUTH"};
+        if (!user.empty()) auth.push_back(user);
+        auth.push_back(password);
+        if (!run("authenticate", auth)) return kFail;
+    }
+    if (where.db != 0 && !run("select the database", {"SELECT", std::to_string(where.db)}))
+        return kFail;
+    for (const char *s : kScripts) {
+        reply r = run("load a script", {"SCRIPT", "LOAD", s});
+        if (!r) return kFail;
+        sha_.push_back(text(r.get()));
+    }
+    // The identity is read first: a user that may write only its own table
+    // must not even try to make the store that stands.
+    reply id = run("read the store's identity", {"GET", key("id")});
+    if (id && id->type != REDIS_REPLY_STRING && mode == tbl_open::create) {
+        if (!run("make the store", {"SET", key("id"), fresh_id(), "NX"})) return kFail;
+        id = run("read the store's identity", {"GET", key("id")});
+    }
+    if (!id) return kFail;
+    if (id->type != REDIS_REPLY_STRING) {
+        say_once(head + "no store there (no key " + key("id") +
+                 "): start the service on it first, or check the URL and its database\n");
+        return kFail;
+    }
+    id_ = text(id.get());
+    data_changed();
+    return 0;
+}
+
+int tbl_redis::fail(const char *what, const std::string &why) const {
+    const_cast<tbl_redis *>(this)->last_error_ = std::string(what) + ": " + why;
+    if (!quiet_)
+        say_once("ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): " + last_error_ +
+             "\n");
+    return kFail;
+}
+
+// Null after the error line when the command fails or the connection is
+// gone; a lost connection stays lost.
+tbl_redis::reply tbl_redis::run(const char *what, const std::vector<std::string> &args) const {
+    if (lost_ || !ctx_) {
+        fail(what, "connection lost (" + lost_why_ + ")");
+        return nullptr;
+    }
+    std::vector<const char *> argv;
+    std::vector<size_t> lens;
+    for (const std::string &a : args) argv.push_back(a.data()), lens.push_back(a.size());
+    reply r(static_cast<redisReply *>(
+        redisCommandArgv(ctx_, int(argv.size()), argv.data(), lens.data())));
+    if (!r) {
+        lost_ = true;
+        lost_why_ = ctx_->errstr[0] ? ctx_->errstr : "no reply";
+        fail(what, "connection lost (" + lost_why_ + ")");
+        return nullptr;
+    }
+    if (r->type == REDIS_REPLY_ERROR) {
+        fail(what, text(r.get()));
+        return nullptr;
+    }
+    return r;
+}
+
+// A server that restarted without its script cache gets the script again.
+tbl_redis::reply tbl_redis::script(const char *what, int which,
+                                   const std::vector<std::string> &keys,
+                                   const std::vector<std::string> &args) const {
+    std::vector<std::string> cmd{"EVALSHA", sha_[which], std::to_string(keys.size())};
+    cmd.insert(cmd.end(), keys.begin(), keys.end());
+    cmd.insert(cmd.end(), args.begin(), args.end());
+    if (lost_ || !ctx_) return run(what, cmd);
+    std::vector<const char *> argv;
+    std::vector<size_t> lens;
+    for (const std::string &a : cmd) argv.push_back(a.data()), lens.push_back(a.size());
+    reply r(static_cast<redisReply *>(
+        redisCommandArgv(ctx_, int(argv.size()), argv.data(), lens.data())));
+    if (r && r->type == REDIS_REPLY_ERROR && text(r.get()).rfind("NOSCRIPT", 0) == 0) {
+        cmd[0] = "EVAL";
+        cmd[1] = kScripts[which];
+        return run(what, cmd);
+    }
+    if (!r) {
+        lost_ = true;
+        lost_why_ = ctx_->errstr[0] ? ctx_->errstr : "no reply";
+        fail(what, "connection lost (" + lost_why_ + ")");
+        return nullptr;
+    }
+    if (r->type == REDIS_REPLY_ERROR) {
+        fail(what, text(r.get()));
+        return nullptr;
+    }
+    return r;
+}
+
+std::string tbl_redis::gone() const {
+    if (!lost_) {
+        quiet_ = true;
+        reply id = run("check the store's identity", {"GET", key("id")});
+        quiet_ = false;
+        if (id && text(id.get()) != id_) return "was emptied or replaced while in use";
+    }
+    return lost_ ? "lost its server (" + lost_why_ + ")" : "";
+}
+
+int tbl_redis::check_integrity(std::string *problem) {
+    reply r = run("check the store", {"TYPE", key("log")});
+    if (!r) return *problem = last_error_, kFail;
+    const std::string type = text(r.get());
+    if (type != "stream" && type != "none") {
+        *problem = key("log") + " is a " + type + ", not a stream";
+        return kFail;
+    }
+    *problem = "ok";
+    return 0;
+}
+
+int tbl_redis::limit_pages(int64_t pages) {
+    const int64_t cap = pages > 0 ? pages * kPageBytes : 0;
+    return run("cap the memory", {"CONFIG", "SET", "maxmemory", std::to_string(cap)}) ? 0 : kFail;
+}
+
+int tbl_redis::write_ops(std::vector<op> ops, std::vector<bool> *changed) {
+    if (read_only_) return fail("write", "the store is open for reading only");
+    std::vector<std::string> args{prefix_, std::to_string(owner_)};
+    for (op &o : ops) {
+        args.push_back(o.is_del ? "d" : "s");
+        args.push_back(std::move(o.table));
+        args.push_back(str(o.key));
+        args.push_back(str(o.row));
+    }
+    reply r = script("write rows", kWrite, {}, args);
+    if (!r) return kFail;
+    if (r->type != REDIS_REPLY_ARRAY || r->elements != 3)
+        return fail("write rows", "unexpected reply");
+    const int64_t before = number(r->element[0]), after = number(r->element[1]);
+    if (before == seen_top_) seen_top_ = after;
+    logged_ += int(after - before);
+    const redisReply *c = r->element[2];
+    if (changed)
+        for (size_t i = 0; i < c->elements; i++) changed->push_back(number(c->element[i]) != 0);
+    return 0;
+}
+
+int tbl_redis::write_one(op o, bool *changed) {
+    if (depth_ > 0) {
+        auto &held = held_[o.table];
+        auto it = held.find(o.key);
+        const std::optional<tbl_bytes> now =
+            o.is_del ? std::nullopt : std::optional<tbl_bytes>(o.row);
+        *changed = it == held.end() || it->second != now;
+        if (!*changed) return 0;
+        held[o.key] = now;
+        ops_.push_back(std::move(o));
+        return 0;
+    }
+    std::vector<bool> done;
+    std::vector<op> one;
+    one.push_back(std::move(o));
+    if (write_ops(std::move(one), &done) != 0) return kFail;
+    *changed = !done.empty() && done[0];
+    return prune();
+}
+
+int tbl_redis::put(std::string_view table, const tbl_bytes &key, const tbl_bytes &row,
+                   bool *changed) {
+    *changed = false;
+    if (read_only_) return fail("write row", "the store is open for reading only");
+    return write_one({false, std::string(table), key, row}, changed);
+}
+
+int tbl_redis::erase(std::string_view table, const tbl_bytes &key, const tbl_bytes &key_row,
+                     bool *changed) {
+    *changed = false;
+    if (read_only_) return fail("delete row", "the store is open for reading only");
+    return write_one({true, std::string(table), key, key_row}, changed);
+}
+
+int tbl_redis::get(std::string_view table, const tbl_bytes &k, tbl_bytes *row, bool *found) {
+    auto held = held_.find(std::string(table));
+    if (held != held_.end()) {
+        auto it = held->second.find(k);
+        if (it != held->second.end()) {
+            *found = it->second.has_value();
+            if (*found && row) *row = *it->second;
+            return 0;
+        }
+    }
+    reply r = run("read row", {"HGET", key("rows:" + std::string(table)), str(k)});
+    if (!r) return kFail;
+    *found = r->type == REDIS_REPLY_STRING;
+    if (*found && row) *row = bytes(r.get());
+    return 0;
+}
+
+int tbl_redis::page_raw(std::string_view table, const tbl_bytes *after, int limit,
+                        std::vector<tbl_row> *out) {
+    const std::string t(table);
+    reply r = script("read rows", kPage, {},
+                     {key("keys:" + t), key("rows:" + t), after ? "(" + str(*after) : "-",
+                      std::to_string(limit)});
+    if (!r) return kFail;
+    for (size_t i = 0; i + 1 < r->elements; i += 2)
+        out->push_back({bytes(r->element[i]), bytes(r->element[i + 1])});
+    return 0;
+}
+
+// Inside a transaction the rows held here stand over the server's: each
+// piece of the table read from the server is merged with the held writes
+// of its key range until the page is full or the table ends.
+int tbl_redis::page(std::string_view table, const tbl_bytes *after, int limit,
+                    std::vector<tbl_row> *out) {
+    auto held_it = held_.find(std::string(table));
+    if (held_it == held_.end()) return page_raw(table, after, limit, out);
+    const auto &held = held_it->second;
+    std::optional<tbl_bytes> from;
+    if (after) from = *after;
+    std::vector<tbl_row> merged;
+    while (int(merged.size()) < limit) {
+        std::vector<tbl_row> raw;
+        if (page_raw(table, from ? &*from : nullptr, limit, &raw) != 0) return kFail;
+        const bool end = int(raw.size()) < limit;
+        std::vector<tbl_row> piece;
+        std::set<tbl_bytes, tbl_bytes_less> in_raw;
+        for (tbl_row &r : raw) {
+            in_raw.insert(r.key);
+            auto h = held.find(r.key);
+            if (h == held.end()) piece.push_back(std::move(r));
+            else if (h->second) piece.push_back({r.key, *h->second});
+        }
+        auto lo = from ? held.upper_bound(*from) : held.begin();
+        auto hi = end ? held.end() : held.upper_bound(raw.back().key);
+        for (auto h = lo; h != hi; ++h)
+            if (h->second && !in_raw.count(h->first)) piece.push_back({h->first, *h->second});
+        std::sort(piece.begin(), piece.end(), key_less);
+        for (tbl_row &r : piece) merged.push_back(std::move(r));
+        if (end) break;
+        from = raw.back().key;
+    }
+    if (int(merged.size()) > limit) merged.resize(size_t(limit));
+    for (tbl_row &r : merged) out->push_back(std::move(r));
+    return 0;
+}
+
+int tbl_redis::begin() {
+    depth_++;
+    return 0;
+}
+
+int tbl_redis::commit() {
+    if (depth_ == 0 || --depth_ > 0) return 0;
+    std::vector<op> ops = std::move(ops_);
+    ops_.clear();
+    held_.clear();
+    if (ops.empty()) return 0;
+    if (write_ops(std::move(ops), nullptr) != 0) return kFail;
+    return prune(), 0;
+}
+
+int tbl_redis::finish(int rv) {
+    if (rv == 0) return commit();
+    if (depth_ > 0 && --depth_ == 0) {
+        ops_.clear();
+        held_.clear();
+    }
+    return rv;
+}
+
+int tbl_redis::top(int64_t *seq) {
+    reply r = run("read log top", {"GET", key("top")});
+    *seq = r ? number(r.get()) : 0;
+    return r ? 0 : kFail;
+}
+
+int tbl_redis::changes(int64_t after, int limit, std::vector<tbl_change> *out) {
+    reply r = run("read changes", {"XRANGE", key("log"), std::to_string(after + 1), "+", "COUNT",
+                                   std::to_string(limit)});
+    if (!r) return kFail;
+    for (size_t i = 0; i < r->elements; i++) {
+        const redisReply *e = r->element[i];
+        if (e->type != REDIS_REPLY_ARRAY || e->elements != 2) continue;
+        tbl_change c{std::strtoll(text(e->element[0]).c_str(), nullptr, 10), "", false, {}, 0};
+        const redisReply *f = e->element[1];
+        for (size_t j = 0; j + 1 < f->elements; j += 2) {
+            const std::string name = text(f->element[j]);
+            if (name == "table") c.table = text(f->element[j + 1]);
+            else if (name == "op") c.is_del = text(f->element[j + 1]) == "del";
+            else if (name == "row") c.row = bytes(f->element[j + 1]);
+            else if (name == "writer") c.writer = pid_t(number(f->element[j + 1]));
+        }
+        if (c.seq >= 1 && c.seq <= kTblSeqMax) out->push_back(std::move(c));
+    }
+    return 0;
+}
+
+int tbl_redis::join(int64_t *seq) {
+    reply r = script("join readers", kJoin, {}, {prefix_, std::to_string(owner_)});
+    *seq = r ? number(r.get()) : 0;
+    return r ? 0 : kFail;
+}
+
+int tbl_redis::join_at(int64_t seq) { return record(seq); }
+
+int tbl_redis::record(int64_t seq) {
+    return run("record reader",
+               {"HSET", key("readers"), std::to_string(owner_), std::to_string(seq)})
+               ? 0
+               : kFail;
+}
+
+int tbl_redis::leave() {
+    return run("leave readers", {"HDEL", key("readers"), std::to_string(owner_)}) ? 0 : kFail;
+}
+
+// A reader that died without leaving would hold the log forever. Readers
+// are told apart by pid: a reader on another host whose pid is not alive
+// here is dropped too, and finds the gap and reads afresh when it reads on.
+int tbl_redis::prune() {
+    if (logged_ < kPruneEvery) return 0;
+    logged_ = 0;
+    if (read_only_) return 0;
+    reply pids = run("read readers", {"HKEYS", key("readers")});
+    if (!pids) return kFail;
+    std::vector<std::string> args{prefix_, std::to_string(log_cap_)};
+    for (size_t i = 0; i < pids->elements; i++) {
+        const pid_t pid = pid_t(number(pids->element[i]));
+        if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) args.push_back(text(pids->element[i]));
+    }
+    return script("prune changes", kPrune, {}, args) ? 0 : kFail;
+}
+
+int tbl_redis::log_size(int64_t *n) {
+    reply r = run("count changes", {"XLEN", key("log")});
+    *n = r ? number(r.get()) : 0;
+    return r ? 0 : kFail;
+}
+
+bool tbl_redis::data_changed() {
+    int64_t now = 0;
+    if (top(&now) != 0) return true;
+    const bool moved = now != seen_top_;
+    seen_top_ = now;
+    return moved;
+}
+
+// MULTI/EXEC runs the reads as one step: no write comes between them.
+int tbl_redis::snapshot(const std::vector<std::string> &tables,
+                        std::vector<std::vector<tbl_row>> *out, int64_t *top_seq) {
+    out->assign(tables.size(), {});
+    if (!run("begin read", {"MULTI"})) return kFail;
+    bool queued = run("read log top", {"GET", key("top")}) != nullptr;
+    for (size_t i = 0; i < tables.size() && queued; i++)
+        queued = run("read rows", {"HGETALL", key("rows:" + tables[i])}) != nullptr;
+    if (!queued) {
+        run("end read", {"DISCARD"});
+        return kFail;
+    }
+    reply r = run("read tables", {"EXEC"});
+    if (!r || r->type != REDIS_REPLY_ARRAY || r->elements != tables.size() + 1)
+        return r ? fail("read tables", "unexpected reply") : kFail;
+    *top_seq = number(r->element[0]);
+    for (size_t i = 0; i < tables.size(); i++) {
+        const redisReply *h = r->element[i + 1];
+        auto &rows = (*out)[i];
+        for (size_t j = 0; j + 1 < h->elements; j += 2)
+            rows.push_back({bytes(h->element[j]), bytes(h->element[j + 1])});
+        std::sort(rows.begin(), rows.end(), key_less);
+    }
+    return 0;
+}

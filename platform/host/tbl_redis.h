@@ -1,0 +1,125 @@
+// The table store on a Redis server, for a store that processes on other
+// hosts or in other containers share. Key layout of store number N (16 for
+// the service's tables), readable with redis-cli:
+//
+//   hnx:N:id             string: the store's identity, set when it is made
+//   hnx:N:top            string: the last sequence number given to a change
+//   hnx:N:rows:TABLE     hash: packed key -> packed row (protobuf)
+//   hnx:N:keys:TABLE     sorted set, every score 0: the packed keys, for
+//                        reading a table in key order (ZRANGEBYLEX)
+//   hnx:N:log            stream: one entry per change, ID "SEQ-1", fields
+//                        table, op ("set" or "del"), row (a delete's row
+//                        holds only the key), writer (pid)
+//   hnx:N:readers        hash: pid of a subscribing process -> the last
+//                        sequence number it delivered
+//
+// Every write runs as one Lua script that compares, writes, numbers and
+// logs, so a row and its change stand or fall together, and an equal
+// rewrite logs nothing. Writes between begin() and commit() are held here
+// and go in one script at commit: a loop turn's writes become visible
+// together. Until then this connection's reads see them (get, page), and
+// put/erase tell *changed by what this connection knows: a row equal to
+// one written earlier in the transaction is no change, otherwise a write
+// counts as a change (the script still logs only real ones).
+//
+// The log is trimmed with XTRIM MINID to the slowest live reader and in any
+// case to the log cap behind the newest, every 128 changes a writer logs.
+//
+// A connection that fails is not opened again: the store says so once and
+// gone() names it, so that a subscribing process ends for its supervisor
+// and starts again on the server as it stands when it is back.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/host/tbl_store.h"
+#include "platform/host/tbl_where.h"
+
+struct redisContext;
+struct redisReply;
+
+// Packed keys in the server's order (bytewise, as ZRANGEBYLEX and memcmp).
+struct tbl_bytes_less {
+    bool operator()(const tbl_bytes &a, const tbl_bytes &b) const;
+};
+
+class tbl_redis final : public tbl_store {
+public:
+    // Connects to the server of `where` and checks the store as `mode`
+    // says (for tbl_open::create it makes the store's identity). Null after
+    // one error line on stderr.
+    static std::unique_ptr<tbl_store> open(int db, const tbl_where &where, tbl_open mode);
+    ~tbl_redis() override;
+
+    // The server's memory cap (CONFIG SET maxmemory): a write beyond it is
+    // refused as on a full disk. `pages` counts 4 KiB; 0 lifts the cap.
+    int limit_pages(int64_t pages) override;
+    int check_integrity(std::string *problem) override;
+    std::string gone() const override;
+    std::string wake_file() const override { return ""; }
+    void abandon() override;
+
+    int put(std::string_view table, const tbl_bytes &key, const tbl_bytes &row,
+            bool *changed) override;
+    int erase(std::string_view table, const tbl_bytes &key, const tbl_bytes &key_row,
+              bool *changed) override;
+    int get(std::string_view table, const tbl_bytes &key, tbl_bytes *row, bool *found) override;
+    int page(std::string_view table, const tbl_bytes *after, int limit,
+             std::vector<tbl_row> *out) override;
+    int begin() override;
+    int commit() override;
+    int finish(int rv) override;
+    int top(int64_t *seq) override;
+    int changes(int64_t after, int limit, std::vector<tbl_change> *out) override;
+    int join(int64_t *seq) override;
+    int join_at(int64_t seq) override;
+    int record(int64_t seq) override;
+    int leave() override;
+    int prune() override;
+    int log_size(int64_t *n) override;
+    bool data_changed() override;
+    int snapshot(const std::vector<std::string> &tables, std::vector<std::vector<tbl_row>> *out,
+                 int64_t *top) override;
+
+private:
+    struct op {
+        bool is_del;
+        std::string table;
+        tbl_bytes key;
+        tbl_bytes row;
+    };
+    struct reply_free {
+        void operator()(redisReply *r) const;
+    };
+    using reply = std::unique_ptr<redisReply, reply_free>;
+
+    tbl_redis(int db, std::string url) : tbl_store(db, std::move(url)) {}
+    int connect(const tbl_where &where, tbl_open mode);
+    reply run(const char *what, const std::vector<std::string> &args) const;
+    reply script(const char *what, int which, const std::vector<std::string> &keys,
+                 const std::vector<std::string> &args) const;
+    int fail(const char *what, const std::string &why) const;
+    int write_ops(std::vector<op> ops, std::vector<bool> *changed);
+    int write_one(op o, bool *changed);
+    int page_raw(std::string_view table, const tbl_bytes *after, int limit,
+                 std::vector<tbl_row> *out);
+    std::string key(const std::string &what) const { return prefix_ + what; }
+
+    std::string prefix_;                    // "hnx:N:"
+    mutable redisContext *ctx_ = nullptr;
+    mutable bool lost_ = false;             // the connection failed
+    mutable std::string lost_why_;
+    mutable bool quiet_ = false;            // failures are not said (gone() says them)
+    std::string id_;                        // the store's identity at open
+    bool read_only_ = false;
+    std::vector<std::string> sha_;          // the scripts' SHA1s on the server
+    int depth_ = 0;
+    std::vector<op> ops_;                   // the open transaction's writes
+    std::map<std::string, std::map<tbl_bytes, std::optional<tbl_bytes>, tbl_bytes_less>> held_;
+    int64_t seen_top_ = -1;                 // the top that data_changed saw last
+    int logged_ = 0;                        // changes logged since the last prune
+};
