@@ -266,6 +266,37 @@ TEST(CompactCover, KnownSetsTakeTheFewestEntries) {
     }
 }
 
+// Operator plans whose covering keeps a core of rows after the exact
+// reductions, where the search must branch: each ends proved within the
+// VLAN budget, at the fewest that the same search finds with twenty times
+// the steps.
+TEST(CompactCover, OperatorPlansGetTheirFewestWithinTheBudget) {
+    const struct {
+        evlan_bmp_t set;
+        uint32_t fewest;
+    } plans[] = {
+        {ranges_of({{337, 590}, {630, 744}, {774, 952}, {1151, 1240}, {1859, 1867},
+                    {2755, 2995}, {3070, 3070}}), 37},
+        {ranges_of({{368, 368}, {1004, 1150}, {1161, 1680}, {1728, 1945}, {2234, 2514}}), 25},
+        {ranges_of({{498, 703}, {1124, 1259}, {1324, 1535}, {1790, 1934}, {1957, 2166},
+                    {2310, 2632}, {2634, 2768}}), 37},
+    };
+    for (const auto &plan : plans) {
+        uint64_t set[64];
+        for (uint32_t i = 0; i < 64; ++i)
+            set[i] = plan.set.bmp[2 * i] | static_cast<uint64_t>(plan.set.bmp[2 * i + 1]) << 32;
+        const compact_input in = {12, set, nullptr, 0, COMPACT_BUDGET_VLAN};
+        compact_output o;
+        ASSERT_EQ(l3mac_compact_cover(&in, &o), 0);
+        EXPECT_TRUE(o.exact) << plan.fewest;
+        EXPECT_EQ(o.count, plan.fewest);
+        l3mac_compact_release(&o);
+        const cover_run r = l3mac_cover_run(plan.set, true);
+        EXPECT_EQ(r.fault, "");
+        EXPECT_EQ(entries_of(r, false), plan.fewest);
+    }
+}
+
 std::vector<mask_held> held_of(const cover_run &r) {
     std::vector<mask_held> out;
     for (const cover_row &t : r.list) out.push_back({std::get<0>(t), std::get<1>(t)});
