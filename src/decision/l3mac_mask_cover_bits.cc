@@ -1,6 +1,6 @@
 // Search of a part of at most COVER_BITS_COLS columns, as the parts of
 // operator plans and of VLAN ranges are: each row is the set of its
-// columns in two words, so that the bound of a node, the row to branch on
+// columns in a few words, so that the bound of a node, the row to branch on
 // and the rows a column leaves open take one AND per row instead of one
 // look per incidence. Rows that hold all the columns of another row are
 // dropped first (whatever covers the smaller row covers them too); on
@@ -18,23 +18,39 @@
 
 namespace {
 
+constexpr uint32_t WORDS = COVER_BITS_COLS / 64;
+
 struct colset {
-    uint64_t w[2];
+    uint64_t w[WORDS];
 };
 
-colset operator&(colset a, colset b) { return {{a.w[0] & b.w[0], a.w[1] & b.w[1]}}; }
-colset operator|(colset a, colset b) { return {{a.w[0] | b.w[0], a.w[1] | b.w[1]}}; }
-colset minus(colset a, colset b) { return {{a.w[0] & ~b.w[0], a.w[1] & ~b.w[1]}}; }
-bool empty(colset a) { return (a.w[0] | a.w[1]) == 0; }
+colset operator&(colset a, colset b) {
+    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] &= b.w[i];
+    return a;
+}
+colset operator|(colset a, colset b) {
+    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] |= b.w[i];
+    return a;
+}
+colset minus(colset a, colset b) {
+    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] &= ~b.w[i];
+    return a;
+}
+bool empty(colset a) {
+    uint64_t any = 0;
+    for (uint64_t x : a.w) any |= x;
+    return any == 0;
+}
 bool has(colset a, uint32_t c) { return a.w[c / 64] >> (c % 64) & 1u; }
 colset single(uint32_t c) {
-    colset s = {{0, 0}};
+    colset s = {};
     s.w[c / 64] = 1ull << (c % 64);
     return s;
 }
 uint32_t lowest(colset a) {
-    return a.w[0] ? static_cast<uint32_t>(std::countr_zero(a.w[0]))
-                  : 64 + static_cast<uint32_t>(std::countr_zero(a.w[1]));
+    uint32_t i = 0;
+    while (a.w[i] == 0) ++i;
+    return 64 * i + static_cast<uint32_t>(std::countr_zero(a.w[i]));
 }
 uint32_t count_of(colset a) {
     uint32_t n = 0;
@@ -72,7 +88,7 @@ void open_bits(bits_search *b, const cover_part *p, colset *all) {
         b->cost[k] = p->cost[b->bit_col[k]];
     }
     for (uint32_t w = 0; w < p->nr; ++w) {
-        all[w] = {{0, 0}};
+        all[w] = {};
         for (uint32_t i = p->rs[w]; i < p->rs[w + 1]; ++i) all[w] = all[w] | single(col_bit[p->rc[i]]);
     }
     b->steps += p->rs[p->nr];
@@ -123,7 +139,7 @@ void keep_smallest_rows(bits_search *b, const colset *all, const uint32_t *order
 // columns shares one with any row the earlier one shares one with, so it
 // never adds to the bound, and the bound is the one of the kept rows.
 int64_t root_bound(const bits_search *b, const colset *all, const uint32_t *order) {
-    colset used = {{0, 0}};
+    colset used = {};
     int64_t lb = 0;
     for (uint32_t k = 0; k < b->p->nr; ++k) {
         const colset m = all[order[k]];
@@ -158,7 +174,7 @@ void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowe
         b->out = true;
         return;
     }
-    colset used = {{0, 0}};
+    colset used = {};
     int64_t lb = 0;
     uint32_t br = 0, br_size = ~0u;
     for (uint32_t k = 0; k < n; ++k) {
@@ -247,7 +263,7 @@ int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool ro
         release_bits(&b, nullptr);
         return -1;
     }
-    colset allowed = {{0, 0}};
+    colset allowed = {};
     for (uint32_t k = 0; k < b.nc; ++k) allowed = allowed | single(k);
     for (uint32_t k = 0; k < b.nrows; ++k) b.arena[k] = k;
     // The root's rows are the arena's first nrows; its children's follow.

@@ -53,7 +53,8 @@ struct cover_searcher {
     uint32_t uncovered;
     uint64_t steps, budget;
     bool out;
-    bool no_memory;      // the search on sets of bits found no memory
+    bool no_memory;      // a search on sets of bits or an improvement found no memory
+    bool unsearched;     // too large for the branch and bound
 };
 
 // Fills both directions of `m` with every row and column live, the steps
@@ -83,6 +84,11 @@ inline constexpr uint32_t COVER_BITS_COLS = 128;
 // the root's bound proves the greedy answer least (s->out false then).
 // 0, or -1 when memory ran out.
 int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool root_only);
+
+// Betters the answer in s->best of part `p`, which the branch and bound
+// did not search, by local changes within `budget` steps (s->steps
+// counted in). 0, or -1 when memory ran out.
+int cover_improve(cover_searcher *s, cover_part *p, uint64_t budget);
 
 // Searches part `p` with `budget` steps: s->best holds its answer (columns
 // of p), s->steps what it took. False when the search had to stop before it

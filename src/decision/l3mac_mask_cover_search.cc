@@ -160,7 +160,7 @@ void branch_and_bound(cover_searcher *s) {
     // the search could not even reach a leaf, and the greedy answer stands.
     const uint64_t node = s->p->nr + s->p->rs[s->p->nr];
     if (s->steps + node * s->nbest > s->budget) {
-        s->out = true;
+        s->out = s->unsearched = true;
         return;
     }
     if (look_at_node(s, &lb, &br) != NODE_OPEN || lb >= s->best_cost) return;
@@ -204,7 +204,7 @@ void open_search(cover_searcher *s, cover_part *p, uint64_t budget) {
     s->uncovered = p->nr;
     s->steps = 0;
     s->budget = budget;
-    s->out = s->no_memory = false;
+    s->out = s->no_memory = s->unsearched = false;
     greedy(s);
 }
 
@@ -213,9 +213,10 @@ void open_search(cover_searcher *s, cover_part *p, uint64_t budget) {
 bool cover_search_part(cover_searcher *s, cover_part *p, uint64_t budget) {
     open_search(s, p, budget);
     // Few columns go to the search on sets of bits.
-    if (p->nc > COVER_BITS_COLS)
+    if (p->nc > COVER_BITS_COLS) {
         branch_and_bound(s);
-    else if (cover_search_bits(s, p, budget, false) != 0)
+        if (s->unsearched && cover_improve(s, p, budget) != 0) s->no_memory = true;
+    } else if (cover_search_bits(s, p, budget, false) != 0)
         s->no_memory = s->out = true;
     return !s->out;
 }
