@@ -193,11 +193,19 @@ void branch_and_bound(cover_searcher *s) {
 // answer as the best so far.
 void open_search(cover_searcher *s, cover_part *p, uint64_t budget) {
     s->p = p;
-    for (uint32_t k = 0; k < p->nr; ++k) s->cov[k] = 0, s->order[k] = k;
+    for (uint32_t k = 0; k < p->nr; ++k) s->cov[k] = 0;
     for (uint32_t j = 0; j < p->nc; ++j) s->banned[j] = 0, s->mark[j] = 0;
-    std::stable_sort(s->order, s->order + p->nr, [p](uint32_t a, uint32_t b) {
-        return p->rs[a + 1] - p->rs[a] < p->rs[b + 1] - p->rs[b];
-    });
+    // Rows by ascending degree (1 to nc), by counting in mark, which is
+    // free until the greedy.
+    uint32_t *at = s->mark;
+    for (uint32_t w = 0; w < p->nr; ++w) ++at[p->rs[w + 1] - p->rs[w] - 1];
+    for (uint32_t j = 0, sum = 0; j < p->nc; ++j) {
+        const uint32_t here = at[j];
+        at[j] = sum;
+        sum += here;
+    }
+    for (uint32_t w = 0; w < p->nr; ++w) s->order[at[p->rs[w + 1] - p->rs[w] - 1]++] = w;
+    for (uint32_t j = 0; j < p->nc; ++j) at[j] = 0;
     s->stamp_now = 0;
     s->nchosen = s->nbest = 0;
     s->cost_now = 0;
@@ -221,8 +229,37 @@ bool cover_search_part(cover_searcher *s, cover_part *p, uint64_t budget) {
     return !s->out;
 }
 
+// Whether the columns that are the only ones of some row hold every row:
+// they are then the answer, and no other is as cheap.
+bool essentials_cover(cover_searcher *s, cover_part *p) {
+    uint32_t *in = s->banned;  // free until the search
+    s->nbest = 0;
+    s->best_cost = 0;
+    for (uint32_t w = 0; w < p->nr; ++w) {
+        if (p->rs[w + 1] - p->rs[w] != 1 || in[p->rc[p->rs[w]]]) continue;
+        const uint32_t c = p->rc[p->rs[w]];
+        in[c] = 1;
+        s->best[s->nbest++] = c;
+        s->best_cost += p->cost[c];
+        for (uint32_t i = p->cs[c]; i < p->cs[c + 1]; ++i) s->cov[p->cr[i]] = 1;
+        s->steps += p->cs[c + 1] - p->cs[c];
+    }
+    bool all = true;
+    for (uint32_t w = 0; w < p->nr && all; ++w) all = s->cov[w] != 0;
+    s->steps += p->nr;
+    return all;
+}
+
 bool cover_settle_part(cover_searcher *s, cover_part *p, uint64_t budget) {
+    s->p = p;
+    s->steps = 0;
+    s->out = s->no_memory = s->unsearched = false;
+    for (uint32_t w = 0; w < p->nr; ++w) s->cov[w] = 0;
+    for (uint32_t j = 0; j < p->nc; ++j) s->banned[j] = 0;
+    if (essentials_cover(s, p)) return true;
+    const uint64_t spent = s->steps + p->nr + p->nc;
     open_search(s, p, budget);
+    s->steps += spent;
     if (cover_search_bits(s, p, budget, true) != 0) s->no_memory = s->out = true;
     return !s->out;
 }
