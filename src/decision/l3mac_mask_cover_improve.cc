@@ -1,4 +1,5 @@
-// Betters the greedy answer of a part too large to search (a dense set's):
+// Betters the greedy answer of a part too large to search (a dense set's),
+// and gives the search of a small part a better answer to start from:
 // a chosen column gives way to another one that holds every row only it
 // covers, when that leaves some other chosen column needless, which then
 // goes: one entry fewer each time. Passes over the chosen columns repeat
@@ -111,7 +112,7 @@ int cover_improve(cover_searcher *s, cover_part *p, uint64_t budget) {
     v.cov = s->cov;
     v.in = static_cast<uint8_t *>(l3mac_calloc(p->nc ? p->nc : 1, 1));
     v.seen = static_cast<uint32_t *>(l3mac_calloc(p->nr ? p->nr : 1, sizeof(uint32_t)));
-    v.only = s->cand;  // free: the branch and bound did not run
+    v.only = s->cand;  // free: no branch and bound runs beside this
     v.stamp = 0;
     v.steps = s->steps;
     v.budget = budget;

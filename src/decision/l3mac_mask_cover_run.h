@@ -85,9 +85,10 @@ inline constexpr uint32_t COVER_BITS_COLS = 128;
 // 0, or -1 when memory ran out.
 int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool root_only);
 
-// Betters the answer in s->best of part `p`, which the branch and bound
-// did not search, by local changes within `budget` steps (s->steps
-// counted in). 0, or -1 when memory ran out.
+// Betters the answer in s->best of part `p` by local changes within
+// `budget` steps (s->steps counted in): the whole answer of a part too
+// large for the branch and bound, a better start for the search on sets
+// of bits. 0, or -1 when memory ran out.
 int cover_improve(cover_searcher *s, cover_part *p, uint64_t budget);
 
 // Searches part `p` with `budget` steps: s->best holds its answer (columns

@@ -224,8 +224,14 @@ bool cover_search_part(cover_searcher *s, cover_part *p, uint64_t budget) {
     if (p->nc > COVER_BITS_COLS) {
         branch_and_bound(s);
         if (s->unsearched && cover_improve(s, p, budget) != 0) s->no_memory = true;
-    } else if (cover_search_bits(s, p, budget, false) != 0)
-        s->no_memory = s->out = true;
+    } else {
+        // A few passes of local changes first: a better answer to start
+        // from cuts more of the tree than they cost.
+        const uint64_t quick = s->steps + 8ull * (p->nr + p->cs[p->nc]);
+        if (cover_improve(s, p, quick < budget ? quick : budget) != 0 ||
+            cover_search_bits(s, p, budget, false) != 0)
+            s->no_memory = s->out = true;
+    }
     return !s->out;
 }
 
