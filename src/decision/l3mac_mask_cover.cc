@@ -2,9 +2,10 @@
 // least total cost that hold every row (number of the set). The exact
 // reductions come first; what is left falls into independent parts,
 // searched one by one, smallest first, each with its share of the steps
-// that are left. Two kinds of matrix skip the reductions: one of few
-// columns whose greedy answer the bound proves at once, and one too large
-// for them to end within the budget.
+// that are left. Three kinds of matrix skip the reductions: one that its
+// essential columns cover, one of few columns whose greedy answer the
+// bound proves at once, and one too large for them to end within the
+// budget.
 #include <algorithm>
 #include <cstring>
 
@@ -152,6 +153,34 @@ void answer_whole(workspace *w, const cover_matrix *m, cover_answer *ans) {
     ans->steps = w->r.steps + w->s.steps + drop_needless_columns(m, w->s.cov, ans);
 }
 
+// Whether the columns that are the only ones of some row (taken) hold
+// every row: they are then the answer, as for a whole space, whose primes
+// each hold a number no other does.
+bool settle_by_essentials(workspace *w, const cover_matrix *m, cover_answer *ans) {
+    cover_reducer *r = &w->r;
+    uint32_t *cov = w->s.cov;
+    for (uint32_t k = 0; k < m->nrows; ++k) cov[k] = 0;
+    ans->count = 0;
+    for (uint32_t k = 0; k < m->nrows; ++k) {
+        if (r->row_start[k + 1] - r->row_start[k] != 1) continue;
+        const uint32_t c = r->row_cols[r->row_start[k]];
+        if (r->taken[c]) continue;
+        r->taken[c] = 1;
+        ans->cols[ans->count++] = c;
+        for (uint32_t i = m->col_start[c]; i < m->col_start[c + 1]; ++i) cov[m->col_rows[i]] = 1;
+        r->steps += m->col_start[c + 1] - m->col_start[c];
+    }
+    bool all = true;
+    for (uint32_t k = 0; k < m->nrows && all; ++k) all = cov[k] != 0;
+    r->steps += m->nrows;
+    for (uint32_t j = 0; j < ans->count; ++j) r->taken[ans->cols[j]] = 0;
+    if (!all) return false;
+    std::sort(ans->cols, ans->cols + ans->count);
+    ans->exact = true;
+    ans->steps = r->steps;
+    return true;
+}
+
 // A matrix of few columns whose greedy answer the bound already proves
 // least, as a single range's often is, is answered without the
 // reductions, which would cost more than the rest of the search. The
@@ -200,7 +229,8 @@ int l3mac_cover_solve(const cover_matrix *m, uint64_t budget, cover_answer *ans)
     cover_reducer *r = &w.r;
     cover_open_reducer(r, m, budget);
     for (uint32_t c = 0; c < m->ncols; ++c) w.col_local[c] = COVER_NONE;
-    if (m->ncols <= COVER_BITS_COLS && settle_whole(&w, m, ans)) {
+    if (settle_by_essentials(&w, m, ans) ||
+        (m->ncols <= COVER_BITS_COLS && settle_whole(&w, m, ans))) {
         free_workspace(&w);
         return 0;
     }

@@ -235,37 +235,8 @@ bool cover_search_part(cover_searcher *s, cover_part *p, uint64_t budget) {
     return !s->out;
 }
 
-// Whether the columns that are the only ones of some row hold every row:
-// they are then the answer, and no other is as cheap.
-bool essentials_cover(cover_searcher *s, cover_part *p) {
-    uint32_t *in = s->banned;  // free until the search
-    s->nbest = 0;
-    s->best_cost = 0;
-    for (uint32_t w = 0; w < p->nr; ++w) {
-        if (p->rs[w + 1] - p->rs[w] != 1 || in[p->rc[p->rs[w]]]) continue;
-        const uint32_t c = p->rc[p->rs[w]];
-        in[c] = 1;
-        s->best[s->nbest++] = c;
-        s->best_cost += p->cost[c];
-        for (uint32_t i = p->cs[c]; i < p->cs[c + 1]; ++i) s->cov[p->cr[i]] = 1;
-        s->steps += p->cs[c + 1] - p->cs[c];
-    }
-    bool all = true;
-    for (uint32_t w = 0; w < p->nr && all; ++w) all = s->cov[w] != 0;
-    s->steps += p->nr;
-    return all;
-}
-
 bool cover_settle_part(cover_searcher *s, cover_part *p, uint64_t budget) {
-    s->p = p;
-    s->steps = 0;
-    s->out = s->no_memory = s->unsearched = false;
-    for (uint32_t w = 0; w < p->nr; ++w) s->cov[w] = 0;
-    for (uint32_t j = 0; j < p->nc; ++j) s->banned[j] = 0;
-    if (essentials_cover(s, p)) return true;
-    const uint64_t spent = s->steps + p->nr + p->nc;
     open_search(s, p, budget);
-    s->steps += spent;
     if (cover_search_bits(s, p, budget, true) != 0) s->no_memory = s->out = true;
     return !s->out;
 }
