@@ -2,7 +2,10 @@
 // least total cost that hold every row (number of the set). The exact
 // reductions come first; what is left falls into independent parts,
 // searched one by one, smallest first, each with its share of the steps
-// that are left.
+// that are left. Three kinds of matrix skip the reductions: one that its
+// essential columns cover, one of few columns whose greedy answer the
+// bound proves at once, and one too large for them to end within the
+// budget.
 #include <algorithm>
 #include <cstring>
 
@@ -108,6 +111,113 @@ uint64_t drop_needless_columns(const cover_matrix *m, uint32_t *cov, cover_answe
     return steps;
 }
 
+// The whole matrix as one part, its columns numbered as cover_cut_part
+// numbers a part's, by their lowest row (the greedy's ties follow that).
+void whole_part(workspace *w, const cover_matrix *m) {
+    cover_part *p = &w->p;
+    const uint32_t nr = m->nrows, nc = m->ncols, nnz = m->col_start[nc];
+    // A column of no row (value 0 alone) is in no part.
+    auto holds_rows = [m](uint32_t c) { return m->col_start[c + 1] > m->col_start[c]; };
+    p->nr = nr;
+    p->nc = 0;
+    uint32_t *at = w->up;  // columns by lowest row, by counting
+    for (uint32_t k = 0; k <= nr; ++k) w->part_start[k] = 0;
+    for (uint32_t c = 0; c < nc; ++c)
+        if (holds_rows(c)) ++w->part_start[m->col_rows[m->col_start[c]] + 1], ++p->nc;
+    for (uint32_t k = 0; k < nr; ++k) w->part_start[k + 1] += w->part_start[k];
+    for (uint32_t k = 0; k < nr; ++k) at[k] = w->part_start[k];
+    for (uint32_t c = 0; c < nc; ++c)
+        if (holds_rows(c)) p->gcol[at[m->col_rows[m->col_start[c]]]++] = c;
+    uint32_t fill = 0;
+    for (uint32_t j = 0; j < p->nc; ++j) {
+        const uint32_t c = p->gcol[j];
+        w->col_local[c] = j;
+        p->cs[j] = fill;
+        p->cost[j] = m->cost[c];
+        const uint32_t len = m->col_start[c + 1] - m->col_start[c];
+        std::memcpy(p->cr + fill, m->col_rows + m->col_start[c], len * sizeof(uint32_t));
+        fill += len;
+    }
+    p->cs[p->nc] = fill;
+    std::memcpy(p->rs, w->r.row_start, (nr + 1) * sizeof(uint32_t));
+    for (uint32_t i = 0; i < nnz; ++i) p->rc[i] = w->col_local[w->r.row_cols[i]];
+    for (uint32_t c = 0; c < nc; ++c) w->col_local[c] = COVER_NONE;
+    w->r.steps += 2 * static_cast<uint64_t>(nnz);
+}
+
+// The part's answer in s->best as the matrix's columns.
+void answer_whole(workspace *w, const cover_matrix *m, cover_answer *ans) {
+    ans->count = w->s.nbest;
+    for (uint32_t j = 0; j < w->s.nbest; ++j) ans->cols[j] = w->p.gcol[w->s.best[j]];
+    std::sort(ans->cols, ans->cols + ans->count);
+    ans->steps = w->r.steps + w->s.steps + drop_needless_columns(m, w->s.cov, ans);
+}
+
+// Whether the columns that are the only ones of some row (taken) hold
+// every row: they are then the answer, as for a whole space, whose primes
+// each hold a number no other does.
+bool settle_by_essentials(workspace *w, const cover_matrix *m, cover_answer *ans) {
+    cover_reducer *r = &w->r;
+    uint32_t *cov = w->s.cov;
+    for (uint32_t k = 0; k < m->nrows; ++k) cov[k] = 0;
+    ans->count = 0;
+    for (uint32_t k = 0; k < m->nrows; ++k) {
+        if (r->row_start[k + 1] - r->row_start[k] != 1) continue;
+        const uint32_t c = r->row_cols[r->row_start[k]];
+        if (r->taken[c]) continue;
+        r->taken[c] = 1;
+        ans->cols[ans->count++] = c;
+        for (uint32_t i = m->col_start[c]; i < m->col_start[c + 1]; ++i) cov[m->col_rows[i]] = 1;
+        r->steps += m->col_start[c + 1] - m->col_start[c];
+    }
+    bool all = true;
+    for (uint32_t k = 0; k < m->nrows && all; ++k) all = cov[k] != 0;
+    r->steps += m->nrows;
+    for (uint32_t j = 0; j < ans->count; ++j) r->taken[ans->cols[j]] = 0;
+    if (!all) return false;
+    std::sort(ans->cols, ans->cols + ans->count);
+    ans->exact = true;
+    ans->steps = r->steps;
+    return true;
+}
+
+// A matrix of few columns whose greedy answer the bound already proves
+// least, as a single range's often is, is answered without the
+// reductions, which would cost more than the rest of the search. The
+// steps of a try that proves nothing count against the budget.
+bool settle_whole(workspace *w, const cover_matrix *m, cover_answer *ans) {
+    whole_part(w, m);
+    const bool settled = cover_settle_part(&w->s, &w->p, w->r.budget);
+    if (!settled) {
+        w->r.steps += w->s.steps;
+        return false;
+    }
+    answer_whole(w, m, ans);
+    ans->exact = true;
+    return true;
+}
+
+// The reductions look at each incidence this many times or more before
+// they end (their steps count fewer looks than they take); a matrix of
+// more incidences than the budget allows them, a dense set's of up to
+// 300 000, would spend the budget on them and leave the search only its
+// greedy answer, which they hardly better there.
+constexpr uint64_t REDUCE_LOOKS = 32;
+
+// Such a matrix is searched whole, as one part: the greedy answer of
+// independent parts taken together is the one of each part alone.
+void search_whole(workspace *w, const cover_matrix *m, uint64_t budget, cover_answer *ans) {
+    whole_part(w, m);
+    const uint64_t left = budget > w->r.steps ? budget - w->r.steps : 0;
+    ans->exact = cover_search_part(&w->s, &w->p, left);
+    answer_whole(w, m, ans);
+}
+
+int give_up(workspace *w) {
+    free_workspace(w);
+    return -1;
+}
+
 }  // namespace
 
 int l3mac_cover_solve(const cover_matrix *m, uint64_t budget, cover_answer *ans) {
@@ -118,9 +228,21 @@ int l3mac_cover_solve(const cover_matrix *m, uint64_t budget, cover_answer *ans)
     }
     cover_reducer *r = &w.r;
     cover_open_reducer(r, m, budget);
+    for (uint32_t c = 0; c < m->ncols; ++c) w.col_local[c] = COVER_NONE;
+    if (settle_by_essentials(&w, m, ans) ||
+        (m->ncols <= COVER_BITS_COLS && settle_whole(&w, m, ans))) {
+        free_workspace(&w);
+        return 0;
+    }
+    if (w.s.no_memory) return give_up(&w);
+    if (static_cast<uint64_t>(m->col_start[m->ncols]) * REDUCE_LOOKS > budget) {
+        search_whole(&w, m, budget, ans);
+        if (w.s.no_memory) return give_up(&w);
+        free_workspace(&w);
+        return 0;
+    }
     cover_reduce(r);
     const uint32_t nparts = cover_split_parts(r, w.up, w.part_start, w.part_rows);
-    for (uint32_t c = 0; c < m->ncols; ++c) w.col_local[c] = COVER_NONE;
     // Parts by ascending size, so that the small ones are surely whole and
     // the steps they leave go to the large ones.
     for (uint32_t k = 0; k < nparts; ++k) w.part_order[k] = k;
@@ -136,6 +258,7 @@ int l3mac_cover_solve(const cover_matrix *m, uint64_t budget, cover_answer *ans)
                        w.col_local, &w.p);
         const uint64_t left = budget > steps ? budget - steps : 0;
         exact &= cover_search_part(&w.s, &w.p, left / (nparts - k));
+        if (w.s.no_memory) return give_up(&w);
         for (uint32_t j = 0; j < w.s.nbest; ++j) r->taken[w.p.gcol[w.s.best[j]]] = 1;
         steps += w.s.steps;
     }

@@ -53,6 +53,8 @@ struct cover_searcher {
     uint32_t uncovered;
     uint64_t steps, budget;
     bool out;
+    bool no_memory;      // a search on sets of bits or an improvement found no memory
+    bool unsearched;     // too large for the branch and bound
 };
 
 // Fills both directions of `m` with every row and column live, the steps
@@ -72,7 +74,27 @@ uint32_t cover_split_parts(const cover_reducer *r, uint32_t *up, uint32_t *part_
 void cover_cut_part(const cover_reducer *r, const uint32_t *rows, uint32_t nrows,
                     uint32_t *row_local, uint32_t *col_local, cover_part *p);
 
+// Parts of at most this many columns are searched with each row's columns
+// as one set of bits.
+inline constexpr uint32_t COVER_BITS_COLS = 128;
+
+// The search of a part of at most COVER_BITS_COLS columns, from the
+// greedy answer in s->best: s->best, s->best_cost, s->steps and s->out as
+// cover_search_part leaves them. With `root_only`, it only tells whether
+// the root's bound proves the greedy answer least (s->out false then).
+// 0, or -1 when memory ran out.
+int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool root_only);
+
+// Betters the answer in s->best of part `p` by local changes within
+// `budget` steps (s->steps counted in): the whole answer of a part too
+// large for the branch and bound, a better start for the search on sets
+// of bits. 0, or -1 when memory ran out.
+int cover_improve(cover_searcher *s, cover_part *p, uint64_t budget);
+
 // Searches part `p` with `budget` steps: s->best holds its answer (columns
 // of p), s->steps what it took. False when the search had to stop before it
-// had proved its answer least.
+// had proved its answer least, or when memory ran out (s->no_memory).
 bool cover_search_part(cover_searcher *s, cover_part *p, uint64_t budget);
+// Whether the greedy answer of part `p` (of at most COVER_BITS_COLS
+// columns) is proved least by the bound alone: s->best holds it then.
+bool cover_settle_part(cover_searcher *s, cover_part *p, uint64_t budget);

@@ -1,8 +1,9 @@
 // Search of one part of the weighted covering: a row-by-row greedy pick
 // gives a first answer, and a depth-first search branches on the row with
 // the fewest columns left, bounded below by rows that share no column.
-// Every incidence looked at is one step; when the budget is spent the best
-// answer so far stands.
+// Parts of few columns take the same search on sets of bits
+// (l3mac_mask_cover_bits.cc). Every incidence looked at is one step; when
+// the budget is spent the best answer so far stands.
 #include <algorithm>
 #include <cstring>
 
@@ -154,6 +155,14 @@ void open_frame(cover_searcher *s, uint32_t depth, uint32_t arena_at, uint32_t w
 void branch_and_bound(cover_searcher *s) {
     int64_t lb = 0;
     uint32_t br = COVER_NONE;
+    // Every node looks at each row and incidence of the part once; when
+    // one dive to the greedy answer's depth costs more than the steps left,
+    // the search could not even reach a leaf, and the greedy answer stands.
+    const uint64_t node = s->p->nr + s->p->rs[s->p->nr];
+    if (s->steps + node * s->nbest > s->budget) {
+        s->out = s->unsearched = true;
+        return;
+    }
     if (look_at_node(s, &lb, &br) != NODE_OPEN || lb >= s->best_cost) return;
     open_frame(s, 0, 0, br);
     uint32_t depth = 1;
@@ -180,23 +189,54 @@ void branch_and_bound(cover_searcher *s) {
     }
 }
 
-}  // namespace
-
-bool cover_search_part(cover_searcher *s, cover_part *p, uint64_t budget) {
+// The part's rows by ascending degree, nothing chosen, then the greedy
+// answer as the best so far.
+void open_search(cover_searcher *s, cover_part *p, uint64_t budget) {
     s->p = p;
-    for (uint32_t k = 0; k < p->nr; ++k) s->cov[k] = 0, s->order[k] = k;
+    for (uint32_t k = 0; k < p->nr; ++k) s->cov[k] = 0;
     for (uint32_t j = 0; j < p->nc; ++j) s->banned[j] = 0, s->mark[j] = 0;
-    std::stable_sort(s->order, s->order + p->nr, [p](uint32_t a, uint32_t b) {
-        return p->rs[a + 1] - p->rs[a] < p->rs[b + 1] - p->rs[b];
-    });
+    // Rows by ascending degree (1 to nc), by counting in mark, which is
+    // free until the greedy.
+    uint32_t *at = s->mark;
+    for (uint32_t w = 0; w < p->nr; ++w) ++at[p->rs[w + 1] - p->rs[w] - 1];
+    for (uint32_t j = 0, sum = 0; j < p->nc; ++j) {
+        const uint32_t here = at[j];
+        at[j] = sum;
+        sum += here;
+    }
+    for (uint32_t w = 0; w < p->nr; ++w) s->order[at[p->rs[w + 1] - p->rs[w] - 1]++] = w;
+    for (uint32_t j = 0; j < p->nc; ++j) at[j] = 0;
     s->stamp_now = 0;
     s->nchosen = s->nbest = 0;
     s->cost_now = 0;
     s->uncovered = p->nr;
     s->steps = 0;
     s->budget = budget;
-    s->out = false;
+    s->out = s->no_memory = s->unsearched = false;
     greedy(s);
-    branch_and_bound(s);
+}
+
+}  // namespace
+
+bool cover_search_part(cover_searcher *s, cover_part *p, uint64_t budget) {
+    open_search(s, p, budget);
+    // Few columns go to the search on sets of bits.
+    if (p->nc > COVER_BITS_COLS) {
+        branch_and_bound(s);
+        if (s->unsearched && cover_improve(s, p, budget) != 0) s->no_memory = true;
+    } else {
+        // A few passes of local changes first: a better answer to start
+        // from cuts more of the tree than they cost.
+        const uint64_t quick = s->steps + 8ull * (p->nr + p->cs[p->nc]);
+        if (cover_improve(s, p, quick < budget ? quick : budget) != 0 ||
+            cover_search_bits(s, p, budget, false) != 0)
+            s->no_memory = s->out = true;
+    }
+    return !s->out;
+}
+
+bool cover_settle_part(cover_searcher *s, cover_part *p, uint64_t budget) {
+    open_search(s, p, budget);
+    if (cover_search_bits(s, p, budget, true) != 0) s->no_memory = s->out = true;
     return !s->out;
 }

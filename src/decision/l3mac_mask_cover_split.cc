@@ -19,13 +19,18 @@ uint32_t cover_split_parts(const cover_reducer *r, uint32_t *up, uint32_t *part_
     for (uint32_t w = 0; w < m->nrows; ++w) up[w] = w;
     for (uint32_t c = 0; c < m->ncols; ++c) {
         if (!r->col_live[c]) continue;
-        uint32_t first = COVER_NONE;
+        // a: the root of the column's rows joined so far.
+        uint32_t a = COVER_NONE;
         for (uint32_t i = m->col_start[c]; i < m->col_start[c + 1]; ++i) {
             const uint32_t w = m->col_rows[i];
             if (!r->row_live[w]) continue;
-            if (first == COVER_NONE) first = w;
-            const uint32_t a = find_root(up, first), b = find_root(up, w);
-            if (a != b) up[std::max(a, b)] = std::min(a, b);
+            const uint32_t b = find_root(up, w);
+            if (a == COVER_NONE || a == b) {
+                a = b;
+                continue;
+            }
+            up[std::max(a, b)] = std::min(a, b);
+            a = std::min(a, b);
         }
     }
     // up[] becomes the root of each row, and then the part number of each

@@ -1,0 +1,280 @@
+// Search of a part of at most COVER_BITS_COLS columns, as the parts of
+// operator plans and of VLAN ranges are: each row is the set of its
+// columns in a few words, so that the bound of a node, the row to branch on
+// and the rows a column leaves open take one AND per row instead of one
+// look per incidence. Rows that hold all the columns of another row are
+// dropped first (whatever covers the smaller row covers them too); on
+// these parts they are most of the rows.
+//
+// Columns are renumbered by ascending cost, so that the lowest column of
+// a row is its cheapest. Every row looked at is one step; when the budget
+// is spent the best answer so far stands.
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "decision/l3mac_mask_cover_run.h"
+#include "frame/l3mac_mem.h"
+
+namespace {
+
+constexpr uint32_t WORDS = COVER_BITS_COLS / 64;
+
+struct colset {
+    uint64_t w[WORDS];
+};
+
+colset operator&(colset a, colset b) {
+    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] &= b.w[i];
+    return a;
+}
+colset operator|(colset a, colset b) {
+    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] |= b.w[i];
+    return a;
+}
+colset minus(colset a, colset b) {
+    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] &= ~b.w[i];
+    return a;
+}
+bool empty(colset a) {
+    uint64_t any = 0;
+    for (uint64_t x : a.w) any |= x;
+    return any == 0;
+}
+bool has(colset a, uint32_t c) { return a.w[c / 64] >> (c % 64) & 1u; }
+colset single(uint32_t c) {
+    colset s = {};
+    s.w[c / 64] = 1ull << (c % 64);
+    return s;
+}
+uint32_t lowest(colset a) {
+    uint32_t i = 0;
+    while (a.w[i] == 0) ++i;
+    return 64 * i + static_cast<uint32_t>(std::countr_zero(a.w[i]));
+}
+uint32_t count_of(colset a) {
+    uint32_t n = 0;
+    for (uint64_t x : a.w)
+        for (; x; x >>= 16) n += compact_bits(static_cast<uint32_t>(x & 0xFFFF));
+    return n;
+}
+
+struct bits_search {
+    const cover_part *p;
+    uint32_t nc;
+    uint32_t bit_col[COVER_BITS_COLS];  // bit -> column of the part
+    int64_t cost[COVER_BITS_COLS];      // per bit, ascending
+    colset *row;                        // per kept row
+    uint32_t nrows;
+    uint32_t *scratch;                  // per row of the part, before the search
+    uint32_t *arena;                    // open rows of the nodes on the path
+    uint32_t chosen[COVER_BITS_COLS], nchosen;
+    uint32_t best[COVER_BITS_COLS], nbest;
+    int64_t best_cost;
+    uint64_t steps, budget;
+    bool out, improved;
+};
+
+// Columns by ascending cost, then number; each row as its set of them.
+void open_bits(bits_search *b, const cover_part *p, colset *all) {
+    b->p = p;
+    b->nc = p->nc;
+    for (uint32_t j = 0; j < p->nc; ++j) b->bit_col[j] = j;
+    std::stable_sort(b->bit_col, b->bit_col + p->nc,
+                     [p](uint32_t x, uint32_t y) { return p->cost[x] < p->cost[y]; });
+    uint32_t col_bit[COVER_BITS_COLS];
+    for (uint32_t k = 0; k < p->nc; ++k) {
+        col_bit[b->bit_col[k]] = k;
+        b->cost[k] = p->cost[b->bit_col[k]];
+    }
+    for (uint32_t w = 0; w < p->nr; ++w) {
+        all[w] = {};
+        for (uint32_t i = p->rs[w]; i < p->rs[w + 1]; ++i) all[w] = all[w] | single(col_bit[p->rc[i]]);
+    }
+    b->steps += p->rs[p->nr];
+}
+
+// Rows fewest columns first, by counting: the order the bound takes them
+// in, and the one the other search keeps in s->order, so that it may still
+// take the part over.
+void sort_rows(bits_search *b, const colset *all, uint32_t *order) {
+    const cover_part *p = b->p;
+    uint32_t at[COVER_BITS_COLS + 2] = {};
+    uint32_t *size = b->scratch;
+    for (uint32_t w = 0; w < p->nr; ++w) ++at[(size[w] = count_of(all[w])) + 1];
+    for (uint32_t z = 0; z <= COVER_BITS_COLS; ++z) at[z + 1] += at[z];
+    for (uint32_t w = 0; w < p->nr; ++w) order[at[size[w]]++] = w;
+    b->steps += p->nr;
+}
+
+// Keeps the rows, in `order`, that hold no earlier row's columns wholly
+// (of equal rows the first). A kept row is filed under its lowest column,
+// so that a row looks only at the rows filed under its own columns.
+void keep_smallest_rows(bits_search *b, const colset *all, const uint32_t *order) {
+    const cover_part *p = b->p;
+    uint32_t first[COVER_BITS_COLS];
+    uint32_t *next = b->scratch;
+    for (uint32_t c = 0; c < b->nc; ++c) first[c] = COVER_NONE;
+    b->nrows = 0;
+    for (uint32_t k = 0; k < p->nr; ++k) {
+        const colset r = all[order[k]];
+        bool holds_other = false;
+        for (colset rest = r; !empty(rest) && !holds_other;) {
+            const uint32_t c = lowest(rest);
+            rest = minus(rest, single(c));
+            for (uint32_t j = first[c]; j != COVER_NONE && !holds_other; j = next[j]) {
+                holds_other = empty(minus(b->row[j], r));
+                ++b->steps;
+            }
+        }
+        if (holds_other) continue;
+        const uint32_t c = lowest(r);
+        next[b->nrows] = first[c];
+        first[c] = b->nrows;
+        b->row[b->nrows++] = r;
+    }
+}
+
+// The bound of the root over every row: a row that holds an earlier row's
+// columns shares one with any row the earlier one shares one with, so it
+// never adds to the bound, and the bound is the one of the kept rows.
+int64_t root_bound(const bits_search *b, const colset *all, const uint32_t *order) {
+    colset used = {};
+    int64_t lb = 0;
+    for (uint32_t k = 0; k < b->p->nr; ++k) {
+        const colset m = all[order[k]];
+        if (!empty(m & used)) continue;
+        lb += b->cost[lowest(m)];
+        used = used | m;
+    }
+    return lb;
+}
+
+void save_best(bits_search *b, int64_t cost) {
+    std::memcpy(b->best, b->chosen, b->nchosen * sizeof(uint32_t));
+    b->nbest = b->nchosen;
+    b->best_cost = cost;
+    b->improved = true;
+}
+
+// One node: `open` are the rows no chosen column holds, `allowed` the
+// columns its subtree may still take. The bound is the cheapest column of
+// each open row that shares no allowed column with an earlier such row;
+// the branch is on the open row with the fewest allowed columns, its
+// columns tried by the open rows they hold, most first, each banned in
+// the subtrees of the later ones so that no set of columns comes twice.
+void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowed,
+                 int64_t cost_now) {
+    if (n == 0) {
+        if (cost_now < b->best_cost) save_best(b, cost_now);
+        return;
+    }
+    b->steps += n;
+    if (b->steps > b->budget) {
+        b->out = true;
+        return;
+    }
+    colset used = {};
+    int64_t lb = 0;
+    uint32_t br = 0, br_size = ~0u;
+    for (uint32_t k = 0; k < n; ++k) {
+        const colset m = b->row[open[k]] & allowed;
+        if (empty(m)) return;
+        if (empty(m & used)) {
+            lb += b->cost[lowest(m)];
+            used = used | m;
+        }
+        if (br_size > 1) {
+            const uint32_t size = count_of(m);
+            if (size < br_size) br = open[k], br_size = size;
+        }
+    }
+    if (cost_now + lb >= b->best_cost) return;
+    const colset branch = b->row[br] & allowed;
+    uint32_t cand[COVER_BITS_COLS], gain[COVER_BITS_COLS], nc = 0;
+    for (colset rest = branch; !empty(rest); rest = minus(rest, single(cand[nc - 1])))
+        cand[nc] = lowest(rest), gain[nc++] = 0;
+    for (uint32_t k = 0; k < n; ++k) {
+        const colset m = b->row[open[k]] & branch;
+        for (uint32_t i = 0; i < nc; ++i) gain[i] += has(m, cand[i]);
+    }
+    b->steps += n;
+    // Most open rows first, then the cheaper, then the lower bit.
+    for (uint32_t i = 1; i < nc; ++i)
+        for (uint32_t j = i; j > 0 && gain[j] > gain[j - 1]; --j) {
+            std::swap(cand[j], cand[j - 1]);
+            std::swap(gain[j], gain[j - 1]);
+        }
+    uint32_t *next = b->arena + (open - b->arena) + n;
+    for (uint32_t i = 0; i < nc && !b->out; ++i) {
+        const uint32_t c = cand[i];
+        uint32_t left = 0;
+        for (uint32_t k = 0; k < n; ++k)
+            if (!has(b->row[open[k]], c)) next[left++] = open[k];
+        b->steps += n;
+        b->chosen[b->nchosen++] = c;
+        search_node(b, next, left, allowed, cost_now + b->cost[c]);
+        --b->nchosen;
+        allowed = minus(allowed, single(c));
+    }
+}
+
+void release_bits(bits_search *b, colset *all) {
+    void *arrays[] = {all, b->row, b->arena};
+    for (void *a : arrays) l3mac_free(a);
+}
+
+}  // namespace
+
+int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool root_only) {
+    bits_search b;
+    b.steps = s->steps;
+    b.budget = budget;
+    b.out = b.improved = false;
+    b.nchosen = 0;
+    b.best_cost = s->best_cost;
+    b.nbest = 0;
+    // The candidate arena of the other search is free here.
+    b.scratch = s->cand;
+    b.arena = nullptr;
+    auto *all = static_cast<colset *>(l3mac_malloc(sizeof(colset) * (p->nr ? p->nr : 1)));
+    b.row = static_cast<colset *>(l3mac_malloc(sizeof(colset) * (p->nr ? p->nr : 1)));
+    if (!all || !b.row) {
+        release_bits(&b, all);
+        return -1;
+    }
+    open_bits(&b, p, all);
+    sort_rows(&b, all, s->order);
+    b.steps += p->nr;
+    const bool proved = root_bound(&b, all, s->order) >= b.best_cost;
+    if (proved || root_only) {
+        s->steps = b.steps;
+        s->out = !proved;
+        release_bits(&b, all);
+        return 0;
+    }
+    keep_smallest_rows(&b, all, s->order);
+    l3mac_free(all);
+    // A node's open rows follow its parent's; the path is at most one
+    // column deep per level.
+    b.arena = static_cast<uint32_t *>(
+        l3mac_malloc(sizeof(uint32_t) * (static_cast<size_t>(b.nrows) * (b.nc + 2) + 1)));
+    if (!b.arena) {
+        release_bits(&b, nullptr);
+        return -1;
+    }
+    colset allowed = {};
+    for (uint32_t k = 0; k < b.nc; ++k) allowed = allowed | single(k);
+    for (uint32_t k = 0; k < b.nrows; ++k) b.arena[k] = k;
+    // The root's rows are the arena's first nrows; its children's follow.
+    search_node(&b, b.arena, b.nrows, allowed, 0);
+    if (b.improved) {
+        for (uint32_t k = 0; k < b.nbest; ++k) s->best[k] = b.bit_col[b.best[k]];
+        s->nbest = b.nbest;
+        s->best_cost = b.best_cost;
+    }
+    s->steps = b.steps;
+    s->out = b.out;
+    release_bits(&b, nullptr);
+    return 0;
+}
