@@ -10,18 +10,7 @@
 
 namespace {
 
-const std::string &scratch() {
-    struct scratch_dir {
-        std::string path = testing::TempDir() + "cli-" + std::to_string(getpid());
-        scratch_dir() { std::filesystem::create_directories(path); }
-        ~scratch_dir() {
-            std::error_code ec;
-            std::filesystem::remove_all(path, ec);
-        }
-    };
-    static const scratch_dir dir;
-    return dir.path;
-}
+const std::string &scratch() { return managed_scratch("cli"); }
 
 managed_result run(const std::string &tool, const std::vector<std::string> &args,
                    const std::string &input = "") {

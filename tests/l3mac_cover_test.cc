@@ -10,21 +10,7 @@
 
 namespace {
 
-// A folder of this test process's own: ctest runs the cases as parallel
-// processes, and the tool's output files must not be shared between them.
-// It goes when the process ends.
-const std::string &scratch() {
-    struct scratch_dir {
-        std::string path = testing::TempDir() + "l3mac-cover-" + std::to_string(getpid());
-        scratch_dir() { std::filesystem::create_directories(path); }
-        ~scratch_dir() {
-            std::error_code ec;
-            std::filesystem::remove_all(path, ec);
-        }
-    };
-    static const scratch_dir dir;
-    return dir.path;
-}
+const std::string &scratch() { return managed_scratch("l3mac-cover"); }
 
 // Runs the tool with `args` and `input` on standard input.
 managed_result run_tool(std::vector<std::string> args, const std::string &input = "") {

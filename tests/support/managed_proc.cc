@@ -11,6 +11,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 namespace {
 
 void redirect(int fd, const std::string &path, int flags) {
@@ -80,4 +82,20 @@ bool managed_wait(const std::function<bool()> &cond, std::chrono::milliseconds l
     for (; !cond(); std::this_thread::sleep_for(std::chrono::milliseconds(10)))
         if (std::chrono::steady_clock::now() > deadline) return false;
     return true;
+}
+
+const std::string &managed_scratch(const char *prefix) {
+    struct scratch_dir {
+        std::string path;
+        explicit scratch_dir(const char *p)
+            : path(testing::TempDir() + p + "-" + std::to_string(getpid())) {
+            std::filesystem::create_directories(path);
+        }
+        ~scratch_dir() {
+            std::error_code ec;
+            std::filesystem::remove_all(path, ec);
+        }
+    };
+    static const scratch_dir dir(prefix);
+    return dir.path;
 }

@@ -34,6 +34,11 @@ inline int managed_tbl(const std::string &bin, const std::string &root,
     return managed_run(bin, root, "hnx-tbl", args).status;
 }
 
+// A folder of this test process's own, <TempDir>/<prefix>-<pid>: ctest
+// runs the cases as parallel processes, and a tool's output files must not
+// be shared between them. It goes when the process ends.
+const std::string &managed_scratch(const char *prefix);
+
 // The whole of a file; "" when there is none.
 std::string managed_slurp(const std::string &path);
 
