@@ -158,7 +158,7 @@ TEST_F(StartTest, TheProfileCheckSaysWhatTheStartWould) {
     EXPECT_NE(r.out.find("warning: " + head + "unknown key s_route/l3mac/capacity/rsvd_size, "
                          "ignored (did you mean s_route/l3mac/capacity/rsvd-size?)\n"),
               std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("1 errors, 1 warnings: the daemon refuses to start with it\n"),
+    EXPECT_NE(r.out.find("1 error, 1 warning: the daemon refuses to start with it\n"),
               std::string::npos) << r.out;
 
     EXPECT_EQ(check(HNX_SOURCE_DIR "/examples/capability-two-tcam.json").status, 0);

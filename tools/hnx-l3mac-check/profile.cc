@@ -23,8 +23,9 @@ void print_findings(const std::string &file, const hnx_cap_findings &f) {
     }
     for (const std::string &e : f.errors) std::printf("error: %s\n", e.c_str());
     for (const std::string &w : f.warnings) std::printf("warning: %s\n", w.c_str());
-    std::printf("hnx-l3mac-check: profile %s: %zu errors, %zu warnings: %s\n", file.c_str(),
-                f.errors.size(), f.warnings.size(),
+    const size_t ne = f.errors.size(), nw = f.warnings.size();
+    std::printf("hnx-l3mac-check: profile %s: %zu error%s, %zu warning%s: %s\n", file.c_str(), ne,
+                ne == 1 ? "" : "s", nw, nw == 1 ? "" : "s",
                 f.ok() ? "the daemon starts with it" : "the daemon refuses to start with it");
 }
 
