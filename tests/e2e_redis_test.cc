@@ -112,11 +112,13 @@ TEST_P(RedisE2e, AnAclSetUpLetsEachSideDoItsPartOnly) {
     };
     setuser("l3mac", {"~" + p + "*"});
     setuser("features", {"%R~" + p + "*", "%W~" + p + "rows:" + in, "%W~" + p + "keys:" + in,
-                         "%W~" + p + "top", "%W~" + p + "log", "%W~" + p + "readers"});
+                         "%W~" + p + "top", "%W~" + p + "log", "%W~" + p + "readers",
+                         "%W~" + p + "lease:*"});
     setuser("hardware", {"%R~" + p + "id", "%R~" + p + "top", "%R~" + p + "log",
                          "%R~" + p + "rows:" + hw, "%R~" + p + "keys:" + hw,
                          "%R~" + p + "rows:s_route.l3mac_vrrp_hw_res",
-                         "%R~" + p + "keys:s_route.l3mac_vrrp_hw_res", "~" + p + "readers"});
+                         "%R~" + p + "keys:s_route.l3mac_vrrp_hw_res", "~" + p + "readers",
+                         "~" + p + "lease:*"});
     auto as = [&](const std::string &name) {
         const std::string file = root_ + "/" + name + ".pw";
         std::ofstream(file) << name << " " << name << "-pw\n";
