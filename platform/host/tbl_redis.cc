@@ -332,6 +332,11 @@ std::string tbl_redis::gone() const {
     return lost_ ? "lost its server (" + lost_why_ + ")" : "";
 }
 
+std::string tbl_redis::remedy() const {
+    return "delete its keys on the server (redis-cli --scan --pattern '" + prefix_ +
+           "*' | xargs redis-cli DEL)";
+}
+
 int tbl_redis::check_integrity(std::string *problem) {
     reply r = run("check the store", {"TYPE", key("log")});
     if (!r) return *problem = last_error_, kFail;

@@ -72,6 +72,7 @@ public:
     int check_integrity(std::string *problem) override;
     std::string gone() const override;
     std::string wake_file() const override { return ""; }
+    std::string remedy() const override;
     void abandon() override;
     // This process's name in the store's readers.
     const std::string &reader_id() const { return reader_id_; }
