@@ -186,6 +186,38 @@ TEST_P(TblService, ScansHandEveryRowOverBeforeReturning) {
     EXPECT_EQ(g_seen.size(), 600u);
 }
 
+// A scan page by page reads the table as it stands at each page: what
+// another process changed between two pages is there, in key order.
+TEST_P(TblService, EachPageOfAScanSeesTheTableAsItStandsNow) {
+    for (uint32_t id = 1; id <= 10; id++) ASSERT_EQ(set(id, id), 0);
+    tbl_store *st = tbl_store_of(16);
+    auto ids_evlans = [](const std::vector<tbl_row> &rows) {
+        strs out;
+        for (const tbl_row &r : rows) {
+            auto *m = s_route__l3mac_hw_res__unpack(nullptr, r.val.size(), r.val.data());
+            out.push_back(std::to_string(m->index->hw_id) + ":" +
+                          std::to_string(m->attr ? m->attr->evlan : 0));
+            s_route__l3mac_hw_res__free_unpacked(m, nullptr);
+        }
+        return out;
+    };
+    std::vector<tbl_row> first, second;
+    ASSERT_EQ(st->page("s_route.l3mac_hw_res", nullptr, 3, &first), 0);
+    EXPECT_EQ(ids_evlans(first), (strs{"1:1", "2:2", "3:3"}));
+    in_child_ok([&] {
+        set(4, 40);
+        del(5);
+        set(11, 11);
+        set(2, 20);
+    });
+    ASSERT_EQ(st->page("s_route.l3mac_hw_res", &first.back().key, 3, &second), 0);
+    EXPECT_EQ(ids_evlans(second), (strs{"4:40", "6:6", "7:7"}));
+    second.clear();
+    const tbl_bytes after9{0x08, 9};
+    ASSERT_EQ(st->page("s_route.l3mac_hw_res", &after9, 3, &second), 0);
+    EXPECT_EQ(ids_evlans(second), (strs{"10:10", "11:11"}));
+}
+
 TEST_P(TblService, ACorruptRowIsSkippedWithOneLine) {
     subscribe();
     for (uint32_t i = 1; i <= 3; i++) ASSERT_EQ(set(i, i), 0);

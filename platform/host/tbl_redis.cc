@@ -31,42 +31,40 @@ const char *const kScripts[kScriptCount] = {
 local top = tonumber(redis.call('GET', p .. 'top') or '0')
 local before = top
 local changed = {}
+local touched = {}
 for i = 3, #ARGV, 4 do
   local op, tbl, key, row = ARGV[i], ARGV[i + 1], ARGV[i + 2], ARGV[i + 3]
   local rows = p .. 'rows:' .. tbl
   local c = 0
   if op == 's' then
-    local old = redis.call('HGET', rows, key)
-    if old ~= row then
+    if redis.call('HGET', rows, key) ~= row then
       redis.call('HSET', rows, key, row)
-      if not old then redis.call('ZADD', p .. 'keys:' .. tbl, 0, key) end
       c = 1
     end
   elseif redis.call('HDEL', rows, key) == 1 then
-    redis.call('ZREM', p .. 'keys:' .. tbl, key)
     c = 1
   end
   if c == 1 then
     top = top + 1
+    touched[tbl] = true
     redis.call('XADD', p .. 'log', string.format('%d-1', top), 'table', tbl,
                'op', op == 's' and 'set' or 'del', 'row', row, 'writer', ARGV[2])
   end
   changed[#changed + 1] = c
 end
+local now = string.format('%d', top)
+for tbl in pairs(touched) do redis.call('SET', p .. 'ver:' .. tbl, now) end
 if top ~= before then redis.call('SET', p .. 'top', string.format('%d', top)) end
 return {string.format('%d', before), string.format('%d', top), changed})",
-    // ARGV: the table's key set and rows, the lex start, the limit. Keys
-    // named as KEYS would count as written for the server's ACL, and the
-    // hardware side may only read.
-    R"(local ks = redis.call('ZRANGEBYLEX', ARGV[1], ARGV[3], '+', 'LIMIT', 0, tonumber(ARGV[4]))
-if #ks == 0 then return {} end
-local vs = redis.call('HMGET', ARGV[2], unpack(ks))
-local out = {}
-for i = 1, #ks do
-  out[#out + 1] = ks[i]
-  out[#out + 1] = vs[i] or ''
-end
-return out)",
+    // ARGV: the table's version and rows, the version the caller's key
+    // list has, then the keys of the page. The page's rows when the table
+    // is still at that version; else the version now and every key, for
+    // the caller to sort and ask again. Keys named as KEYS would count as
+    // written for the server's ACL, and the hardware side may only read.
+    R"(local ver = redis.call('GET', ARGV[1]) or '0'
+if ver ~= ARGV[3] then return {ver, redis.call('HKEYS', ARGV[2])} end
+if #ARGV < 4 then return {} end
+return redis.call('HMGET', ARGV[2], unpack(ARGV, 4)))",
     // ARGV: prefix, reader id, lease ms. The reader's place is the top,
     // read in the same step.
     R"(local top = redis.call('GET', ARGV[1] .. 'top') or '0'
@@ -427,16 +425,37 @@ int tbl_redis::get(std::string_view table, const tbl_bytes &k, tbl_bytes *row, b
     return 0;
 }
 
+// The table's keys are read once, sorted here, and kept while the table's
+// version stands: a scan page by page costs one step per page, not a read
+// of the whole table. A table changed since reads its keys again.
 int tbl_redis::page_raw(std::string_view table, const tbl_bytes *after, int limit,
                         std::vector<tbl_row> *out) {
     const std::string t(table);
-    reply r = script("read rows", kPage, {},
-                     {key("keys:" + t), key("rows:" + t), after ? "(" + str(*after) : "-",
-                      std::to_string(limit)});
-    if (!r) return kFail;
-    for (size_t i = 0; i + 1 < r->elements; i += 2)
-        out->push_back({bytes(r->element[i]), bytes(r->element[i + 1])});
-    return 0;
+    key_list &kl = key_lists_[t];
+    for (int tries = 0; tries < 8; tries++) {
+        auto from = after ? std::upper_bound(kl.keys.begin(), kl.keys.end(), *after,
+                                             tbl_bytes_less())
+                          : kl.keys.begin();
+        auto to = from + std::min<ptrdiff_t>(limit, kl.keys.end() - from);
+        std::vector<std::string> args{key("ver:" + t), key("rows:" + t), kl.ver};
+        for (auto k = from; k != to; ++k) args.push_back(str(*k));
+        reply r = script("read rows", kPage, {}, args);
+        if (!r) return kFail;
+        if (r->elements == 2 && r->element[1]->type == REDIS_REPLY_ARRAY) {
+            kl.ver = text(r->element[0]);
+            kl.keys.clear();
+            for (size_t i = 0; i < r->element[1]->elements; i++)
+                kl.keys.push_back(bytes(r->element[1]->element[i]));
+            std::sort(kl.keys.begin(), kl.keys.end(), tbl_bytes_less());
+            continue;
+        }
+        for (size_t i = 0; i < r->elements && from + ptrdiff_t(i) != to; i++)
+            if (r->element[i]->type == REDIS_REPLY_STRING)
+                out->push_back({*(from + ptrdiff_t(i)), bytes(r->element[i])});
+        if (to == kl.keys.end()) key_lists_.erase(t);  // the scan is done
+        return 0;
+    }
+    return fail("read rows", "the table changed under every try");
 }
 
 // Inside a transaction the rows held here stand over the server's: each

@@ -5,8 +5,10 @@
 //   hnx:N:id             string: the store's identity, set when it is made
 //   hnx:N:top            string: the last sequence number given to a change
 //   hnx:N:rows:TABLE     hash: packed key -> packed row (protobuf)
-//   hnx:N:keys:TABLE     sorted set, every score 0: the packed keys, for
-//                        reading a table in key order (ZRANGEBYLEX)
+//   hnx:N:ver:TABLE      string: the number of the last change of TABLE
+//                        (set by each write step that changes it, never
+//                        read there: a writer may only write it), so that a
+//                        reader keeps the table's sorted keys while it stands
 //   hnx:N:log            stream: one entry per change, ID "SEQ-1", fields
 //                        table, op ("set" or "del"), row (a delete's row
 //                        holds only the key), writer (pid)
@@ -48,7 +50,7 @@
 struct redisContext;
 struct redisReply;
 
-// Packed keys in the server's order (bytewise, as ZRANGEBYLEX and memcmp).
+// Packed keys in key order: bytewise, as memcmp.
 struct tbl_bytes_less {
     bool operator()(const tbl_bytes &a, const tbl_bytes &b) const;
 };
@@ -137,6 +139,11 @@ private:
     std::map<std::string, std::map<tbl_bytes, std::optional<tbl_bytes>, tbl_bytes_less>> held_;
     int64_t seen_top_ = -1;                 // the top that data_changed saw last
     int logged_ = 0;                        // changes logged since the last prune
+    struct key_list {
+        std::string ver;                    // the table's version they are of
+        std::vector<tbl_bytes> keys;        // sorted
+    };
+    std::map<std::string, key_list> key_lists_;  // tables being scanned
     std::string place_;                     // HOST/BOOT-ID/PID-NAMESPACE
     std::string reader_id_;                 // PID@place
     int64_t lease_ms_ = kTblLeaseMs;
