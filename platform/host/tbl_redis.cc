@@ -32,28 +32,37 @@ local top = tonumber(redis.call('GET', p .. 'top') or '0')
 local before = top
 local changed = {}
 local touched = {}
+local log, writer = p .. 'log', ARGV[2]
+local rows_of = {}
 for i = 3, #ARGV, 4 do
   local op, tbl, key, row = ARGV[i], ARGV[i + 1], ARGV[i + 2], ARGV[i + 3]
-  local rows = p .. 'rows:' .. tbl
+  local rows = rows_of[tbl]
+  if not rows then
+    rows = p .. 'rows:' .. tbl
+    rows_of[tbl] = rows
+  end
   local c = 0
   if op == 's' then
     if redis.call('HGET', rows, key) ~= row then
       redis.call('HSET', rows, key, row)
       c = 1
+      top = top + 1
+      redis.call('XADD', log, string.format('%d-1', top), 'table', tbl, 'op', 'set', 'row', row,
+                 'writer', writer)
     end
   elseif redis.call('HDEL', rows, key) == 1 then
     c = 1
-  end
-  if c == 1 then
     top = top + 1
-    touched[tbl] = true
-    redis.call('XADD', p .. 'log', string.format('%d-1', top), 'table', tbl,
-               'op', op == 's' and 'set' or 'del', 'row', row, 'writer', ARGV[2])
+    redis.call('XADD', log, string.format('%d-1', top), 'table', tbl, 'op', 'del', 'row', row,
+               'writer', writer)
   end
+  touched[tbl] = touched[tbl] or c == 1
   changed[#changed + 1] = c
 end
 local now = string.format('%d', top)
-for tbl in pairs(touched) do redis.call('SET', p .. 'ver:' .. tbl, now) end
+for tbl, yes in pairs(touched) do
+  if yes then redis.call('SET', p .. 'ver:' .. tbl, now) end
+end
 if top ~= before then redis.call('SET', p .. 'top', string.format('%d', top)) end
 return {string.format('%d', before), string.format('%d', top), changed})",
     // ARGV: the table's version and rows, the version the caller's key
