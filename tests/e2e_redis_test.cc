@@ -62,7 +62,8 @@ TEST_P(RedisE2e, AServerKilledAndStartedAgainWhileRequestsArriveCostsNoEntry) {
     write_caps({.tcam_cap = 1024});
     start();
     ASSERT_EQ(feed(requests(0, 100)).status, 0);
-    ASSERT_TRUE(managed_wait([&] { return check().status == 0; })) << check().out;
+    ASSERT_TRUE(managed_wait([&] { return check().status == 0; }))
+        << check().out << managed_slurp(root_ + "/daemon.out.err");
     const auto before = managed_hw_rows();
     ASSERT_FALSE(before.empty());
 
@@ -86,7 +87,8 @@ TEST_P(RedisE2e, AServerKilledAndStartedAgainWhileRequestsArriveCostsNoEntry) {
     hnx_host_tbl_reset();  // this process's connection went with the server
     start();
     ASSERT_EQ(feed(more).status, 0);
-    ASSERT_TRUE(managed_wait([&] { return check().status == 0; })) << check().out;
+    ASSERT_TRUE(managed_wait([&] { return check().status == 0; }))
+        << check().out << managed_slurp(root_ + "/daemon.out.err");
     auto after = managed_hw_rows();
     std::erase_if(after, [&](const hw_entry &e) {
         return std::none_of(before.begin(), before.end(),

@@ -66,12 +66,12 @@ end
 if top ~= before then redis.call('SET', p .. 'top', string.format('%d', top)) end
 return {string.format('%d', before), string.format('%d', top), changed})",
     // ARGV: the table's version and rows, the version the caller's key
-    // list has, then the keys of the page. The page's rows when the table
-    // is still at that version; else the version now and every key, for
-    // the caller to sort and ask again. Keys named as KEYS would count as
+    // list has ("*": any), then the keys of the page. The page's rows
+    // when the table is still at that version; else the version now and
+    // every key, for the caller to sort and ask again. Keys named as KEYS would count as
     // written for the server's ACL, and the hardware side may only read.
     R"(local ver = redis.call('GET', ARGV[1]) or '0'
-if ver ~= ARGV[3] then return {ver, redis.call('HKEYS', ARGV[2])} end
+if ARGV[3] ~= '*' and ver ~= ARGV[3] then return {ver, redis.call('HKEYS', ARGV[2])} end
 if #ARGV < 4 then return {} end
 return redis.call('HMGET', ARGV[2], unpack(ARGV, 4)))",
     // ARGV: prefix, reader id, lease ms. The reader's place is the top,
@@ -436,18 +436,30 @@ int tbl_redis::get(std::string_view table, const tbl_bytes &k, tbl_bytes *row, b
 
 // The table's keys are read once, sorted here, and kept while the table's
 // version stands: a scan page by page costs one step per page, not a read
-// of the whole table. A table changed since reads its keys again.
+// of the whole table. A table changed since reads its keys again, and then
+// takes the rows of those keys whatever was written since (a row deleted
+// meanwhile is left out, one added after the keys were read is not in this
+// page), as a page read at one moment would: a table that its writers
+// never leave alone is still read.
 int tbl_redis::page_raw(std::string_view table, const tbl_bytes *after, int limit,
                         std::vector<tbl_row> *out) {
     const std::string t(table);
     key_list &kl = key_lists_[t];
-    for (int tries = 0; tries < 8; tries++) {
-        auto from = after ? std::upper_bound(kl.keys.begin(), kl.keys.end(), *after,
-                                             tbl_bytes_less())
-                          : kl.keys.begin();
-        auto to = from + std::min<ptrdiff_t>(limit, kl.keys.end() - from);
-        std::vector<std::string> args{key("ver:" + t), key("rows:" + t), kl.ver};
-        for (auto k = from; k != to; ++k) args.push_back(str(*k));
+    const size_t first = out->size();
+    bool fresh = false;
+    auto start = [&] {
+        const tbl_bytes *last = out->size() > first ? &out->back().key : after;
+        return size_t((last ? std::upper_bound(kl.keys.begin(), kl.keys.end(), *last,
+                                               tbl_bytes_less())
+                            : kl.keys.begin()) -
+                      kl.keys.begin());
+    };
+    size_t at = start();
+    while (int(out->size() - first) < limit) {
+        const size_t want = size_t(limit) - (out->size() - first);
+        const size_t to = std::min(kl.keys.size(), at + want);
+        std::vector<std::string> args{key("ver:" + t), key("rows:" + t), fresh ? "*" : kl.ver};
+        for (size_t k = at; k < to; k++) args.push_back(str(kl.keys[k]));
         reply r = script("read rows", kPage, {}, args);
         if (!r) return kFail;
         if (r->elements == 2 && r->element[1]->type == REDIS_REPLY_ARRAY) {
@@ -456,15 +468,20 @@ int tbl_redis::page_raw(std::string_view table, const tbl_bytes *after, int limi
             for (size_t i = 0; i < r->element[1]->elements; i++)
                 kl.keys.push_back(bytes(r->element[1]->element[i]));
             std::sort(kl.keys.begin(), kl.keys.end(), tbl_bytes_less());
+            fresh = true;
+            at = start();
             continue;
         }
-        for (size_t i = 0; i < r->elements && from + ptrdiff_t(i) != to; i++)
+        for (size_t i = 0; i < r->elements && at + i < to; i++)
             if (r->element[i]->type == REDIS_REPLY_STRING)
-                out->push_back({*(from + ptrdiff_t(i)), bytes(r->element[i])});
-        if (to == kl.keys.end()) key_lists_.erase(t);  // the scan is done
-        return 0;
+                out->push_back({kl.keys[at + i], bytes(r->element[i])});
+        at = to;
+        if (at == kl.keys.size()) {
+            key_lists_.erase(t);  // the scan is done
+            break;
+        }
     }
-    return fail("read rows", "the table changed under every try");
+    return 0;
 }
 
 // Inside a transaction the rows held here stand over the server's: each
@@ -558,7 +575,7 @@ int tbl_redis::changes(int64_t after, int limit, std::vector<tbl_change> *out) {
 int tbl_redis::join(int64_t *seq) {
     reply r = script("join readers", kJoin, {}, {prefix_, reader_id_, std::to_string(lease_ms_)});
     *seq = r ? number(r.get()) : 0;
-    if (r) joined_ = true, leased_at_ = now_ms();
+    if (r) joined_ = true, leased_at_ = now_ms(), recorded_ = *seq;
     return r ? 0 : kFail;
 }
 
@@ -570,6 +587,7 @@ int tbl_redis::record(int64_t seq) {
         return kFail;
     joined_ = true;
     leased_at_ = now_ms();
+    recorded_ = seq;
     return 0;
 }
 
@@ -578,12 +596,15 @@ int tbl_redis::leave() {
     return script("leave readers", kLeave, {}, {prefix_, reader_id_}) ? 0 : kFail;
 }
 
-// A reader that polls without reading anything new still holds its lease.
+// A reader that polls without reading anything new still holds its lease:
+// its place is written again with the lease, with SET alone, which a user
+// that may write its lease but read nothing of it is allowed (PEXPIRE is
+// not).
 void tbl_redis::keep_lease() {
     if (!joined_ || lost_ || now_ms() - leased_at_ < lease_ms_ / 4) return;
     quiet_ = true;
-    if (run("renew reader lease",
-            {"PEXPIRE", key("lease:" + reader_id_), std::to_string(lease_ms_)}))
+    if (script("renew reader lease", kRecord, {},
+               {prefix_, reader_id_, std::to_string(lease_ms_), std::to_string(recorded_)}))
         leased_at_ = now_ms();
     quiet_ = false;
 }

@@ -149,4 +149,5 @@ private:
     int64_t lease_ms_ = kTblLeaseMs;
     bool joined_ = false;                   // among the readers, with a lease
     int64_t leased_at_ = 0;                 // when the lease was last set (steady ms)
+    int64_t recorded_ = 0;                  // the place in the log last recorded
 };
