@@ -166,7 +166,11 @@ std::string this_place() {
     char ns[64] = "";
     const ssize_t n = readlink("/proc/self/ns/pid", ns, sizeof ns - 1);
     ns[n > 0 ? n : 0] = 0;
-    std::string place = std::string(host) + "/" + first_line("/proc/sys/kernel/random/boot_id");
+    // A sandbox that shows /proc's process folders alone (ProcSubset=pid)
+    // hides the boot id: the machine id tells hosts apart then.
+    std::string boot = first_line("/proc/sys/kernel/random/boot_id");
+    if (boot.empty()) boot = first_line("/etc/machine-id");
+    std::string place = std::string(host) + "/" + boot;
     const char *open = std::strchr(ns, '['), *close = std::strchr(ns, ']');
     if (open && close > open) place += "/" + std::string(open + 1, close);
     return place;

@@ -14,7 +14,8 @@
 //                        holds only the key), writer (pid)
 //   hnx:N:readers        hash: reader id of a subscribing process -> the
 //                        last sequence number it delivered; the id is
-//                        PID@HOST/BOOT-ID/PID-NAMESPACE, one per process
+//                        PID@HOST/BOOT-ID/PID-NAMESPACE (the machine id
+//                        where the boot id is hidden), one per process
 //                        wherever it runs
 //   hnx:N:lease:ID       string with a TTL: reader ID is alive; set when it
 //                        records its place, renewed while it polls
