@@ -30,7 +30,11 @@ run() {
             store="unix://$root/redis.sock"
         fi
         "$BIN/hnx-load" --root "$root" --store "$store" "$@" --daemon --cap "$CAP" >"$OUT/$name.$i" 2>&1 || true
-        [ "$store" = sqlite ] || kill "$(cat "$root/redis.pid")"
+        if [ "$store" != sqlite ]; then
+            pid=$(cat "$root/redis.pid")
+            kill "$pid"
+            while kill -0 "$pid" 2>/dev/null; do sleep 0.05; done  # its files closed
+        fi
         rm -rf "$root"
         i=$((i + 1))
     done

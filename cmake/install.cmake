@@ -23,6 +23,9 @@ install(FILES ${HNX_PKG_SRC}/${HNX_PKG}.sysusers DESTINATION lib/sysusers.d
 install(FILES README.md docs/operations.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 file(GLOB HNX_EXAMPLES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/examples/*.json)
 install(FILES ${HNX_EXAMPLES} DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+# The unit's drop-ins for a Redis store: examples, since each names a server.
+install(FILES ${HNX_PKG_SRC}/redis-remote.conf ${HNX_PKG_SRC}/redis-local.conf
+        DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 # One completion file answers for every tool; bash loads it by the name of
 # the command being completed.

@@ -62,7 +62,8 @@ TEST_P(RedisE2e, AServerKilledAndStartedAgainWhileRequestsArriveCostsNoEntry) {
     write_caps({.tcam_cap = 1024});
     start();
     ASSERT_EQ(feed(requests(0, 100)).status, 0);
-    ASSERT_TRUE(managed_wait([&] { return check().status == 0; })) << check().out;
+    ASSERT_TRUE(managed_wait([&] { return check().status == 0; }))
+        << check().out << managed_slurp(root_ + "/daemon.out.err");
     const auto before = managed_hw_rows();
     ASSERT_FALSE(before.empty());
 
@@ -86,7 +87,8 @@ TEST_P(RedisE2e, AServerKilledAndStartedAgainWhileRequestsArriveCostsNoEntry) {
     hnx_host_tbl_reset();  // this process's connection went with the server
     start();
     ASSERT_EQ(feed(more).status, 0);
-    ASSERT_TRUE(managed_wait([&] { return check().status == 0; })) << check().out;
+    ASSERT_TRUE(managed_wait([&] { return check().status == 0; }))
+        << check().out << managed_slurp(root_ + "/daemon.out.err");
     auto after = managed_hw_rows();
     std::erase_if(after, [&](const hw_entry &e) {
         return std::none_of(before.begin(), before.end(),
@@ -111,12 +113,14 @@ TEST_P(RedisE2e, AnAclSetUpLetsEachSideDoItsPartOnly) {
         ASSERT_EQ(redis_.command(cmd), "OK");
     };
     setuser("l3mac", {"~" + p + "*"});
-    setuser("features", {"%R~" + p + "*", "%W~" + p + "rows:" + in, "%W~" + p + "keys:" + in,
-                         "%W~" + p + "top", "%W~" + p + "log", "%W~" + p + "readers"});
+    setuser("features", {"%R~" + p + "*", "%W~" + p + "rows:" + in, "%W~" + p + "ver:" + in,
+                         "%W~" + p + "top", "%W~" + p + "log", "%W~" + p + "readers",
+                         "%W~" + p + "lease:*"});
     setuser("hardware", {"%R~" + p + "id", "%R~" + p + "top", "%R~" + p + "log",
-                         "%R~" + p + "rows:" + hw, "%R~" + p + "keys:" + hw,
+                         "%R~" + p + "rows:" + hw, "%R~" + p + "ver:" + hw,
                          "%R~" + p + "rows:s_route.l3mac_vrrp_hw_res",
-                         "%R~" + p + "keys:s_route.l3mac_vrrp_hw_res", "~" + p + "readers"});
+                         "%R~" + p + "ver:s_route.l3mac_vrrp_hw_res", "~" + p + "readers",
+                         "~" + p + "lease:*"});
     auto as = [&](const std::string &name) {
         const std::string file = root_ + "/" + name + ".pw";
         std::ofstream(file) << name << " " << name << "-pw\n";
@@ -137,7 +141,8 @@ TEST_P(RedisE2e, AnAclSetUpLetsEachSideDoItsPartOnly) {
                                        "attr.mac_type=L3MAC_NORMAL", "attr.mac=00:11:22:33:44:55"};
     std::vector<std::string> set_in{"set", in};
     set_in.insert(set_in.end(), row.begin(), row.end());
-    EXPECT_EQ(tbl(set_in).status, 0);
+    const managed_result wrote = tbl(set_in);
+    EXPECT_EQ(wrote.status, 0) << wrote.err;
     const managed_result forged = tbl({"set", hw, "index.hw_id=7", "attr.evlan=5"});
     EXPECT_NE(forged.status, 0);
     EXPECT_NE(forged.err.find("can't access"), std::string::npos) << forged.err;

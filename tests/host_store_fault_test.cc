@@ -502,6 +502,26 @@ TEST_P(RedisChangeLog, AServerGoneEndsTheReaderWithOneLine) {
               std::string::npos) << said;
 }
 
+// A store whose keys another client broke is refused at the start with a
+// line that says what to do on the server, not with the file's remedy.
+TEST_P(RedisChangeLog, ADamagedStoreIsRefusedWithTheServersRemedy) {
+    hnx_host_tbl_reset();
+    redis_.command({"DEL", "hnx:16:log"});
+    ASSERT_EQ(redis_.command({"SET", "hnx:16:log", "junk"}), "OK");
+    testing::internal::CaptureStderr();
+    l3mac_tbl_init();
+    EXPECT_EQ(l3mac_ctx.tbl_hw_res, nullptr);
+    EXPECT_EQ(ss_rt_tbl_connect_db(l3mac_connect_cb), -11);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(l3mac_count_of(said,
+                             "ss_rt_tbl: store 16 (" + redis_.url() +
+                                 ") is damaged (hnx:16:log is a string, not a stream): refused. "
+                                 "Stop every process of the store, delete its keys on the server "
+                                 "(redis-cli --scan --pattern 'hnx:16:*' | xargs redis-cli DEL) "
+                                 "and start them again: each writes its rows anew\n"),
+              1) << said;
+}
+
 INSTANTIATE_TEST_SUITE_P(Stores, StoresFault, all_store_backends(), store_backend_name);
 INSTANTIATE_TEST_SUITE_P(Stores, StoresChangeLog, all_store_backends(), store_backend_name);
 INSTANTIATE_TEST_SUITE_P(Stores, RedisChangeLog, testing::Values(store_backend::redis),

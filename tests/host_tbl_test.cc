@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "platform/host/hnx_host.h"
+#include "platform/host/tbl_redis.h"
 #include "platform/host/tbl_state.h"
 #include "support/l3mac_world.h"
 #include "support/managed_proc.h"
@@ -185,6 +186,38 @@ TEST_P(TblService, ScansHandEveryRowOverBeforeReturning) {
     EXPECT_EQ(g_seen.size(), 600u);
 }
 
+// A scan page by page reads the table as it stands at each page: what
+// another process changed between two pages is there, in key order.
+TEST_P(TblService, EachPageOfAScanSeesTheTableAsItStandsNow) {
+    for (uint32_t id = 1; id <= 10; id++) ASSERT_EQ(set(id, id), 0);
+    tbl_store *st = tbl_store_of(16);
+    auto ids_evlans = [](const std::vector<tbl_row> &rows) {
+        strs out;
+        for (const tbl_row &r : rows) {
+            auto *m = s_route__l3mac_hw_res__unpack(nullptr, r.val.size(), r.val.data());
+            out.push_back(std::to_string(m->index->hw_id) + ":" +
+                          std::to_string(m->attr ? m->attr->evlan : 0));
+            s_route__l3mac_hw_res__free_unpacked(m, nullptr);
+        }
+        return out;
+    };
+    std::vector<tbl_row> first, second;
+    ASSERT_EQ(st->page("s_route.l3mac_hw_res", nullptr, 3, &first), 0);
+    EXPECT_EQ(ids_evlans(first), (strs{"1:1", "2:2", "3:3"}));
+    in_child_ok([&] {
+        set(4, 40);
+        del(5);
+        set(11, 11);
+        set(2, 20);
+    });
+    ASSERT_EQ(st->page("s_route.l3mac_hw_res", &first.back().key, 3, &second), 0);
+    EXPECT_EQ(ids_evlans(second), (strs{"4:40", "6:6", "7:7"}));
+    second.clear();
+    const tbl_bytes after9{0x08, 9};
+    ASSERT_EQ(st->page("s_route.l3mac_hw_res", &after9, 3, &second), 0);
+    EXPECT_EQ(ids_evlans(second), (strs{"10:10", "11:11"}));
+}
+
 TEST_P(TblService, ACorruptRowIsSkippedWithOneLine) {
     subscribe();
     for (uint32_t i = 1; i <= 3; i++) ASSERT_EQ(set(i, i), 0);
@@ -262,5 +295,57 @@ TEST_P(TblService, TheLoopConnectsSmoothsAndExpiresAnUnendedWindow) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, TblService, all_store_backends(), store_backend_name);
+
+// Readers of a Redis store shared by several hosts: a writer knows a reader
+// of another host alive by its lease, never by a pid of its own host.
+class TblSharedRedis : public TblService {};
+
+TEST_P(TblSharedRedis, AReaderElsewhereIsKeptWhileItsLeaseStandsAndDroppedAfter) {
+    subscribe();
+    auto write_many = [this](uint32_t base, uint32_t n) {
+        for (uint32_t i = 0; i < n; i++) set(i % 20, base + i);
+    };
+    in_child_ok([&] { write_many(0, 150); });
+    EXPECT_EQ(hnx_host_tbl_poll(), 150);
+    // A line card's reader, at the top now: its pid is not alive here.
+    const std::string top = redis_.command({"GET", "hnx:16:top"});
+    const std::string card = "4194303@line-card-2/0f6d1c9e-1d3b-4e0b-9a55-2d1e8c7b1a00/4026531836";
+    ASSERT_EQ(redis_.command({"HSET", "hnx:16:readers", card, top}), "1");
+    ASSERT_EQ(redis_.command({"SET", "hnx:16:lease:" + card, top, "PX", "60000"}), "OK");
+    in_child_ok([&] { write_many(1000, 1000); });
+    EXPECT_EQ(redis_.command({"HEXISTS", "hnx:16:readers", card}), "1");
+    EXPECT_GE(log_size(), 1000);
+    EXPECT_EQ(hnx_host_tbl_poll(), 1000);
+    // Its lease ran out: it no longer holds the log.
+    ASSERT_EQ(redis_.command({"DEL", "hnx:16:lease:" + card}), "1");
+    in_child_ok([&] { write_many(5000, 150); });
+    EXPECT_EQ(redis_.command({"HEXISTS", "hnx:16:readers", card}), "0");
+    EXPECT_LT(log_size(), 200);
+    EXPECT_EQ(hnx_host_tbl_poll(), 150);
+
+    // This process's own lease runs out while it stands still: it is
+    // dropped, the log is trimmed past it, and it reads afresh.
+    auto *st = dynamic_cast<tbl_redis *>(tbl_store_of(16));
+    ASSERT_NE(st, nullptr);
+    ASSERT_EQ(redis_.command({"DEL", "hnx:16:lease:" + st->reader_id()}), "1");
+    g_seen.clear();
+    in_child_ok([&] {
+        write_many(7000, 300);
+        del(3);
+    });
+    EXPECT_EQ(redis_.command({"HEXISTS", "hnx:16:readers", st->reader_id()}), "0");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(hnx_host_tbl_poll(), 20);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_NE(said.find("changes gone before they were read: reading the subscribed tables afresh"),
+              std::string::npos) << said;
+    EXPECT_NE(said.find("tables read afresh: 19 rows set, 1 deleted"), std::string::npos) << said;
+    EXPECT_EQ(g_seen.size(), 20u);
+    // Having read afresh it is a reader again, with a lease.
+    EXPECT_EQ(redis_.command({"EXISTS", "hnx:16:lease:" + st->reader_id()}), "1");
+}
+
+INSTANTIATE_TEST_SUITE_P(Redis, TblSharedRedis, testing::Values(store_backend::redis),
+                         store_backend_name);
 
 }  // namespace

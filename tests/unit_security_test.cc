@@ -2,6 +2,7 @@
 // by `systemd-analyze security`, where the machine has it, and no restart
 // loop on the exits that a restart cannot mend.
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -32,6 +33,51 @@ TEST(Unit, ExposureIsAtMost3) {
     ASSERT_NE(at, std::string::npos) << out;
     const double exposure = std::stod(out.substr(at + head.size()));
     EXPECT_LE(exposure, 3.0) << out;
+}
+
+// The unit with a drop-in for a Redis store, as systemd merges them under
+// a root of its own: `systemd-analyze security` of the result.
+std::string analyze_with(const std::string &drop_in) {
+    char dir[] = "/tmp/hnx-unit-XXXXXX";
+    if (!mkdtemp(dir)) return "";
+    const std::string root = dir, units = root + "/etc/systemd/system";
+    const std::string src = std::string(HNX_SOURCE_DIR) + "/packaging/";
+    run_out("mkdir -p " + units + "/hnx-l3table-l3mac.service.d && cp " + kUnit + " " + units +
+            "/ && cp " + src + drop_in + " " + units + "/hnx-l3table-l3mac.service.d/");
+    const std::string out = run_out("systemd-analyze security --offline=true --no-pager --root=" +
+                                    root + " hnx-l3table-l3mac.service 2>&1");
+    run_out("rm -rf " + root);
+    return out;
+}
+
+// A remote store opens the host's network and the Internet families, and
+// keeps an allow list; a local socket opens no network. Both stay at 3.0 or
+// lower.
+TEST(Unit, RedisDropInsOpenOnlyWhatTheStoreNeeds) {
+    if (std::system("command -v systemd-analyze >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "no systemd-analyze on this machine";
+    auto exposure = [](const std::string &out) {
+        const std::string head = "Overall exposure level for hnx-l3table-l3mac.service: ";
+        const size_t at = out.find(head);
+        return at == std::string::npos ? 99.0 : std::stod(out.substr(at + head.size()));
+    };
+    // The line that names `what` begins with `mark` (a tick or a cross).
+    auto says = [](const std::string &out, const std::string &mark, const std::string &what) {
+        const size_t at = out.find(what);
+        if (at == std::string::npos) return false;
+        const size_t nl = out.rfind('\n', at);
+        return out.compare(nl == std::string::npos ? 0 : nl + 1, mark.size(), mark) == 0;
+    };
+    const std::string remote = analyze_with("redis-remote.conf");
+    EXPECT_LE(exposure(remote), 3.0) << remote;
+    EXPECT_TRUE(says(remote, "\u2717", "PrivateNetwork=")) << remote;
+    EXPECT_TRUE(says(remote, "\u2717", "RestrictAddressFamilies=~AF_(INET|INET6)")) << remote;
+    EXPECT_TRUE(says(remote, "\u2717", "IP address allow list with non-localhost entries")) << remote;
+    EXPECT_TRUE(says(remote, "\u2713", "RestrictAddressFamilies=~AF_NETLINK")) << remote;
+    const std::string local = analyze_with("redis-local.conf");
+    EXPECT_LE(exposure(local), 3.0) << local;
+    EXPECT_TRUE(says(local, "\u2713", "PrivateNetwork=")) << local;
+    EXPECT_TRUE(says(local, "\u2713", "RestrictAddressFamilies=~AF_(INET|INET6)")) << local;
 }
 
 // 250: another instance holds the lock; 245: the lock file cannot be

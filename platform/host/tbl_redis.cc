@@ -2,6 +2,7 @@
 #include "platform/host/tbl_redis.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <set>
 
 #include <hiredis/hiredis.h>
+#include <unistd.h>
 
 namespace {
 
@@ -18,7 +20,7 @@ constexpr int kFail = -11;
 constexpr int kPruneEvery = 128;
 constexpr int64_t kPageBytes = 4096;
 
-enum script_id { kWrite, kPage, kJoin, kPrune, kScriptCount };
+enum script_id { kWrite, kPage, kJoin, kRecord, kLeave, kPrune, kScriptCount };
 
 // ARGV: prefix, writer, then op ("s" or "d"), table, key, row per write.
 // Returns the top before and after, and for each write whether it changed
@@ -29,55 +31,81 @@ const char *const kScripts[kScriptCount] = {
 local top = tonumber(redis.call('GET', p .. 'top') or '0')
 local before = top
 local changed = {}
+local touched = {}
+local log, writer = p .. 'log', ARGV[2]
+local rows_of = {}
 for i = 3, #ARGV, 4 do
   local op, tbl, key, row = ARGV[i], ARGV[i + 1], ARGV[i + 2], ARGV[i + 3]
-  local rows = p .. 'rows:' .. tbl
+  local rows = rows_of[tbl]
+  if not rows then
+    rows = p .. 'rows:' .. tbl
+    rows_of[tbl] = rows
+  end
   local c = 0
   if op == 's' then
-    local old = redis.call('HGET', rows, key)
-    if old ~= row then
+    if redis.call('HGET', rows, key) ~= row then
       redis.call('HSET', rows, key, row)
-      if not old then redis.call('ZADD', p .. 'keys:' .. tbl, 0, key) end
       c = 1
+      top = top + 1
+      redis.call('XADD', log, string.format('%d-1', top), 'table', tbl, 'op', 'set', 'row', row,
+                 'writer', writer)
     end
   elseif redis.call('HDEL', rows, key) == 1 then
-    redis.call('ZREM', p .. 'keys:' .. tbl, key)
     c = 1
-  end
-  if c == 1 then
     top = top + 1
-    redis.call('XADD', p .. 'log', string.format('%d-1', top), 'table', tbl,
-               'op', op == 's' and 'set' or 'del', 'row', row, 'writer', ARGV[2])
+    redis.call('XADD', log, string.format('%d-1', top), 'table', tbl, 'op', 'del', 'row', row,
+               'writer', writer)
   end
+  touched[tbl] = touched[tbl] or c == 1
   changed[#changed + 1] = c
+end
+local now = string.format('%d', top)
+for tbl, yes in pairs(touched) do
+  if yes then redis.call('SET', p .. 'ver:' .. tbl, now) end
 end
 if top ~= before then redis.call('SET', p .. 'top', string.format('%d', top)) end
 return {string.format('%d', before), string.format('%d', top), changed})",
-    // ARGV: the table's key set and rows, the lex start, the limit. Keys
-    // named as KEYS would count as written for the server's ACL, and the
-    // hardware side may only read.
-    R"(local ks = redis.call('ZRANGEBYLEX', ARGV[1], ARGV[3], '+', 'LIMIT', 0, tonumber(ARGV[4]))
-if #ks == 0 then return {} end
-local vs = redis.call('HMGET', ARGV[2], unpack(ks))
-local out = {}
-for i = 1, #ks do
-  out[#out + 1] = ks[i]
-  out[#out + 1] = vs[i] or ''
-end
-return out)",
-    // ARGV: prefix, pid. The reader's place is the top, read in the same step.
+    // ARGV: the table's version and rows, the version the caller's key
+    // list has ("*": any), then the keys of the page. The page's rows
+    // when the table is still at that version; else the version now and
+    // every key, for the caller to sort and ask again. Keys named as KEYS would count as
+    // written for the server's ACL, and the hardware side may only read.
+    R"(local ver = redis.call('GET', ARGV[1]) or '0'
+if ARGV[3] ~= '*' and ver ~= ARGV[3] then return {ver, redis.call('HKEYS', ARGV[2])} end
+if #ARGV < 4 then return {} end
+return redis.call('HMGET', ARGV[2], unpack(ARGV, 4)))",
+    // ARGV: prefix, reader id, lease ms. The reader's place is the top,
+    // read in the same step.
     R"(local top = redis.call('GET', ARGV[1] .. 'top') or '0'
 redis.call('HSET', ARGV[1] .. 'readers', ARGV[2], top)
+redis.call('SET', ARGV[1] .. 'lease:' .. ARGV[2], top, 'PX', ARGV[3])
 return top)",
-    // ARGV: prefix, log cap, then the pids of readers that are gone.
+    // ARGV: prefix, reader id, lease ms, place.
+    R"(redis.call('HSET', ARGV[1] .. 'readers', ARGV[2], ARGV[4])
+redis.call('SET', ARGV[1] .. 'lease:' .. ARGV[2], ARGV[4], 'PX', ARGV[3])
+return 1)",
+    // ARGV: prefix, reader id.
+    R"(redis.call('HDEL', ARGV[1] .. 'readers', ARGV[2])
+redis.call('DEL', ARGV[1] .. 'lease:' .. ARGV[2])
+return 1)",
+    // ARGV: prefix, log cap, then the ids of readers known to be gone. A
+    // reader whose lease ran out is gone too, wherever it ran.
     R"(local p = ARGV[1]
-for i = 3, #ARGV do redis.call('HDEL', p .. 'readers', ARGV[i]) end
+for i = 3, #ARGV do
+  redis.call('HDEL', p .. 'readers', ARGV[i])
+  redis.call('DEL', p .. 'lease:' .. ARGV[i])
+end
 local newest = tonumber(redis.call('GET', p .. 'top') or '0')
 local keep = newest - 1
 local slowest = nil
-for _, v in ipairs(redis.call('HVALS', p .. 'readers')) do
-  local n = tonumber(v)
-  if n and (slowest == nil or n < slowest) then slowest = n end
+local all = redis.call('HGETALL', p .. 'readers')
+for i = 1, #all, 2 do
+  if redis.call('EXISTS', p .. 'lease:' .. all[i]) == 0 then
+    redis.call('HDEL', p .. 'readers', all[i])
+  else
+    local n = tonumber(all[i + 1])
+    if n and (slowest == nil or n < slowest) then slowest = n end
+  end
 end
 if slowest then keep = math.max(slowest, newest - tonumber(ARGV[2])) end
 local floor = math.min(keep, newest - 1)
@@ -111,6 +139,41 @@ std::string fresh_id() {
     char buf[40];
     std::snprintf(buf, sizeof buf, "%08x%08x%08x", rd(), rd(), rd());
     return buf;
+}
+
+int64_t now_ms() {
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+std::string first_line(const char *file) {
+    std::FILE *f = std::fopen(file, "r");
+    if (!f) return "";
+    char buf[128] = "";
+    const bool ok = std::fgets(buf, sizeof buf, f) != nullptr;
+    std::fclose(f);
+    std::string line = ok ? buf : "";
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+    return line;
+}
+
+// Where a pid means one process: this boot of this host, in this pid
+// namespace (a container has its own). A writer tells a reader of its own
+// place dead by kill(pid, 0); any other only by its lease.
+std::string this_place() {
+    char host[256] = "";
+    if (gethostname(host, sizeof host - 1) != 0) host[0] = 0;
+    char ns[64] = "";
+    const ssize_t n = readlink("/proc/self/ns/pid", ns, sizeof ns - 1);
+    ns[n > 0 ? n : 0] = 0;
+    // A sandbox that shows /proc's process folders alone (ProcSubset=pid)
+    // hides the boot id: the machine id tells hosts apart then.
+    std::string boot = first_line("/proc/sys/kernel/random/boot_id");
+    if (boot.empty()) boot = first_line("/etc/machine-id");
+    std::string place = std::string(host) + "/" + boot;
+    const char *open = std::strchr(ns, '['), *close = std::strchr(ns, ']');
+    if (open && close > open) place += "/" + std::string(open + 1, close);
+    return place;
 }
 
 // A store that cannot be reached is tried again by every table made on it
@@ -148,6 +211,8 @@ std::unique_ptr<tbl_store> tbl_redis::open(int db, const tbl_where &where, tbl_o
     std::unique_ptr<tbl_redis> st(new tbl_redis(db, where.url));
     st->prefix_ = "hnx:" + std::to_string(db) + ":";
     st->read_only_ = mode == tbl_open::read_only;
+    st->place_ = this_place();
+    st->reader_id_ = std::to_string(st->owner_) + "@" + st->place_;
     if (st->connect(where, mode) != 0) return nullptr;
     return st;
 }
@@ -278,6 +343,11 @@ std::string tbl_redis::gone() const {
     return lost_ ? "lost its server (" + lost_why_ + ")" : "";
 }
 
+std::string tbl_redis::remedy() const {
+    return "delete its keys on the server (redis-cli --scan --pattern '" + prefix_ +
+           "*' | xargs redis-cli DEL)";
+}
+
 int tbl_redis::check_integrity(std::string *problem) {
     reply r = run("check the store", {"TYPE", key("log")});
     if (!r) return *problem = last_error_, kFail;
@@ -368,15 +438,53 @@ int tbl_redis::get(std::string_view table, const tbl_bytes &k, tbl_bytes *row, b
     return 0;
 }
 
+// The table's keys are read once, sorted here, and kept while the table's
+// version stands: a scan page by page costs one step per page, not a read
+// of the whole table. A table changed since reads its keys again, and then
+// takes the rows of those keys whatever was written since (a row deleted
+// meanwhile is left out, one added after the keys were read is not in this
+// page), as a page read at one moment would: a table that its writers
+// never leave alone is still read.
 int tbl_redis::page_raw(std::string_view table, const tbl_bytes *after, int limit,
                         std::vector<tbl_row> *out) {
     const std::string t(table);
-    reply r = script("read rows", kPage, {},
-                     {key("keys:" + t), key("rows:" + t), after ? "(" + str(*after) : "-",
-                      std::to_string(limit)});
-    if (!r) return kFail;
-    for (size_t i = 0; i + 1 < r->elements; i += 2)
-        out->push_back({bytes(r->element[i]), bytes(r->element[i + 1])});
+    key_list &kl = key_lists_[t];
+    const size_t first = out->size();
+    bool fresh = false;
+    auto start = [&] {
+        const tbl_bytes *last = out->size() > first ? &out->back().key : after;
+        return size_t((last ? std::upper_bound(kl.keys.begin(), kl.keys.end(), *last,
+                                               tbl_bytes_less())
+                            : kl.keys.begin()) -
+                      kl.keys.begin());
+    };
+    size_t at = start();
+    while (int(out->size() - first) < limit) {
+        const size_t want = size_t(limit) - (out->size() - first);
+        const size_t to = std::min(kl.keys.size(), at + want);
+        std::vector<std::string> args{key("ver:" + t), key("rows:" + t), fresh ? "*" : kl.ver};
+        for (size_t k = at; k < to; k++) args.push_back(str(kl.keys[k]));
+        reply r = script("read rows", kPage, {}, args);
+        if (!r) return kFail;
+        if (r->elements == 2 && r->element[1]->type == REDIS_REPLY_ARRAY) {
+            kl.ver = text(r->element[0]);
+            kl.keys.clear();
+            for (size_t i = 0; i < r->element[1]->elements; i++)
+                kl.keys.push_back(bytes(r->element[1]->element[i]));
+            std::sort(kl.keys.begin(), kl.keys.end(), tbl_bytes_less());
+            fresh = true;
+            at = start();
+            continue;
+        }
+        for (size_t i = 0; i < r->elements && at + i < to; i++)
+            if (r->element[i]->type == REDIS_REPLY_STRING)
+                out->push_back({kl.keys[at + i], bytes(r->element[i])});
+        at = to;
+        if (at == kl.keys.size()) {
+            key_lists_.erase(t);  // the scan is done
+            break;
+        }
+    }
     return 0;
 }
 
@@ -469,37 +577,61 @@ int tbl_redis::changes(int64_t after, int limit, std::vector<tbl_change> *out) {
 }
 
 int tbl_redis::join(int64_t *seq) {
-    reply r = script("join readers", kJoin, {}, {prefix_, std::to_string(owner_)});
+    reply r = script("join readers", kJoin, {}, {prefix_, reader_id_, std::to_string(lease_ms_)});
     *seq = r ? number(r.get()) : 0;
+    if (r) joined_ = true, leased_at_ = now_ms(), recorded_ = *seq;
     return r ? 0 : kFail;
 }
 
 int tbl_redis::join_at(int64_t seq) { return record(seq); }
 
 int tbl_redis::record(int64_t seq) {
-    return run("record reader",
-               {"HSET", key("readers"), std::to_string(owner_), std::to_string(seq)})
-               ? 0
-               : kFail;
+    if (!script("record reader", kRecord, {},
+                {prefix_, reader_id_, std::to_string(lease_ms_), std::to_string(seq)}))
+        return kFail;
+    joined_ = true;
+    leased_at_ = now_ms();
+    recorded_ = seq;
+    return 0;
 }
 
 int tbl_redis::leave() {
-    return run("leave readers", {"HDEL", key("readers"), std::to_string(owner_)}) ? 0 : kFail;
+    joined_ = false;
+    return script("leave readers", kLeave, {}, {prefix_, reader_id_}) ? 0 : kFail;
 }
 
-// A reader that died without leaving would hold the log forever. Readers
-// are told apart by pid: a reader on another host whose pid is not alive
-// here is dropped too, and finds the gap and reads afresh when it reads on.
+// A reader that polls without reading anything new still holds its lease:
+// its place is written again with the lease, with SET alone, which a user
+// that may write its lease but read nothing of it is allowed (PEXPIRE is
+// not).
+void tbl_redis::keep_lease() {
+    if (!joined_ || lost_ || now_ms() - leased_at_ < lease_ms_ / 4) return;
+    quiet_ = true;
+    if (script("renew reader lease", kRecord, {},
+               {prefix_, reader_id_, std::to_string(lease_ms_), std::to_string(recorded_)}))
+        leased_at_ = now_ms();
+    quiet_ = false;
+}
+
+// A reader that died without leaving would hold the log forever. One of
+// this place whose pid is not alive is dropped at once; any other is dropped
+// when its lease runs out, so a writer never drops a live reader of another
+// host or container. A reader dropped finds the gap and reads afresh when
+// it reads on.
 int tbl_redis::prune() {
     if (logged_ < kPruneEvery) return 0;
     logged_ = 0;
     if (read_only_) return 0;
-    reply pids = run("read readers", {"HKEYS", key("readers")});
-    if (!pids) return kFail;
+    reply ids = run("read readers", {"HKEYS", key("readers")});
+    if (!ids) return kFail;
     std::vector<std::string> args{prefix_, std::to_string(log_cap_)};
-    for (size_t i = 0; i < pids->elements; i++) {
-        const pid_t pid = pid_t(number(pids->element[i]));
-        if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) args.push_back(text(pids->element[i]));
+    const std::string here = "@" + place_;
+    for (size_t i = 0; i < ids->elements; i++) {
+        const std::string id = text(ids->element[i]);
+        const size_t at = id.find('@');
+        if (at == std::string::npos || id.compare(at, std::string::npos, here) != 0) continue;
+        const pid_t pid = pid_t(std::strtol(id.c_str(), nullptr, 10));
+        if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) args.push_back(id);
     }
     return script("prune changes", kPrune, {}, args) ? 0 : kFail;
 }
@@ -511,6 +643,7 @@ int tbl_redis::log_size(int64_t *n) {
 }
 
 bool tbl_redis::data_changed() {
+    keep_lease();
     int64_t now = 0;
     if (top(&now) != 0) return true;
     const bool moved = now != seen_top_;

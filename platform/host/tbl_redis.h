@@ -5,13 +5,20 @@
 //   hnx:N:id             string: the store's identity, set when it is made
 //   hnx:N:top            string: the last sequence number given to a change
 //   hnx:N:rows:TABLE     hash: packed key -> packed row (protobuf)
-//   hnx:N:keys:TABLE     sorted set, every score 0: the packed keys, for
-//                        reading a table in key order (ZRANGEBYLEX)
+//   hnx:N:ver:TABLE      string: the number of the last change of TABLE
+//                        (set by each write step that changes it, never
+//                        read there: a writer may only write it), so that a
+//                        reader keeps the table's sorted keys while it stands
 //   hnx:N:log            stream: one entry per change, ID "SEQ-1", fields
 //                        table, op ("set" or "del"), row (a delete's row
 //                        holds only the key), writer (pid)
-//   hnx:N:readers        hash: pid of a subscribing process -> the last
-//                        sequence number it delivered
+//   hnx:N:readers        hash: reader id of a subscribing process -> the
+//                        last sequence number it delivered; the id is
+//                        PID@HOST/BOOT-ID/PID-NAMESPACE (the machine id
+//                        where the boot id is hidden), one per process
+//                        wherever it runs
+//   hnx:N:lease:ID       string with a TTL: reader ID is alive; set when it
+//                        records its place, renewed while it polls
 //
 // Every write runs as one Lua script that compares, writes, numbers and
 // logs, so a row and its change stand or fall together, and an equal
@@ -24,6 +31,8 @@
 //
 // The log is trimmed with XTRIM MINID to the slowest live reader and in any
 // case to the log cap behind the newest, every 128 changes a writer logs.
+// A reader is live while its lease stands; one of the writer's own place
+// whose pid is gone is dropped at once.
 //
 // A connection that fails is not opened again: the store says so once and
 // gone() names it, so that a subscribing process ends for its supervisor
@@ -42,10 +51,15 @@
 struct redisContext;
 struct redisReply;
 
-// Packed keys in the server's order (bytewise, as ZRANGEBYLEX and memcmp).
+// Packed keys in key order: bytewise, as memcmp.
 struct tbl_bytes_less {
     bool operator()(const tbl_bytes &a, const tbl_bytes &b) const;
 };
+
+// How long a reader's lease stands without being renewed: a reader that
+// stalls longer is dropped by the next writer that trims, and reads its
+// tables afresh when it reads on.
+constexpr int64_t kTblLeaseMs = 60000;
 
 class tbl_redis final : public tbl_store {
 public:
@@ -61,7 +75,10 @@ public:
     int check_integrity(std::string *problem) override;
     std::string gone() const override;
     std::string wake_file() const override { return ""; }
+    std::string remedy() const override;
     void abandon() override;
+    // This process's name in the store's readers.
+    const std::string &reader_id() const { return reader_id_; }
 
     int put(std::string_view table, const tbl_bytes &key, const tbl_bytes &row,
             bool *changed) override;
@@ -108,6 +125,7 @@ private:
     int page_raw(std::string_view table, const tbl_bytes *after, int limit,
                  std::vector<tbl_row> *out);
     std::string key(const std::string &what) const { return prefix_ + what; }
+    void keep_lease();
 
     std::string prefix_;                    // "hnx:N:"
     mutable redisContext *ctx_ = nullptr;
@@ -122,4 +140,15 @@ private:
     std::map<std::string, std::map<tbl_bytes, std::optional<tbl_bytes>, tbl_bytes_less>> held_;
     int64_t seen_top_ = -1;                 // the top that data_changed saw last
     int logged_ = 0;                        // changes logged since the last prune
+    struct key_list {
+        std::string ver;                    // the table's version they are of
+        std::vector<tbl_bytes> keys;        // sorted
+    };
+    std::map<std::string, key_list> key_lists_;  // tables being scanned
+    std::string place_;                     // HOST/BOOT-ID/PID-NAMESPACE
+    std::string reader_id_;                 // PID@place
+    int64_t lease_ms_ = kTblLeaseMs;
+    bool joined_ = false;                   // among the readers, with a lease
+    int64_t leased_at_ = 0;                 // when the lease was last set (steady ms)
+    int64_t recorded_ = 0;                  // the place in the log last recorded
 };

@@ -45,6 +45,9 @@ public:
     // opened: removed, another file put in its place, or emptied.
     std::string gone() const override;
     std::string wake_file() const override { return path_ + "-wal"; }
+    std::string remedy() const override {
+        return "move the file away (with its -wal and -shm files)";
+    }
     void abandon() override;
 
     int put(std::string_view table, const tbl_bytes &key, const tbl_bytes &row,

@@ -89,9 +89,8 @@ bool sound(tbl_store *st) {
     if (st->check_integrity(&problem) == 0) return true;
     std::fprintf(stderr,
                  "ss_rt_tbl: store %d (%s) is damaged (%s): refused. Stop every process of the "
-                 "store, move the file away (with its -wal and -shm files) and start them again: "
-                 "each writes its rows anew\n",
-                 st->db(), st->path().c_str(), problem.c_str());
+                 "store, %s and start them again: each writes its rows anew\n",
+                 st->db(), st->path().c_str(), problem.c_str(), st->remedy().c_str());
     return false;
 }
 

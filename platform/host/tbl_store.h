@@ -96,6 +96,10 @@ public:
     void set_log_cap(int64_t changes) { log_cap_ = changes; }
     // 0 when the store is sound, else -11 with the first problem in *problem.
     virtual int check_integrity(std::string *problem) = 0;
+    // What a person does with a damaged store so that its processes make it
+    // anew: "move the file away ..." (completes "Stop every process of the
+    // store, ...").
+    virtual std::string remedy() const = 0;
     // "" while the store that this connection opened still stands, else
     // what became of it ("was removed, replaced or emptied while in use").
     virtual std::string gone() const = 0;
