@@ -367,7 +367,7 @@ int tbl_redis::limit_pages(int64_t pages) {
 
 int tbl_redis::write_ops(std::vector<op> ops, std::vector<bool> *changed) {
     if (read_only_) return fail("write", "the store is open for reading only");
-    std::vector<std::string> args{prefix_, std::to_string(owner_)};
+    std::vector<std::string> args{prefix_, reader_id_};
     for (op &o : ops) {
         args.push_back(o.is_del ? "d" : "s");
         args.push_back(std::move(o.table));
@@ -569,7 +569,10 @@ int tbl_redis::changes(int64_t after, int limit, std::vector<tbl_change> *out) {
             if (name == "table") c.table = text(f->element[j + 1]);
             else if (name == "op") c.is_del = text(f->element[j + 1]) == "del";
             else if (name == "row") c.row = bytes(f->element[j + 1]);
-            else if (name == "writer") c.writer = pid_t(number(f->element[j + 1]));
+            // A writer is named as a reader is, host and all: a pid alone would
+            // make this reader skip the changes of a process on another host
+            // that happens to share its pid.
+            else if (name == "writer") c.writer = text(f->element[j + 1]) == reader_id_ ? owner_ : 0;
         }
         if (c.seq >= 1 && c.seq <= kTblSeqMax) out->push_back(std::move(c));
     }
