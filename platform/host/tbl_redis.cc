@@ -279,16 +279,18 @@ int tbl_redis::fail(const char *what, const std::string &why) const {
 
 // Null after the error line when the command fails or the connection is
 // gone; a lost connection stays lost.
-tbl_redis::reply tbl_redis::run(const char *what, const std::vector<std::string> &args) const {
-    if (lost_ || !ctx_) {
-        fail(what, "connection lost (" + lost_why_ + ")");
-        return nullptr;
-    }
+// One command as it is, on a connection that stands: null when no reply came.
+tbl_redis::reply tbl_redis::send(const std::vector<std::string> &args) const {
     std::vector<const char *> argv;
     std::vector<size_t> lens;
     for (const std::string &a : args) argv.push_back(a.data()), lens.push_back(a.size());
-    reply r(static_cast<redisReply *>(
+    return reply(static_cast<redisReply *>(
         redisCommandArgv(ctx_, int(argv.size()), argv.data(), lens.data())));
+}
+
+// A reply that is an answer, else null after the error line; no reply at
+// all means the server has gone, and every later command fails at once.
+tbl_redis::reply tbl_redis::checked(const char *what, reply r) const {
     if (!r) {
         lost_ = true;
         lost_why_ = ctx_->errstr[0] ? ctx_->errstr : "no reply";
@@ -302,6 +304,14 @@ tbl_redis::reply tbl_redis::run(const char *what, const std::vector<std::string>
     return r;
 }
 
+tbl_redis::reply tbl_redis::run(const char *what, const std::vector<std::string> &args) const {
+    if (lost_ || !ctx_) {
+        fail(what, "connection lost (" + lost_why_ + ")");
+        return nullptr;
+    }
+    return checked(what, send(args));
+}
+
 // A server that restarted without its script cache gets the script again.
 tbl_redis::reply tbl_redis::script(const char *what, int which,
                                    const std::vector<std::string> &keys,
@@ -310,27 +320,13 @@ tbl_redis::reply tbl_redis::script(const char *what, int which,
     cmd.insert(cmd.end(), keys.begin(), keys.end());
     cmd.insert(cmd.end(), args.begin(), args.end());
     if (lost_ || !ctx_) return run(what, cmd);
-    std::vector<const char *> argv;
-    std::vector<size_t> lens;
-    for (const std::string &a : cmd) argv.push_back(a.data()), lens.push_back(a.size());
-    reply r(static_cast<redisReply *>(
-        redisCommandArgv(ctx_, int(argv.size()), argv.data(), lens.data())));
+    reply r = send(cmd);
     if (r && r->type == REDIS_REPLY_ERROR && text(r.get()).rfind("NOSCRIPT", 0) == 0) {
         cmd[0] = "EVAL";
         cmd[1] = kScripts[which];
         return run(what, cmd);
     }
-    if (!r) {
-        lost_ = true;
-        lost_why_ = ctx_->errstr[0] ? ctx_->errstr : "no reply";
-        fail(what, "connection lost (" + lost_why_ + ")");
-        return nullptr;
-    }
-    if (r->type == REDIS_REPLY_ERROR) {
-        fail(what, text(r.get()));
-        return nullptr;
-    }
-    return r;
+    return checked(what, std::move(r));
 }
 
 std::string tbl_redis::gone() const {

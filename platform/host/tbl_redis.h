@@ -116,6 +116,8 @@ private:
 
     tbl_redis(int db, std::string url) : tbl_store(db, std::move(url)) {}
     int connect(const tbl_where &where, tbl_open mode);
+    reply send(const std::vector<std::string> &args) const;
+    reply checked(const char *what, reply r) const;
     reply run(const char *what, const std::vector<std::string> &args) const;
     reply script(const char *what, int which, const std::vector<std::string> &keys,
                  const std::vector<std::string> &args) const;
