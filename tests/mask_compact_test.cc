@@ -416,13 +416,19 @@ TEST(CompactCover, TheGreedyCoverIsCountedAsItsSearchBuildsIt) {
             held.push_back({key, ~mask & top});
             held_in += !(key == 0 && mask == top);
         }
-        uint64_t set[L3MAC_BMP_BITS / 64];
+        uint64_t on[L3MAC_BMP_BITS / 64];
         for (uint32_t i = 0; i <= top / 64; ++i)
-            set[i] = b.bmp[2 * i] | static_cast<uint64_t>(b.bmp[2 * i + 1]) << 32;
-        uint32_t entries = 0, kept = 0;
-        ASSERT_EQ(l3mac_compact_greedy_count(b.is_vfi ? 14 : 12, set, held.data(),
+            on[i] = b.bmp[2 * i] | static_cast<uint64_t>(b.bmp[2 * i + 1]) << 32;
+        on[0] |= 1;
+        on[top / 64] &= ~(1ull << 63);
+        const uint32_t width = b.is_vfi ? 14 : 12;
+        compact_cube *primes = nullptr;
+        uint32_t nprimes = 0, entries = 0, kept = 0;
+        ASSERT_EQ(l3mac_compact_primes(width, on, &primes, &nprimes), 0);
+        ASSERT_EQ(l3mac_compact_greedy_count(width, primes, nprimes, held.data(),
                                              static_cast<uint32_t>(held.size()), &entries, &kept),
                   0);
+        l3mac_free(primes);
         EXPECT_EQ(entries, entries_of(greedy, b.is_vfi));
         EXPECT_EQ(kept, held_in);
     }

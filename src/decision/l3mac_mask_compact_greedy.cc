@@ -5,9 +5,11 @@
 // itself on dense sets, though only its size is read unless it wins.
 //
 // The count follows the greedy rule step for step on plain arrays:
-//  - each member, in ascending order, brings the largest full sub-cubes
-//    that have it as their highest number, found by the greedy search's own
-//    finder (l3mac_mask_top_cubes) on the same member bitmap;
+//  - each member brings the largest full sub-cubes that have it as their
+//    highest number, in the order of the greedy search's finder. They are
+//    read off the primes the compact search already has, which costs a
+//    fraction of the finder's walk through the member's neighbourhood on
+//    dense sets;
 //  - a sub-cube goes when one of a higher level holds it. Only one found
 //    later can hold it (its highest number is above every number of an
 //    earlier one), and holding is transitive, so this is the list the
@@ -23,7 +25,6 @@
 #include <cstring>
 
 #include "decision/l3mac_mask_run.h"
-#include "frame/l3mac_ctx.h"
 #include "frame/l3mac_mem.h"
 
 namespace {
@@ -31,19 +32,16 @@ namespace {
 constexpr uint8_t NOT_MEMBER = 0xFF;
 
 struct greedy_count {
-    mask_run r;          // the finder's view: member bitmap, neighbours
     uint32_t space;
     uint32_t *first;     // per number: its first sub-cube; space + 1 places
     uint8_t *level;      // per number: level of its sub-cubes, or NOT_MEMBER
     uint32_t *bits;      // per sub-cube: the bits it ignores
     uint8_t *gone;       // per sub-cube: held by a larger one, or swept
-    uint32_t ncubes, cap;
+    uint32_t ncubes;
     int32_t *cnt;        // per number: sub-cubes left that hold it
 };
 
 void close_count(greedy_count *g) {
-    l3mac_free(g->r.nbr);
-    l3mac_free(g->r.member);
     l3mac_free(g->first);
     l3mac_free(g->level);
     l3mac_free(g->bits);
@@ -54,62 +52,70 @@ void close_count(greedy_count *g) {
 int open_count(greedy_count *g, uint32_t width) {
     std::memset(g, 0, sizeof(*g));
     g->space = 1u << width;
-    g->r.width = width;
-    g->r.space = g->space;
-    g->r.comb = width == 14 ? l3mac_ctx.mask_comb.vfi : l3mac_ctx.mask_comb.vlan;
-    g->r.nbr = static_cast<uint32_t *>(l3mac_malloc(g->space * sizeof(uint32_t)));
-    g->r.member = static_cast<uint32_t *>(l3mac_calloc(g->space / 32, sizeof(uint32_t)));
-    g->first = static_cast<uint32_t *>(l3mac_malloc((g->space + 1) * sizeof(uint32_t)));
+    g->first = static_cast<uint32_t *>(l3mac_calloc(g->space + 1, sizeof(uint32_t)));
     g->level = static_cast<uint8_t *>(l3mac_malloc(g->space));
     g->cnt = static_cast<int32_t *>(l3mac_calloc(g->space, sizeof(int32_t)));
-    g->cap = g->space;
-    g->bits = static_cast<uint32_t *>(l3mac_malloc(g->cap * sizeof(uint32_t)));
-    if (!g->r.nbr || !g->r.member || !g->first || !g->level || !g->cnt || !g->bits) {
+    if (!g->first || !g->level || !g->cnt) {
         close_count(g);
         return -1;
     }
+    std::memset(g->level, NOT_MEMBER, g->space);
     return 0;
 }
 
-bool in_set(const uint64_t *set, uint32_t x) { return set[x / 64] >> (x % 64) & 1u; }
-
-// The member joins as in the greedy search: its neighbours below it, the
-// bit across to it in theirs, then its largest sub-cubes.
-int add_member(greedy_count *g, uint32_t v) {
-    mask_run *r = &g->r;
-    r->member[v / 32] |= 1u << (v % 32);
-    uint32_t around = 0;
-    for (uint32_t ones = v; ones; ones &= ones - 1) {
-        const uint32_t b = 1u << std::countr_zero(ones);
-        if (mask_is_member(r, v ^ b)) {
-            around |= b;
-            r->nbr[v ^ b] |= b;
-        }
-    }
-    r->nbr[v] = around;
-    uint32_t count = 0;
-    g->level[v] = static_cast<uint8_t>(l3mac_mask_top_cubes(r, v, &count));
-    if (g->ncubes + count > g->cap) {
-        const uint32_t cap = std::max(g->cap * 2, g->ncubes + count);
-        auto *bits = static_cast<uint32_t *>(l3mac_realloc(g->bits, cap * sizeof(uint32_t)));
-        if (!bits) return -1;
-        g->bits = bits;
-        g->cap = cap;
-    }
-    std::memcpy(g->bits + g->ncubes, r->cubes, count * sizeof(uint32_t));
-    g->ncubes += count;
-    return 0;
+// Walks the numbers of a prime with the bits of each that the prime
+// ignores: those of a sub-cube through the number inside the prime.
+template <class F> void each_number(const compact_cube &p, F f) {
+    uint32_t s = 0;
+    do {
+        f(p.key | s, s);
+        s = (s - p.free) & p.free;
+    } while (s != 0);
 }
 
-int find_cubes(greedy_count *g, const uint64_t *set) {
-    const uint32_t top = g->space - 1;
+// The order of the greedy finder: ascending bit positions compared
+// lexicographically, so the first of two differs in the lower bit.
+bool finder_before(uint32_t a, uint32_t b) {
+    const uint32_t d = a ^ b;
+    return (a & d & (0u - d)) != 0;
+}
+
+// The largest full sub-cubes whose highest number is x ignore bits of x
+// only, and each lies in a prime through x: they are the largest sets of
+// x's bits that a prime through x ignores. Every member is in a prime;
+// value 0's only sub-cube is itself.
+int find_cubes(greedy_count *g, const compact_cube *primes, uint32_t nprimes) {
+    // The level of each number, and how many primes reach it there.
+    for (uint32_t k = 0; k < nprimes; ++k)
+        each_number(primes[k], [&](uint32_t x, uint32_t s) {
+            const uint8_t lv = static_cast<uint8_t>(compact_bits(s));
+            if (g->level[x] == NOT_MEMBER || lv > g->level[x]) {
+                g->level[x] = lv;
+                g->first[x + 1] = 1;
+            } else {
+                g->first[x + 1] += lv == g->level[x];
+            }
+        });
+    for (uint32_t x = 0; x < g->space; ++x) g->first[x + 1] += g->first[x];
+    g->bits = static_cast<uint32_t *>(l3mac_malloc((g->first[g->space] + 1) * sizeof(uint32_t)));
+    if (!g->bits) return -1;
+    // Each number's first place moves up as its sub-cubes go in, to its
+    // end; they are then sorted and made unique, packed to the front.
+    for (uint32_t k = 0; k < nprimes; ++k)
+        each_number(primes[k], [&](uint32_t x, uint32_t s) {
+            if (compact_bits(s) == g->level[x]) g->bits[g->first[x]++] = s;
+        });
+    uint32_t at = 0, lo = 0;
     for (uint32_t x = 0; x < g->space; ++x) {
-        g->first[x] = g->ncubes;
-        g->level[x] = NOT_MEMBER;
-        if (x != 0 && (x == top || !in_set(set, x))) continue;
-        if (add_member(g, x) != 0) return -1;
+        const uint32_t hi = g->first[x];
+        g->first[x] = at;
+        std::sort(g->bits + lo, g->bits + hi, finder_before);
+        for (uint32_t i = lo; i < hi; ++i)
+            if (i == lo || g->bits[i] != g->bits[i - 1]) g->bits[at++] = g->bits[i];
+        lo = hi;
     }
-    g->first[g->space] = g->ncubes;
+    g->first[g->space] = at;
+    g->ncubes = at;
     return 0;
 }
 
@@ -199,11 +205,12 @@ int tally(const greedy_count *g, const compact_cube *held, uint32_t nheld, uint3
 
 }  // namespace
 
-int l3mac_compact_greedy_count(uint32_t width, const uint64_t *set, const compact_cube *held,
-                               uint32_t nheld, uint32_t *entries, uint32_t *kept) {
+int l3mac_compact_greedy_count(uint32_t width, const compact_cube *primes, uint32_t nprimes,
+                               const compact_cube *held, uint32_t nheld, uint32_t *entries,
+                               uint32_t *kept) {
     greedy_count g;
     if (open_count(&g, width) != 0) return -1;
-    int rv = find_cubes(&g, set);
+    int rv = find_cubes(&g, primes, nprimes);
     if (rv == 0) {
         g.gone = static_cast<uint8_t *>(l3mac_calloc(g.ncubes + 1, 1));
         rv = g.gone ? 0 : -1;
