@@ -39,6 +39,7 @@ struct greedy_count {
     uint8_t *gone;       // per sub-cube: held by a larger one, or swept
     uint32_t ncubes;
     int32_t *cnt;        // per number: sub-cubes left that hold it
+    uint16_t *left;      // per number: its sub-cubes not yet gone
 };
 
 void close_count(greedy_count *g) {
@@ -47,6 +48,7 @@ void close_count(greedy_count *g) {
     l3mac_free(g->bits);
     l3mac_free(g->gone);
     l3mac_free(g->cnt);
+    l3mac_free(g->left);
 }
 
 int open_count(greedy_count *g, uint32_t width) {
@@ -55,7 +57,8 @@ int open_count(greedy_count *g, uint32_t width) {
     g->first = static_cast<uint32_t *>(l3mac_calloc(g->space + 1, sizeof(uint32_t)));
     g->level = static_cast<uint8_t *>(l3mac_malloc(g->space));
     g->cnt = static_cast<int32_t *>(l3mac_calloc(g->space, sizeof(int32_t)));
-    if (!g->first || !g->level || !g->cnt) {
+    g->left = static_cast<uint16_t *>(l3mac_malloc(g->space * sizeof(uint16_t)));
+    if (!g->first || !g->level || !g->cnt || !g->left) {
         close_count(g);
         return -1;
     }
@@ -120,8 +123,11 @@ int find_cubes(greedy_count *g, const compact_cube *primes, uint32_t nprimes) {
 }
 
 // The sub-cubes of lower levels inside each one go. Each lies inside it
-// through its own highest number, one of its numbers below its top.
+// through its own highest number, one of its numbers below its top; a
+// number whose sub-cubes have all gone is passed over.
 void drop_held(greedy_count *g) {
+    for (uint32_t x = 0; x < g->space; ++x)
+        g->left[x] = static_cast<uint16_t>(g->first[x + 1] - g->first[x]);
     for (uint32_t v = 0; v < g->space; ++v) {
         const uint32_t lv = g->level[v];
         if (lv == NOT_MEMBER || lv == 0) continue;
@@ -129,9 +135,12 @@ void drop_held(greedy_count *g) {
             const uint32_t b = g->bits[i];
             for (uint32_t s = b & (0u - b); s != 0; s = (s - b) & b) {
                 const uint32_t x = v ^ s;
-                if (g->level[x] >= lv) continue;
+                if (g->level[x] >= lv || g->left[x] == 0) continue;
                 for (uint32_t j = g->first[x]; j < g->first[x + 1]; ++j)
-                    if ((g->bits[j] & ~b) == 0) g->gone[j] = 1;
+                    if (!g->gone[j] && (g->bits[j] & ~b) == 0) {
+                        g->gone[j] = 1;
+                        --g->left[x];
+                    }
             }
         }
     }
