@@ -21,7 +21,6 @@
 #include "decision/l3mac_mask_compact_greedy.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "decision/l3mac_mask_run.h"
