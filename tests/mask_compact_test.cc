@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "decision/l3mac_mask_compact_greedy.h"
 #include "decision/l3mac_mask_compact_run.h"
 #include "frame/l3mac_mem.h"
 #include "support/cover_check.h"
@@ -379,6 +380,58 @@ TEST(CompactCover, NeverMoreEntriesThanTheGreedyCover) {
             EXPECT_EQ(fewest.fault, "");
             EXPECT_LE(entries_of(fewest, vfi), entries_of(greedy, vfi));
         }
+}
+
+// A search cut short is held against the greedy cover's size, counted
+// without building it: the count must be the built cover's, entries and
+// held ones kept, on sets of every density and on ranges, in both spaces.
+TEST(CompactCover, TheGreedyCoverIsCountedAsItsSearchBuildsIt) {
+    std::mt19937 rng(11);
+    std::vector<evlan_bmp_t> sets;
+    for (int d = 1; d < 50; ++d)
+        for (bool vfi : {false, true}) {
+            if (vfi && d % 6 != 0) continue;
+            evlan_bmp_t b{};
+            b.is_vfi = vfi;
+            std::bernoulli_distribution in(d * 0.02);
+            for (uint32_t v = 0; v < (vfi ? 16384u : 4096u); ++v)
+                if (in(rng)) l3mac_bmp_set(&b, v);
+            sets.push_back(b);
+        }
+    for (int n = 0; n < 40; ++n) {
+        const uint32_t lo = rng() % 3000, hi = lo + rng() % 1200;
+        sets.push_back(ranges_of({{lo, hi}, {hi + 2 + rng() % 50, hi + 60 + rng() % 300}}));
+    }
+    sets.push_back(ranges_of({{0, 4095}}));
+    sets.push_back(ranges_of({{1, 16382}}, true));
+    for (const evlan_bmp_t &b : sets) {
+        const uint32_t top = b.is_vfi ? 0x3FFF : 0xFFF;
+        const cover_run greedy = l3mac_cover_run(b);
+        ASSERT_EQ(greedy.rv, 0);
+        // Every other greedy entry is held, beside one no cover has.
+        std::vector<compact_cube> held = {{3, 1}};
+        size_t held_in = 0;
+        for (size_t i = 0; i < greedy.list.size(); i += 2) {
+            const auto &[key, mask, level] = greedy.list[i];
+            held.push_back({key, ~mask & top});
+            held_in += !(key == 0 && mask == top);
+        }
+        uint64_t on[L3MAC_BMP_BITS / 64];
+        for (uint32_t i = 0; i <= top / 64; ++i)
+            on[i] = b.bmp[2 * i] | static_cast<uint64_t>(b.bmp[2 * i + 1]) << 32;
+        on[0] |= 1;
+        on[top / 64] &= ~(1ull << 63);
+        const uint32_t width = b.is_vfi ? 14 : 12;
+        compact_cube *primes = nullptr;
+        uint32_t nprimes = 0, entries = 0, kept = 0;
+        ASSERT_EQ(l3mac_compact_primes(width, on, &primes, &nprimes), 0);
+        ASSERT_EQ(l3mac_compact_greedy_count(width, primes, nprimes, held.data(),
+                                             static_cast<uint32_t>(held.size()), &entries, &kept),
+                  0);
+        l3mac_free(primes);
+        EXPECT_EQ(entries, entries_of(greedy, b.is_vfi));
+        EXPECT_EQ(kept, held_in);
+    }
 }
 
 }  // namespace

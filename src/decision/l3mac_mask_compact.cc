@@ -20,6 +20,7 @@
 #include <cstring>
 
 #include "decision/l3mac_mask.h"
+#include "decision/l3mac_mask_compact_greedy.h"
 #include "decision/l3mac_mask_compact_run.h"
 #include "frame/l3mac_mem.h"
 
@@ -67,23 +68,6 @@ bool held_covers_exactly(const compact_call *c) {
     return true;
 }
 
-bool is_held(const compact_call *c, const compact_cube &q) {
-    for (uint32_t h = 0; h < c->nheld; ++h)
-        if (c->held[h].key == q.key && c->held[h].free == q.free) return true;
-    return false;
-}
-
-// Templates of the greedy cover that take an entry, and those held.
-void count_greedy(const compact_call *c, list_head *head, uint32_t *entries, uint32_t *kept) {
-    *entries = *kept = 0;
-    for (list_head *p = head->next; p != head; p = p->next) {
-        const mask_template *t = l3mac_mask_of(p);
-        if (t->key == 0 && (t->mask & c->top) == c->top) continue;  // the filler
-        ++*entries;
-        *kept += is_held(c, cube_of(c, t->key, t->mask));
-    }
-}
-
 // A template as the greedy search makes them: its numbers highest first,
 // then each lower one by clearing subsets of the ignored bits.
 mask_template *new_template(const compact_cube &q) {
@@ -129,7 +113,8 @@ int give_held(compact_call *c, list_head *head) {
     return fill_list(c->held, c->nheld, head);
 }
 
-// Chooses between the compact search's answer and the greedy cover.
+// Chooses between the compact search's answer and the greedy cover. The
+// greedy cover is only counted; it is built when it is the one given.
 int give_best(compact_call *c, const evlan_bmp_t *bmp, const compact_output *out,
               list_head *head) {
     const bool held_fits = held_covers_exactly(c);
@@ -137,28 +122,16 @@ int give_best(compact_call *c, const evlan_bmp_t *bmp, const compact_output *out
         if (held_fits && c->nheld <= out->count) return give_held(c, head);
         return fill_list(out->cubes, out->count, head);
     }
-    list_head greedy;
-    list_init(&greedy);
-    if (l3mac_masklist_calc(bmp, &greedy) != 0) return -1;
     uint32_t entries = 0, kept = 0;
-    count_greedy(c, &greedy, &entries, &kept);
+    if (l3mac_compact_greedy_count(c->width, out->primes, out->nprimes, c->held, c->nheld,
+                                   &entries, &kept) != 0)
+        return -1;
     const bool compact_wins =
         out->count < entries || (out->count == entries && out->kept > kept);
     const uint32_t best = compact_wins ? out->count : entries;
-    if (held_fits && c->nheld <= best) {
-        l3mac_masklist_free(&greedy);
-        return give_held(c, head);
-    }
-    if (compact_wins) {
-        l3mac_masklist_free(&greedy);
-        return fill_list(out->cubes, out->count, head);
-    }
-    while (!list_empty(&greedy)) {
-        list_head *first = greedy.next;
-        list_del_init(first);
-        list_add_tail(first, head);
-    }
-    return 0;
+    if (held_fits && c->nheld <= best) return give_held(c, head);
+    if (compact_wins) return fill_list(out->cubes, out->count, head);
+    return l3mac_masklist_calc(bmp, head);
 }
 
 }  // namespace
