@@ -5,15 +5,12 @@
 
 #include <cstdlib>
 #include <set>
-#include <vector>
 
 #include <systemd/sd-daemon.h>
 
 #include "platform/host/tbl_state.h"
 
 namespace {
-
-constexpr int kPage = 512;
 
 std::set<std::string> &written_tables() {
     static std::set<std::string> names;
@@ -42,17 +39,8 @@ long count_rows(const std::string &name) {
     for (const auto &[key, tbl] : tbl_proc().tables) {
         if (tbl->name != name) continue;
         tbl_store *st = tbl_store_of(tbl->db);
-        if (!st) return -1;
-        long n = 0;
-        std::vector<tbl_row> page;
-        tbl_bytes last;
-        do {
-            page.clear();
-            if (st->page(name, n ? &last : nullptr, kPage, &page) != 0) return -1;
-            n += long(page.size());
-            if (!page.empty()) last = page.back().key;
-        } while (int(page.size()) == kPage);
-        return n;
+        int64_t n = 0;
+        return st && st->count(name, &n) == 0 ? long(n) : -1;
     }
     return -1;
 }

@@ -641,6 +641,12 @@ int tbl_redis::log_size(int64_t *n) {
     return r ? 0 : kFail;
 }
 
+int tbl_redis::count(std::string_view table, int64_t *n) {
+    reply r = run("count rows", {"HLEN", key("rows:" + std::string(table))});
+    *n = r ? number(r.get()) : 0;
+    return r ? 0 : kFail;
+}
+
 bool tbl_redis::data_changed() {
     keep_lease();
     int64_t now = 0;

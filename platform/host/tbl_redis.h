@@ -98,6 +98,7 @@ public:
     int leave() override;
     int prune() override;
     int log_size(int64_t *n) override;
+    int count(std::string_view table, int64_t *n) override;
     bool data_changed() override;
     int snapshot(const std::vector<std::string> &tables, std::vector<std::vector<tbl_row>> *out,
                  int64_t *top) override;

@@ -34,7 +34,7 @@ const char *const kSchema =
 
 enum stmt_id {
     kGet, kPut, kErase, kLog, kPageFirst, kPageNext, kTop, kChanges, kJoin, kRecord,
-    kLeave, kReaders, kDropReader, kSlowest, kPrune, kDropStray, kLogSize, kDataVersion,
+    kLeave, kReaders, kDropReader, kSlowest, kPrune, kDropStray, kLogSize, kCount, kDataVersion,
     kBegin, kBeginRead, kCommit, kRollback, kStmtCount
 };
 
@@ -65,6 +65,7 @@ const char *const kSql[kStmtCount] = {
     "DELETE FROM changes WHERE seq <= ?1",
     "DELETE FROM changes WHERE seq > " SEQ_MAX,
     "SELECT count(*) FROM changes",
+    "SELECT count(*) FROM rows WHERE tbl = ?1",
     "PRAGMA data_version",
     "BEGIN IMMEDIATE",
     "BEGIN",
@@ -431,6 +432,14 @@ int tbl_sqlite::log_size(int64_t *n) {
     int rc = sqlite3_step(u.s);
     *n = rc == SQLITE_ROW ? sqlite3_column_int64(u.s, 0) : 0;
     return rc == SQLITE_ROW ? 0 : fail("count changes");
+}
+
+int tbl_sqlite::count(std::string_view table, int64_t *n) {
+    stmt_use u{prep(kCount)};
+    bind_text(u.s, 1, table);
+    int rc = sqlite3_step(u.s);
+    *n = rc == SQLITE_ROW ? sqlite3_column_int64(u.s, 0) : 0;
+    return rc == SQLITE_ROW ? 0 : fail("count rows");
 }
 
 bool tbl_sqlite::data_changed() {

@@ -146,6 +146,8 @@ public:
     virtual int leave() = 0;                 // no longer a reader
     virtual int prune() = 0;
     virtual int log_size(int64_t *n) = 0;
+    // The rows of `table` as they stand, counted by the store itself.
+    virtual int count(std::string_view table, int64_t *n) = 0;
     // Whether another connection committed since the last call.
     virtual bool data_changed() = 0;
 
