@@ -27,13 +27,16 @@ TEST(L3macCoverTool, BatchAnswersEachSetInOrder) {
 }
 
 TEST(L3macCoverTool, BadBatchLinesGetAnEmptyAnswerAndStatus2) {
-    const managed_result o = run_tool({"--batch"}, "vlan 1\nvlan 1-x\nvlx 3\nvfi 16384\nvfi 1\n");
+    const managed_result o = run_tool({"--batch"}, "vlan 1\nvlan 1-x\nvlx 3\nvfi 16384\nvfi 1\n"
+                                                    "vlan 4000-5000\n");
     EXPECT_EQ(o.status, 2);
-    EXPECT_EQ(o.out, "0/0xFFE/1\n\n\n\n0/0x3FFE/1\n");
+    EXPECT_EQ(o.out, "0/0xFFE/1\n\n\n\n0/0x3FFE/1\n\n");
     EXPECT_EQ(o.err,
               "l3mac-cover: line 2: 'x' is not a number\n"
               "l3mac-cover: line 3: expected 'vlan SET' or 'vfi SET'\n"
-              "l3mac-cover: line 4: number 16384 is out of range (0-16383)\n");
+              "l3mac-cover: line 4: number 16384 is out of range (0-16383)\n"
+              "l3mac-cover: line 6: 4095-5000 not in the VLANs 1-4094, so never covered; VFI "
+              "numbers go on a 'vfi SET' line\n");
 }
 
 TEST(L3macCoverTool, SingleSetReportsTemplatesWithTheirNumbers) {

@@ -85,6 +85,16 @@ bool answer_line(std::string_view line, long number, std::string *answer, std::s
         *error = "no memory for the cover";
         return false;
     }
+    // A batch answer has no room to say that numbers went unread, as the
+    // single-set report does: outside the space, such a line is a mistake.
+    if (std::vector<uint32_t> out = c.unread; !out.empty() && (out.front() != 0 || out.size() > 1)) {
+        if (out.front() == 0) out.erase(out.begin());
+        *error = cover_ranges(out) + (words[0] == "vfi"
+                                          ? " not in the VFI numbers 1-16382, so never covered"
+                                          : " not in the VLANs 1-4094, so never covered; VFI "
+                                            "numbers go on a 'vfi SET' line");
+        return false;
+    }
     *answer = g_json ? cover_json(c, number) : cover_batch_line(c);
     return true;
 }
