@@ -1,12 +1,11 @@
-// The intake in words (diag/l3mac_check_intake.h) held to the service's own
+// The intake in words (l3mac_check_refusal) held to the service's own
 // set handler: on every board, a row gives the service a request exactly
 // when the words find nothing to say about it.
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "diag/l3mac_check.h"
-#include "diag/l3mac_check_intake.h"
+#include "check/l3mac_check.h"
 #include "request/l3mac_msg.h"
 #include "support/managed_world.h"
 

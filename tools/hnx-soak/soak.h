@@ -11,8 +11,7 @@
 
 #include <sys/types.h>
 
-#include "diag/l3mac_check.h"
-#include "diag/l3mac_check_model.h"
+#include "check/l3mac_check.h"
 
 struct soak_opts {
     std::string bin;              // folder of the daemon and the checker

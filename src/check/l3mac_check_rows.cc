@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "diag/l3mac_check.h"
+#include "check/l3mac_check.h"
 #include "frame/l3mac_ctx.h"
 #include "frame/l3mac_init.h"
 #include "platform/ss_rt_tbl.h"
