@@ -79,15 +79,15 @@ inline uint32_t l3mac_check_hw_id_of(const l3mac_check_board &b, int tcam, uint3
     return idx;
 }
 
-// The board of the service as it stands (after bring-up: pools read from
-// their handles), and the board that the service would build from the
-// profile now in l3mac_ctx (after l3mac_cap_init and l3mac_set_vfi_mask).
+// The board of the service as it stands: the profile that bring-up read,
+// and the pools as it made them.
 l3mac_check_board l3mac_check_board_live();
-l3mac_check_board l3mac_check_board_planned();
-// The planned board of the profile under the current file root, read into
-// l3mac_ctx as the service reads it at start; with `defaults`, of the
-// built-in values that a missing profile gives, without looking for the
-// file. For the tools: it replaces the profile that l3mac_ctx holds.
+// The board that the service would bring up from the profile under the
+// current file root, read through the capability service; with `defaults`,
+// of the built-in values that a missing profile gives, without looking for
+// the file. A profile that cannot be read gives the built-in values too (the
+// capability service says why on standard error). For the tools: the
+// service's own state is left alone.
 l3mac_check_board l3mac_check_board_of_profile(bool defaults = false);
 
 // One row of s_route.l3mac_hw_res, s_route.l3mac_bak or

@@ -111,5 +111,3 @@ void soak_compare_places(const soak_places &before, const soak_places &now, soak
 std::string soak_board_json(const std::string &name);
 // The names of the built-in boards, for an error line: "two, copy, direct, one".
 std::string soak_board_names();
-// The board as the service would build it from the profile under the root.
-l3mac_check_board soak_board_of_root();
