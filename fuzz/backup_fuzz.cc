@@ -11,7 +11,7 @@
 #include <set>
 #include <vector>
 
-#include "diag/l3mac_check_model.h"
+#include "check/l3mac_check.h"
 #include "platform/ss_rt_tbl.h"
 #include "support/fuzz_world.h"
 

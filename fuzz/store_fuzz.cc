@@ -12,7 +12,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "diag/l3mac_check.h"
+#include "check/l3mac_check.h"
 #include "diag/l3mac_release.h"
 #include "frame/l3mac_ctx.h"
 #include "frame/l3mac_mem.h"

@@ -7,7 +7,7 @@
 #include <tuple>
 
 #include "decision/l3mac_decision.h"
-#include "diag/l3mac_check.h"
+#include "check/l3mac_check.h"
 #include "platform/host/tbl_turn.h"
 #include "platform/ss_rt_tbl.h"
 #include "store/l3mac_store.h"

@@ -1,12 +1,11 @@
-// The intake in words (diag/l3mac_check_intake.h) held to the service's own
+// The intake in words (l3mac_check_refusal) held to the service's own
 // set handler: on every board, a row gives the service a request exactly
 // when the words find nothing to say about it.
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "diag/l3mac_check.h"
-#include "diag/l3mac_check_intake.h"
+#include "check/l3mac_check.h"
 #include "request/l3mac_msg.h"
 #include "support/managed_world.h"
 
@@ -62,6 +61,21 @@ TEST_P(Intake, TheWordsAgreeWithTheSetHandler) {
     l3mac_row bare(1, "bare", 10, NORMAL, kMacA);
     bare.res.attr = nullptr;
     expect_agree(bare, b);
+}
+
+// The tools judge by the board that they read from the profile through the
+// capability service: it must be the board that the service brings up from
+// the same file, and reading another profile must leave the running
+// service's own alone (bring-up's reader would overwrite it).
+TEST_P(Intake, ToolsReadTheBoardThatTheServiceBringsUp) {
+    start(GetParam().caps);
+    const l3mac_check_board live = l3mac_check_board_live();
+    EXPECT_TRUE(l3mac_check_board_of_profile() == live);
+    write_caps({.tcam2_en = true, .tcam_cap = 64, .tcam2_cap = 32, .evlan_num = 8192});
+    const l3mac_check_board other = l3mac_check_board_of_profile();
+    EXPECT_EQ(other.cap[0], 64);
+    EXPECT_EQ(other.vfi_mask, 4095u);
+    EXPECT_TRUE(l3mac_check_board_live() == live);
 }
 
 INSTANTIATE_TEST_SUITE_P(Boards, Intake, ::testing::ValuesIn(kBoards),

@@ -9,7 +9,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include "diag/l3mac_check.h"
+#include "check/l3mac_check.h"
 #include "tests/support/service_world.h"
 
 // The file root, made at first use (in /dev/shm where it exists) and

@@ -6,6 +6,7 @@
 #include "decision/l3mac_decision.h"
 #include "diag/l3mac_at.h"
 #include "diag/l3mac_log.h"
+#include "frame/l3mac_cap_keys.h"
 #include "frame/l3mac_ctx.h"
 #include "store/l3mac_db.h"
 #include "tcam/l3mac_tcam.h"
@@ -19,10 +20,7 @@ int l3mac_init() {
     rv = l3mac_cap_init();
     if (rv != SS_E_NONE) L3MAC_FAIL(L3MAC_ERR_CAP_READ, "rv == SS_E_NONE", rv, 0);
 
-    // The profile may hold any 32-bit evlan_num: the numbers beyond the 4096
-    // VLANs are counted without going below the range, and none are fewer.
-    const int32_t evlan_num = l3mac_ctx.evlan_num;
-    l3mac_set_vfi_mask(evlan_num > 4096 ? evlan_num - 4096 : 0);
+    l3mac_set_vfi_mask(l3mac_cap_vfi_count(l3mac_ctx.evlan_num));
 
     rv = l3mac_service_create();
     if (rv != SS_E_NONE) L3MAC_FAIL(L3MAC_ERR_SERVICE_CREATE, "rv == SS_E_NONE", rv, 0);

@@ -23,15 +23,17 @@ int l3mac_create_tcam2() {
                                  l3mac_ctx.tcam2_cap, 0, l3mac_ctx.rsvd_size);
 }
 
-void l3mac_set_vfi_mask(int32_t n) {
+uint32_t l3mac_vfi_mask_of(int32_t n) {
     const uint32_t want = n < 0 ? 0u : static_cast<uint32_t>(n);
     uint32_t v = 1;
     for (int i = 0; i < 31; i++) {
         v <<= 1;
         if (v >= want) break;
     }
-    l3mac_ctx.vfi_mask = v - 1;
+    return v - 1;
 }
+
+void l3mac_set_vfi_mask(int32_t n) { l3mac_ctx.vfi_mask = l3mac_vfi_mask_of(n); }
 
 int sw_l3mac_op_add_idx(uint32_t mac_type, uint32_t *idx, uint32_t want,
                         uint8_t is_gr) {

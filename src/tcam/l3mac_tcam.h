@@ -41,6 +41,9 @@ inline tcam_entry *l3mac_tcam_of(list_head *l) {
 // failure.
 int l3mac_create_tcam1();
 int l3mac_create_tcam2();
+// The VFI space mask for n VFI numbers: all ones, at least 1 and enough
+// bits for n; set_vfi_mask makes it the service's.
+uint32_t l3mac_vfi_mask_of(int32_t n);
 void l3mac_set_vfi_mask(int32_t n);
 
 // Takes an index of the pool of the mac_type's TCAM into *idx; with is_gr 1

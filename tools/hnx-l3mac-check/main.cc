@@ -8,7 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "diag/l3mac_check.h"
+#include "check/l3mac_check.h"
 #include "platform/host/hnx_host.h"
 #include "profile.h"
 #include "store.h"

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "diag/l3mac_check.h"
+#include "check/l3mac_check.h"
 
 // Fills `rows` from the store: the SQLite file at `path`, or the Redis
 // store that HNX_STORE names. Rows that do not unpack are

@@ -1,9 +1,6 @@
 // The built-in boards of the soak: small TCAMs, so that they fill up and
 // the paths of a full TCAM are taken too.
-#include "frame/l3mac_ctx.h"
-#include "frame/l3mac_init.h"
 #include "soak.h"
-#include "tcam/l3mac_tcam.h"
 
 namespace {
 
@@ -44,11 +41,4 @@ std::string soak_board_names() {
     std::string names;
     for (const soak_board &b : kBoards) names += (names.empty() ? "" : ", ") + std::string(b.name);
     return names;
-}
-
-l3mac_check_board soak_board_of_root() {
-    l3mac_cap_init();
-    const int32_t evlan_num = l3mac_ctx.evlan_num;
-    l3mac_set_vfi_mask(evlan_num > 4096 ? evlan_num - 4096 : 0);
-    return l3mac_check_board_planned();
 }

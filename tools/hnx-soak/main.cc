@@ -218,7 +218,8 @@ void soak_run::down() {
 }
 
 int soak_run::go() {
-    board_ = soak_board_of_root();
+    // The board as the daemon will build it from the profile under the root.
+    board_ = l3mac_check_board_of_profile();
     until_ = std::chrono::steady_clock::now() + std::chrono::seconds(o_.seconds);
     std::printf("hnx-soak: root %s, board %s, seed %u, %d s or %d restarts at most\n",
                 o_.root.c_str(), o_.board.c_str(), o_.seed, o_.seconds, o_.restarts);

@@ -11,8 +11,7 @@
 
 #include <sys/types.h>
 
-#include "diag/l3mac_check.h"
-#include "diag/l3mac_check_model.h"
+#include "check/l3mac_check.h"
 
 struct soak_opts {
     std::string bin;              // folder of the daemon and the checker
@@ -112,5 +111,3 @@ void soak_compare_places(const soak_places &before, const soak_places &now, soak
 std::string soak_board_json(const std::string &name);
 // The names of the built-in boards, for an error line: "two, copy, direct, one".
 std::string soak_board_names();
-// The board as the service would build it from the profile under the root.
-l3mac_check_board soak_board_of_root();

@@ -5,8 +5,7 @@
 #include <filesystem>
 
 #include "commands.h"
-#include "diag/l3mac_check.h"
-#include "diag/l3mac_check_intake.h"
+#include "check/l3mac_check.h"
 #include "platform/host/cap.h"
 #include "platform/host/hnx_host.h"
 #include "s_route.pb-c.h"

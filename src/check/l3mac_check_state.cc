@@ -4,7 +4,7 @@
 #include <map>
 #include <set>
 
-#include "diag/l3mac_check_live.h"
+#include "check/l3mac_check_live.h"
 #include "store/l3mac_store_traits.h"
 
 namespace {

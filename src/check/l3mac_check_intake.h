@@ -1,13 +1,12 @@
-// The service's intake of one row of s_route.l3mac_res, told in words: the
-// check of the set handler that refuses it on a board, or the status that
-// leaves it alone. hnx-l3mac-check lists the refused rows of a store with
-// these words, and hnx-tbl warns with them before it writes such a row, so
-// that a requester learns why the service took no request from it.
+// The service's intake of one row of s_route.l3mac_res, told in words
+// (private to src/check; l3mac_check_refusal in check/l3mac_check.h is the
+// words' public face): the check of the set handler that refuses it on a
+// board, or the status that leaves it alone.
 #pragma once
 
 #include <string>
 
-#include "diag/l3mac_check.h"
+#include "check/l3mac_check.h"
 
 // The first check that refuses the row on this board, in the order in
 // which the service applies them: the row's parse (index, attr), the user,
@@ -21,10 +20,8 @@ std::string l3mac_check_refused(const l3mac_check_res &r, const l3mac_check_boar
 // mark that the service writes itself.
 std::string l3mac_check_unacted(const l3mac_check_res &r);
 
-// Either of the two, the first that the service meets (it looks at the
-// status before the managed path's own test); "" when the row is a request
-// that the service takes in, or its own failure mark.
-std::string l3mac_check_refusal(const l3mac_check_res &r, const l3mac_check_board &b);
+// l3mac_check_refusal is either of the two, the first that the service
+// meets: it looks at the status before the managed path's own test.
 
 // True when the row's key could ever have been a request: it has an index
 // and its user passes the check (users 1-41, read from the low byte).

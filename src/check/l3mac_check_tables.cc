@@ -9,9 +9,9 @@
 #include <tuple>
 
 #include "decision/l3mac_mask.h"
-#include "diag/l3mac_check.h"
-#include "diag/l3mac_check_intake.h"
-#include "diag/l3mac_check_model.h"
+#include "check/l3mac_check.h"
+#include "check/l3mac_check_intake.h"
+#include "check/l3mac_check_model.h"
 
 namespace {
 

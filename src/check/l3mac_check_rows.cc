@@ -1,15 +1,13 @@
-// The check's inputs: the board, the rows of the four tables as plain
-// values, and the report that collects what the rules find.
+// The check's inputs: the rows of the four tables as plain values, and the
+// report that collects what the rules find.
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
-#include "diag/l3mac_check.h"
+#include "check/l3mac_check.h"
 #include "frame/l3mac_ctx.h"
-#include "frame/l3mac_init.h"
 #include "platform/ss_rt_tbl.h"
 #include "s_route.pb-c.h"
-#include "tcam/l3mac_tcam.h"
 
 namespace {
 
@@ -17,10 +15,6 @@ std::string l3mac_check_text(const char *fmt, va_list ap) {
     char buf[512];
     std::vsnprintf(buf, sizeof buf, fmt, ap);
     return buf;
-}
-
-uint32_t l3mac_check_limit(int32_t cap, int32_t rsvd) {
-    return cap > rsvd ? static_cast<uint32_t>(cap - rsvd) : 0;
 }
 
 void l3mac_check_attr(const SRoute__L3macHwAttr *a, l3mac_check_hw *hw) {
@@ -78,46 +72,6 @@ void l3mac_check_report::note(const char *fmt, ...) {
     va_start(ap, fmt);
     notes.push_back(l3mac_check_text(fmt, ap));
     va_end(ap);
-}
-
-l3mac_check_board l3mac_check_board_live() {
-    l3mac_check_board b = l3mac_check_board_planned();
-    for (int t = 0; t < 2; t++) {
-        const sw_res_rm *rm = l3mac_ctx.tcam_rm[t];
-        b.pool[t] = rm != nullptr;
-        b.limit[t] = rm ? rm->limit : 0;
-    }
-    return b;
-}
-
-// Pools as bring-up makes them: the first for is_mng, the second for
-// is_mng2 on a board with a second TCAM, and none after a pool that the
-// index manager refused (a negative size).
-l3mac_check_board l3mac_check_board_planned() {
-    const l3mac_ctx_t &c = l3mac_ctx;
-    l3mac_check_board b;
-    b.is_mng = {c.is_mng != 0, c.is_mng2 != 0};
-    b.cap = {c.tcam_cap, c.tcam2_cap};
-    b.tcam2_en = c.tcam2_en != 0;
-    b.copy_to_tcam2 = c.copy_to_tcam2 != 0;
-    b.vfi_mask = c.vfi_mask;
-    b.compact_cover = c.compact_cover != 0;
-    const bool rsvd_ok = c.rsvd_size >= 0;
-    b.pool[0] = b.is_mng[0] && rsvd_ok && c.tcam_cap >= 0;
-    b.pool[1] = b.is_mng[1] && b.tcam2_en && rsvd_ok && c.tcam2_cap >= 0 &&
-                (!b.is_mng[0] || b.pool[0]);
-    for (int t = 0; t < 2; t++)
-        b.limit[t] = b.pool[t] ? l3mac_check_limit(b.cap[t], c.rsvd_size) : 0;
-    return b;
-}
-
-l3mac_check_board l3mac_check_board_of_profile(bool defaults) {
-    // Without a profile loaded every key reads as missing: its default.
-    if (defaults) l3mac_get_cap();
-    else l3mac_cap_init();
-    const int32_t evlan_num = l3mac_ctx.evlan_num;
-    l3mac_set_vfi_mask(evlan_num > 4096 ? evlan_num - 4096 : 0);
-    return l3mac_check_board_planned();
 }
 
 bool l3mac_check_add_row(l3mac_check_rows *rows, const ProtobufCMessage *row) {

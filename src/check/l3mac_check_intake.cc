@@ -3,12 +3,12 @@
 // the service's own functions count and log what they refuse, so a check
 // that must only read states them once more here, and a test holds the two
 // to the same verdict on every kind of row and board.
-#include "diag/l3mac_check_intake.h"
+#include "check/l3mac_check_intake.h"
 
 #include <cstdio>
 
 #include "decision/l3mac_bmp.h"
-#include "diag/l3mac_check_model.h"
+#include "check/l3mac_check_model.h"
 #include "s_route.pb-c.h"
 
 namespace {

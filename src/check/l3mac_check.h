@@ -2,9 +2,13 @@
 // towards each other and towards the requests (applied by hnx-l3mac-check
 // to a store on disk), and the in-process form that also walks the live
 // stores, lists, pools and counts. A diagnostic: the daemon never runs it.
+// This is all that the tools, tests and fuzz targets see of the check; the
+// model of what the requests want and the per-file helpers stay inside
+// src/check.
 #pragma once
 
 #include <array>
+#include <compare>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -47,6 +51,7 @@ struct l3mac_check_board {
     // no more entries than the default search's, and depend on the entries
     // it held before, so they are judged by what they match, not compared.
     bool compact_cover = false;
+    bool operator==(const l3mac_check_board &) const = default;
 };
 
 // The TCAM of a mac_type on this board: every type goes to the second TCAM
@@ -74,15 +79,15 @@ inline uint32_t l3mac_check_hw_id_of(const l3mac_check_board &b, int tcam, uint3
     return idx;
 }
 
-// The board of the service as it stands (after bring-up: pools read from
-// their handles), and the board that the service would build from the
-// profile now in l3mac_ctx (after l3mac_cap_init and l3mac_set_vfi_mask).
+// The board of the service as it stands: the profile that bring-up read,
+// and the pools as it made them.
 l3mac_check_board l3mac_check_board_live();
-l3mac_check_board l3mac_check_board_planned();
-// The planned board of the profile under the current file root, read into
-// l3mac_ctx as the service reads it at start; with `defaults`, of the
-// built-in values that a missing profile gives, without looking for the
-// file. For the tools: it replaces the profile that l3mac_ctx holds.
+// The board that the service would bring up from the profile under the
+// current file root, read through the capability service; with `defaults`,
+// of the built-in values that a missing profile gives, without looking for
+// the file. A profile that cannot be read gives the built-in values too (the
+// capability service says why on standard error). For the tools: the
+// service's own state is left alone.
 l3mac_check_board l3mac_check_board_of_profile(bool defaults = false);
 
 // One row of s_route.l3mac_hw_res, s_route.l3mac_bak or
@@ -178,7 +183,27 @@ void l3mac_check_live(const l3mac_check_live_opts &opts, l3mac_check_report *rep
 // its own key) and malloc_db against their live records.
 void l3mac_check_stores(l3mac_check_report *rep);
 
-// The entry that a cover template stands for, cut to the space of the
-// mac_type as the TCAM entries are; false for the filler template.
-bool l3mac_check_cut(uint32_t key, uint32_t mask, bool is_vfi, uint32_t vfi_mask,
-                     uint32_t *evlan, uint32_t *evlan_mask);
+// An entry as the checks name it: its MAC record's key and its value/mask.
+struct l3mac_mac_key {
+    uint8_t mac_type;
+    std::array<uint8_t, 6> mac;
+    uint32_t phyid;
+    auto operator<=>(const l3mac_mac_key &) const = default;
+};
+
+struct l3mac_entry_key {
+    l3mac_mac_key mac;
+    uint32_t evlan;
+    uint32_t evlan_mask;
+    auto operator<=>(const l3mac_entry_key &) const = default;
+};
+
+// "MAC 00:0a:00:00:00:01 type 1 phyid 0", as the report's lines name a MAC.
+std::string l3mac_check_mac_text(const l3mac_mac_key &k);
+
+// Why the service takes no request from a row of s_route.l3mac_res on this
+// board, in the words that hnx-l3mac-check lists refused rows with and
+// hnx-tbl warns with: the first of its checks that refuses the row, or the
+// status that leaves it alone. "" when the row is a request that the
+// service takes in, or its own failure mark.
+std::string l3mac_check_refusal(const l3mac_check_res &r, const l3mac_check_board &b);

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <vector>
 
-#include "diag/l3mac_check.h"
-#include "diag/l3mac_check_intake.h"
-#include "diag/l3mac_check_model.h"
+#include "check/l3mac_check.h"
+#include "check/l3mac_check_intake.h"
+#include "check/l3mac_check_model.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // backup and direct tables against the records that stand for them.
 #include <tuple>
 
-#include "diag/l3mac_check_live.h"
+#include "check/l3mac_check_live.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-// Inside the in-process check: what one run has gathered from the stores,
-// shared by its parts.
+// Inside the in-process check (private to src/check): what one run has
+// gathered from the stores, shared by its parts.
 #pragma once
 
 #include <array>
@@ -9,7 +9,7 @@
 #include <string>
 
 #include "decision/l3mac_mac.h"
-#include "diag/l3mac_check_model.h"
+#include "check/l3mac_check_model.h"
 #include "frame/l3mac_ctx.h"
 #include "frame/l3mac_ds.h"
 #include "store/l3mac_db.h"

@@ -1,5 +1,6 @@
-// Inside the consistency check: what the requests want and what the tables
-// hold, keyed as the service keys its records, and the rule for one MAC.
+// Inside the consistency check (private to src/check): what the requests
+// want and what the tables hold, keyed as the service keys its records, and
+// the rule for one MAC.
 #pragma once
 
 #include <array>
@@ -12,21 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "diag/l3mac_check.h"
-
-struct l3mac_mac_key {
-    uint8_t mac_type;
-    std::array<uint8_t, 6> mac;
-    uint32_t phyid;
-    auto operator<=>(const l3mac_mac_key &) const = default;
-};
-
-struct l3mac_entry_key {
-    l3mac_mac_key mac;
-    uint32_t evlan;
-    uint32_t evlan_mask;
-    auto operator<=>(const l3mac_entry_key &) const = default;
-};
+#include "check/l3mac_check.h"
 
 // A record of the direct path: one per {evlan, mac_type, mac}.
 struct l3mac_direct_key {
@@ -105,5 +92,9 @@ void l3mac_check_macs(const l3mac_check_board &b, const l3mac_check_model &m,
 std::string l3mac_check_untaken_text(const l3mac_check_model &m, const std::array<uint8_t, 6> &mac,
                                      const std::function<bool(const l3mac_check_res &)> &asks);
 
-std::string l3mac_check_mac_text(const l3mac_mac_key &k);
 std::string l3mac_check_direct_text(const l3mac_direct_key &k);
+
+// The entry that a cover template stands for, cut to the space of the
+// mac_type as the TCAM entries are; false for the filler template.
+bool l3mac_check_cut(uint32_t key, uint32_t mask, bool is_vfi, uint32_t vfi_mask,
+                     uint32_t *evlan, uint32_t *evlan_mask);

@@ -10,7 +10,7 @@
 
 #include "decision/l3mac_bmp.h"
 #include "decision/l3mac_mask.h"
-#include "diag/l3mac_check_model.h"
+#include "check/l3mac_check_model.h"
 #include "frame/l3mac_mem.h"
 
 namespace {
