@@ -52,9 +52,9 @@ TEST_F(AtCmds, RegistersThirtyOneCommandsInOrder) {
     EXPECT_FALSE(ssat_run_line(MOD, "find-evlan-by-mac 0 00:11:22:33:44:55 0").ran);
 }
 
-// What hnx-cmd's help shows of a command: the arguments named by the
-// registered format, the module's line on what it does, the format as it
-// was registered. Every command of the module has its line.
+// Every command of the module has its line in hnx-cmd's help; the
+// arguments are named by the registered format, also where the command
+// reads fewer than the format names (the entry's form: ssat_test).
 TEST_F(AtCmds, EveryCommandHasItsWordsAndItsArgumentsNamed) {
     bring_up();
     std::vector<ssat_cmd_info> cmds;
@@ -66,13 +66,6 @@ TEST_F(AtCmds, EveryCommandHasItsWordsAndItsArgumentsNamed) {
         EXPECT_NE(text, nullptr) << cmds[i].name;
         entry[cmds[i].name] = ssat_help_entry(cmds[i], text);
     }
-    EXPECT_EQ(entry["debug"],
-              "debug LEVEL LOG_CNT\n"
-              "    set the log level (0 off, 1 errors, 4 warnings, 5 info) and the line budget "
-              "(-1 no limit)\n"
-              "    format: \"dbg on/off, level=%d log_cnt:%d[-1:unlimited]\"\n");
-    EXPECT_EQ(entry["time-init-l3mac"].substr(0, 16), "time-init-l3mac ");
-    EXPECT_TRUE(entry["time-set-l3mac"].ends_with("\n    format: \" size = %d\"\n"));
     EXPECT_EQ(entry["trigger-decision"],
               "trigger-decision\n    run a decision round now, without budget or timing sample\n"
               "    format: \"trigger l3mac decision\"\n");

@@ -20,8 +20,6 @@ TEST_F(CoverModeProfile, TheKeyChoosesTheModeAndItsAbsenceIsNoFailure) {
     start({});
     EXPECT_EQ(l3mac_ctx.compact_cover, 0);
     EXPECT_EQ(err_count(57), 0u);
-    restart();
-    EXPECT_EQ(l3mac_ctx.compact_cover, 0);
 
     write_caps({.compact_cover = true});
     restart();

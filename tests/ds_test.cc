@@ -121,46 +121,34 @@ TEST_F(DsTest, AMacThatNoLongerFitsKeepsItsRowsThroughSmoothing) {
 }
 
 // Backup rows that no entry stands behind (an index beyond the TCAM, or one
-// that an entry holds already) are swept at the end of smoothing, so that
-// they cannot claim a place at the next start; the real entry keeps its own.
+// that an entry holds already, read before or after that entry's own row)
+// take no place: the output table says A stands there, and A keeps its
+// index. They are swept at the end of smoothing, so that they cannot claim
+// a place at the next start.
 TEST_F(DsTest, BackupRowsThatNoEntryStandsBehindAreSweptBySmoothing) {
     start({.tcam_cap = 16});
     want(kA, {3});
     sw_l3mac_mac_decision();
     const auto hw = managed_hw_rows(), bak = managed_bak_rows();
     ASSERT_EQ(bak.size(), 1u);
+    const std::vector<std::array<uint32_t, 3>> a_placed{{3, 0xFFF, bak[0].hw_id}};
 
     restart();
-    write_stray_backup(kM, 7, 16);           // beyond the TCAM: refused by the restore
+    write_stray_backup(kM, 7, 16);            // beyond the TCAM: refused by the restore
+    write_stray_backup(kM, 1, bak[0].hw_id);  // evlan 1: read before A's row
     write_stray_backup(kM, 8, bak[0].hw_id);  // read after A's row: its index is held
+    hnx_host_tbl_journal_clear();
     l3mac_data_check();
 
+    EXPECT_EQ(placed(mac_of(NORMAL, kA)), a_placed);
     EXPECT_EQ(managed_hw_rows(), hw);
     EXPECT_EQ(managed_bak_rows(), bak);
+    for (const tbl_op &op : managed_journal("hw_res")) EXPECT_TRUE(op.is_add) << op;
     EXPECT_EQ(mac_of(NORMAL, kM), nullptr);
     restart();
     l3mac_data_check();
     EXPECT_EQ(managed_bak_rows(), bak);
-    EXPECT_EQ(placed(mac_of(NORMAL, kA)), (std::vector<std::array<uint32_t, 3>>{{3, 0xFFF, bak[0].hw_id}}));
-}
-
-// A row from elsewhere that claims A's index and is read before A's own row
-// must not take the place: the output table says A stands there.
-TEST_F(DsTest, WhereTwoBackupRowsClaimOneIndexTheOneTheOutputShowsKeepsIt) {
-    start({.tcam_cap = 16});
-    want(kA, {3});
-    sw_l3mac_mac_decision();
-    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
-
-    restart();
-    write_stray_backup(kM, 1, bak[0].hw_id);  // evlan 1: read before A's row
-    hnx_host_tbl_journal_clear();
-    l3mac_data_check();
-
-    EXPECT_EQ(placed(mac_of(NORMAL, kA)), (std::vector<std::array<uint32_t, 3>>{{3, 0xFFF, bak[0].hw_id}}));
-    EXPECT_EQ(managed_hw_rows(), hw);
-    EXPECT_EQ(managed_bak_rows(), bak);
-    for (const tbl_op &op : managed_journal("hw_res")) EXPECT_TRUE(op.is_add) << op;
+    EXPECT_EQ(placed(mac_of(NORMAL, kA)), a_placed);
 }
 
 }  // namespace

@@ -119,19 +119,10 @@ TEST(HnxLoad, VrrpFiguresMatchTheTables) {
     EXPECT_EQ(r.said, "hnx-load: the 635 request rows written are deleted\n");
 }
 
-// Unchanged requests across a SIGKILL: no entry moves, the hardware side
-// sees nothing, and the end of smoothing was seen.
-TEST(HnxLoad, RestartWithUnchangedRequestsChangesNothing) {
-    load_result r = run_load("restart --with vrrp");
-    ASSERT_EQ(r.status, 0);
-    EXPECT_EQ(r.fig["unresolved"], 0);
-    EXPECT_GT(r.fig["restart_smoothing_end_ms"], 0);
-    EXPECT_EQ(r.fig["restart_hw_changes"], 0);
-    EXPECT_EQ(r.fig["restart_entries_moved"], 0);
-}
-
 // scale2 is what the restart figure of full TCAMs stands on: exactly 4096
-// entries in each, every request served, and nothing moves across the kill.
+// entries in each, every request served, and with the requests unchanged
+// across a SIGKILL no entry moves, the hardware side sees nothing, and the
+// end of smoothing was seen.
 TEST(HnxLoad, Scale2FillsBothTcamsExactly) {
     load_result r = run_load("restart --with scale2 --requests 32768",
                              std::string(HNX_SOURCE_DIR) + "/bench/capability-4096.json");
@@ -140,6 +131,7 @@ TEST(HnxLoad, Scale2FillsBothTcamsExactly) {
     EXPECT_EQ(r.fig["mac_vlan_pairs"], 32768);
     EXPECT_EQ(r.fig["unresolved"], 0);
     EXPECT_EQ(r.fig["tcam_entries"], 2 * 4096);
+    EXPECT_GT(r.fig["restart_smoothing_end_ms"], 0);
     EXPECT_EQ(r.fig["restart_hw_changes"], 0);
     EXPECT_EQ(r.fig["restart_entries_moved"], 0);
 }
@@ -159,14 +151,9 @@ TEST(HnxLoad, ARootWithoutADaemonIsRefusedUntouched) {
     std::filesystem::remove_all(root);
 }
 
-TEST_F(LiveRoot, TheRowsWrittenAreTakenBackUnlessKeptAndNeverTakenOver) {
-    load_result r = load_at(root_, "vrrp");
-    ASSERT_EQ(r.status, 0) << r.said;
-    EXPECT_EQ(r.fig["unresolved"], 0);
-    EXPECT_EQ(r.left_requests, 0);
-    EXPECT_EQ(r.left_entries, 0);
-
-    r = load_at(root_, "vrrp --keep");
+// Kept rows stay (their taking back: VrrpFiguresMatchTheTables).
+TEST_F(LiveRoot, TheRowsWrittenAreKeptWhenToldAndNeverTakenOver) {
+    load_result r = load_at(root_, "vrrp --keep");
     ASSERT_EQ(r.status, 0) << r.said;
     EXPECT_EQ(r.left_requests, 635);
     EXPECT_EQ(r.said, "hnx-load: 635 request rows kept in s_route.l3mac_res (--keep)\n");
@@ -203,10 +190,4 @@ TEST_F(LiveRoot, ASignalEndsTheRunWithItsRowsTakenBack) {
     const std::string said = managed_slurp(root_ + "/load.out");
     EXPECT_NE(said.find("request rows written are deleted"), std::string::npos) << said;
     EXPECT_NE(said.find("hnx-load: stopped by signal 15\n"), std::string::npos) << said;
-}
-
-TEST(HnxLoad, BadWorkloadIsRefusedAsAUsageError) {
-    std::string cmd = kBin + "/hnx-load nonsense >/dev/null 2>&1";
-    int st = std::system(cmd.c_str());
-    EXPECT_EQ(WEXITSTATUS(st), 2);
 }

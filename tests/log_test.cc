@@ -45,6 +45,10 @@ TEST_F(LogTest, LevelsOneFourAndFiveOpenTheThreeWordsAndZeroStillCounts) {
                                       "fail:msg->attr.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX "
                                       "code:53 data1:5 data2:0\n"));
         }
+        if (level == 4) {
+            EXPECT_EQ(l3mac_count_lines(out, "WARN ", "l3mac_set_msg_proc",
+                                        "fail:rv == SS_E_NONE data1:-4 data2:0\n"), 2) << out;
+        }
     }
 }
 

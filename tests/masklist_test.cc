@@ -10,7 +10,6 @@
 namespace {
 
 const mac6 kA{0x02, 0, 0, 0, 0, 0x0A};
-const mac6 kO{0x02, 0, 0, 0, 0, 0x0B};
 
 // The output table's writes as {add, hw_id, evlan} (evlan 0 in a delete).
 using op3 = std::array<uint32_t, 3>;
@@ -78,25 +77,6 @@ TEST_F(MasklistTest, TenTemplatesAreRefusedBeforeAnythingMoves) {
     for (const tcam_entry *e : entries_of(a)) EXPECT_EQ(e->ref_cnt, 1u);
     EXPECT_FALSE(pending(a));
     EXPECT_EQ(managed_log_count(root_, "L3MAC table is full."), 1);
-}
-
-// A full pool: a change of two entries for two others passes the test at
-// the limit; the first add fails, both old entries go, both adds succeed.
-TEST_F(MasklistTest, FullPoolRemovesTheOldEntriesFirst) {
-    start({.tcam_cap = 4});
-    want(kO, {3, 5});
-    sw_l3mac_mac_decision();
-    want(kA, {6, 9});
-    sw_l3mac_mac_decision();
-    ASSERT_EQ(in_use(), 4u);
-    hnx_host_tbl_journal_clear();
-
-    unwant(kA, {6, 9});
-    want(kA, {10, 12});
-    sw_l3mac_mac_decision();
-    EXPECT_EQ(hw_ops(), (std::vector<op3>{{0, 3, 0}, {0, 2, 0}, {1, 2, 12}, {1, 3, 10}}));
-    expect_backup_follows();
-    EXPECT_EQ(in_use(), 4u);
 }
 
 // One MAC through a sequence: the same request again (nothing written), a

@@ -56,13 +56,6 @@ TEST_F(ToolJson, DumpIsOneObjectPerRowInKeyOrderWithNames) {
     EXPECT_EQ(rows[1]["index"]["hw_id"], 9);
     EXPECT_EQ(rows[1]["attr"]["mac_type"], "L3MAC_OL");
     EXPECT_EQ(rows[1]["vfis"], "100-103,4196-4199,8292-8295,12388-12391");  // 14-bit space
-
-    ASSERT_EQ(tool("hnx-tbl", {"set", "s_route.l3mac_res", "index.t_user=19", "index.uuid=a",
-                               "status=STATUS_REQUEST", "attr.evlan=100",
-                               "attr.mac_type=L3MAC_NORMAL", "attr.mac=00:11:22:33:44:55"}).status, 0);
-    const std::vector<nlohmann::json> req = objects(tool("hnx-tbl", {"dump", "s_route.l3mac_res", "--json"}).out);
-    ASSERT_EQ(req.size(), 1u);
-    EXPECT_EQ(req[0]["index"]["t_user"], "L3TABLE_L3INTF");
 }
 
 // The watcher prints the changes that others make, one object each.

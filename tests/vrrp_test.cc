@@ -48,7 +48,11 @@ TEST_F(VrrpTest, FirstUserPublishesSecondSharesLastWithdraws) {
     EXPECT_EQ(l3mac_users_on(&h->user_head), (std::vector<user_entry *>{user_of(2, "b"), user_of(1, "a")}));
     EXPECT_EQ(managed_journal("vrrp"), writes{hw(true, 10, VRRP)});
     EXPECT_EQ(l3mac_ctx.malloc_db, 3u);
-    ASSERT_EQ(del_row(1, "a"), 0);  // the second user keeps the row
+    set_log(5);
+    int rv = -1;
+    const std::string said = out_of([] { return del_row(1, "a"); }, &rv);  // the second user keeps the row
+    ASSERT_EQ(rv, 0);
+    EXPECT_EQ(l3mac_count_lines(said, "IN   ", "l3mac_del_hw_entry", "mac hw user head is not empty\n"), 1);
     ASSERT_EQ(del_row(2, "b"), 0);
     EXPECT_EQ(managed_journal("vrrp"), (writes{hw(true, 10, VRRP), hw(false, 10, VRRP)}));
     EXPECT_EQ(hw_of(10, VRRP), nullptr);
