@@ -36,8 +36,9 @@ void hnx_host_set_clock(int (*now)(kw_timeval *tv));
 // Every tool's first call: takes `--store URL` (or `--store=URL`) out of
 // argv, wherever it stands, and sets HNX_STORE to it, so that the tool
 // works on the store the daemon uses (see tbl_where.h for the URLs). A
-// missing or bad URL, there or in HNX_STORE, ends the tool with status 2
-// after one line on standard error.
+// missing or bad URL, there or in HNX_STORE, or "memory" (a store that no
+// other process sees), ends the tool with status 2 after one line on
+// standard error.
 void hnx_host_store_arg(int *argc, char **argv);
 
 // One write of this process, as the table service received it.
