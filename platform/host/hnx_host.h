@@ -31,6 +31,16 @@ std::string hnx_host_path(std::string_view abs_path);
 // Replaces the monotonic clock (tests); null gives the real clock back.
 void hnx_host_set_clock(int (*now)(kw_timeval *tv));
 
+// --- index pools (pool.cc) -------------------------------------------------
+
+// Frees every pool, for harnesses that start the service again in one
+// process: the handles that the service held go with them.
+void hnx_host_pool_reset();
+
+// How many pools stand, and how many indexes they hold together.
+size_t hnx_host_pool_count();
+uint64_t hnx_host_pool_held();
+
 // --- table service (tbl_*.cc) -----------------------------------------------
 
 // Every tool's first call: takes `--store URL` (or `--store=URL`) out of
