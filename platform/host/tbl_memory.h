@@ -51,7 +51,7 @@ public:
     int check_integrity(std::string *problem) override;
     std::string gone() const override;
     std::string wake_file() const override { return ""; }
-    std::string remedy() const override { return "start the process again"; }
+    std::string remedy() const override { return "let the store go with its process"; }
     void abandon() override {}
 
     int put(std::string_view table, const tbl_bytes &key, const tbl_bytes &row,
