@@ -170,6 +170,36 @@ TEST_F(Cap, TheDaemonsRuntimeIsRefusedOnABadProfileOnly) {
     EXPECT_TRUE(start("hnx-l3table-l3mac", &err));
     EXPECT_EQ(err, "hnx-l3table-l3mac: capability profile " + file() +
                        ": unknown key s_route/l3mac/capacity/cap, ignored\n");
+    // A start again over the same text says the same; a changed file is
+    // checked afresh.
+    EXPECT_TRUE(start("hnx-l3table-l3mac", &err));
+    EXPECT_EQ(err, "hnx-l3table-l3mac: capability profile " + file() +
+                       ": unknown key s_route/l3mac/capacity/cap, ignored\n");
+    std::ofstream(file()) << R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": "4096"}}}})";
+    EXPECT_FALSE(start("hnx-l3table-l3mac", &err));
+}
+
+// Every init reads the file as it stands: a harness that starts the service
+// again and again over one profile must still see each change.
+TEST_F(Cap, EachInitServesTheFileAsItStandsNow) {
+    auto tcam_cap = [] {
+        int32_t v = -1;
+        libkw_cap_get_capacity_int32(nullptr, "s_route/l3mac/capacity/tcam-cap", &v);
+        return v;
+    };
+    const std::string a = R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 64}}}})";
+    const std::string b = R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 128}}}})";
+    for (const std::string &text : {a, b, a, a}) {
+        ASSERT_EQ(init(text), 0);
+        EXPECT_EQ(tcam_cap(), text == a ? 64 : 128);
+    }
+    std::string err;
+    EXPECT_EQ(init("{", &err), HNX_CAP_E_BAD_FILE);
+    EXPECT_EQ(tcam_cap(), -1);
+    EXPECT_EQ(init("{", &err), HNX_CAP_E_BAD_FILE);
+    EXPECT_NE(err.find("is not valid JSON"), std::string::npos);
+    ASSERT_EQ(init(a), 0);
+    EXPECT_EQ(tcam_cap(), 64);
 }
 
 }  // namespace

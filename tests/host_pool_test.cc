@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/host/hnx_host.h"
 #include "platform/sw_res_comm.h"
 
 namespace {
@@ -94,6 +95,21 @@ TEST_F(Pool, ReservedSizeLowersTheLimitNotTheNumbering) {
     for (uint32_t i = 0; i < 4; i++) EXPECT_EQ(next(), i);
     EXPECT_EQ(alloc(&idx), SW_RES_E_FULL);
     EXPECT_EQ(word(2), 5u);
+}
+
+// A harness that starts the service again in one process frees the pools
+// of the last start, and sees what they held before it does.
+TEST_F(Pool, AResetFreesEveryPoolAndTheCountsSayWhatStood) {
+    hnx_host_pool_reset();
+    make(8);
+    next(), next();
+    make(4);
+    next();
+    EXPECT_EQ(hnx_host_pool_count(), 2u);
+    EXPECT_EQ(hnx_host_pool_held(), 3u);
+    hnx_host_pool_reset();
+    EXPECT_EQ(hnx_host_pool_count(), 0u);
+    EXPECT_EQ(hnx_host_pool_held(), 0u);
 }
 
 }  // namespace

@@ -131,6 +131,7 @@ TEST_P(TblService, RowsStandInKeyOrderEveryCallIsJournalledForeignRowsRefused) {
 }
 
 TEST_P(TblService, AnotherProcessesChangesArriveInWriteOrderOnce) {
+    SKIP_ON_MEMORY("the writer is another process");
     subscribe();
     strs want;
     pid_t child = in_child([this] {
@@ -151,6 +152,7 @@ TEST_P(TblService, AnotherProcessesChangesArriveInWriteOrderOnce) {
 }
 
 TEST_P(TblService, OwnWritesAndEqualRewritesAreNoChangeADeleteCarriesTheKeyOnly) {
+    SKIP_ON_MEMORY("the writer is another process");
     subscribe();
     ASSERT_EQ(set(4, 40), 0);
     EXPECT_EQ(hnx_host_tbl_poll(), 0);
@@ -189,6 +191,7 @@ TEST_P(TblService, ScansHandEveryRowOverBeforeReturning) {
 // A scan page by page reads the table as it stands at each page: what
 // another process changed between two pages is there, in key order.
 TEST_P(TblService, EachPageOfAScanSeesTheTableAsItStandsNow) {
+    SKIP_ON_MEMORY("the writer between two pages is another process");
     for (uint32_t id = 1; id <= 10; id++) ASSERT_EQ(set(id, id), 0);
     tbl_store *st = tbl_store_of(16);
     auto ids_evlans = [](const std::vector<tbl_row> &rows) {
@@ -225,6 +228,10 @@ TEST_P(TblService, ACorruptRowIsSkippedWithOneLine) {
     if (on_redis()) {
         ASSERT_EQ(redis_.command({"HSET", "hnx:16:rows:s_route.l3mac_hw_res", "\x08\x02",
                                   "\x2a\x05\x01"}), "0");
+    } else if (on_memory()) {
+        bool changed = false;
+        ASSERT_EQ(tbl_store_of(16)->put("s_route.l3mac_hw_res", {0x08, 0x02}, {0x2a, 0x05, 0x01},
+                                        &changed), 0);
     } else {
         sqlite3 *db = nullptr;
         ASSERT_EQ(sqlite3_open((root_ + "/var/run/hnx/store-16.db").c_str(), &db), SQLITE_OK);
@@ -240,24 +247,13 @@ TEST_P(TblService, ACorruptRowIsSkippedWithOneLine) {
     EXPECT_EQ(g_seen, (strs{"set 1:1", "set 3:3"}));
 }
 
-TEST_P(TblService, TheChangeLogStaysBounded) {
-    subscribe();
-    auto write_many = [this](uint32_t base, uint32_t n) {
-        for (uint32_t i = 0; i < n; i++) set(i % 20, base + i);
-    };
-    // A live reader holds the log until it has read: nothing is lost.
-    in_child_ok([&] { write_many(0, 1000); });
-    EXPECT_GE(log_size(), 1000);
-    EXPECT_EQ(hnx_host_tbl_poll(), 1000);
-    // What it has read goes with the next writes.
-    in_child_ok([&] { write_many(5000, 150); });
-    EXPECT_LT(log_size(), 200);
-    EXPECT_EQ(hnx_host_tbl_poll(), 150);
-    // A reader that died does not hold it.
-    hnx_host_tbl_reset();
-    SetUp();
+// A reader that died without leaving does not hold the log: the next
+// writer drops it. (The log's bound by live readers and by its cap is the
+// store's own promise: TblStore.)
+TEST_P(TblService, AReaderThatDiedDoesNotHoldTheChangeLog) {
+    SKIP_ON_MEMORY("the reader that dies is another process");
     in_child_ok([this] { subscribe(); });
-    write_many(0, 1000);
+    for (uint32_t i = 0; i < 1000; i++) set(i % 20, i);
     EXPECT_LT(log_size(), 200);
 }
 
@@ -294,7 +290,7 @@ TEST_P(TblService, TheLoopConnectsSmoothsAndExpiresAnUnendedWindow) {
     kw_global_finish(global);
 }
 
-INSTANTIATE_TEST_SUITE_P(Stores, TblService, all_store_backends(), store_backend_name);
+INSTANTIATE_TEST_SUITE_P(Stores, TblService, every_store_backend(), store_backend_name);
 
 // Readers of a Redis store shared by several hosts: a writer knows a reader
 // of another host alive by its lease, never by a pid of its own host.

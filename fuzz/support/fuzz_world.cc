@@ -7,12 +7,17 @@
 #include "frame/l3mac_ds.h"
 #include "platform/host/hnx_host.h"
 #include "platform/host/ssat_host.h"
+#include "platform/host/tbl_memory.h"
+#include "platform/host/tbl_state.h"
+#include "platform/sw_rt_res.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 std::string g_root;
+std::string g_profile;  // the profile file's text as last written; "" none
+bool g_profile_set = false;
 
 void fuzz_remove_root() {
     std::error_code ec;
@@ -33,14 +38,33 @@ constexpr l3mac_caps kBoards[] = {
     {},                                                              // the built-in defaults
 };
 
-// The service's state of the last input, and its store, are dropped; the
-// platform's pools stay reachable and are not reused.
+// The service's state dropped as a process that ends leaves it: its
+// records, runtime, debug commands and the table service's connections go;
+// the store and the platform's pools stand, as they do for a process that
+// starts again.
 void fuzz_world_drop() {
     hnx_host_tbl_reset();
     ssat_host_reset();
     if (l3mac_ctx.global) kw_global_finish(l3mac_ctx.global);
     l3mac_release_all();
     l3mac_service_reset();
+}
+
+// What stands between inputs goes too: the store, the pools, the failure
+// counters. The profile file is written only when it changes.
+void fuzz_world_clear(const std::string &json) {
+    fuzz_world_drop();
+    tbl_memory_drop_all();
+    hnx_host_pool_reset();
+    std::memset(g_sw_rt_res_ss_err_cnt, 0, sizeof g_sw_rt_res_ss_err_cnt);
+    if (g_profile_set && json == g_profile) return;
+    l3mac_profile_write(g_root, json);
+    g_profile = json, g_profile_set = true;
+}
+
+[[noreturn]] void fuzz_reset_fail(const char *when, const std::string &what) {
+    std::fprintf(stderr, "fuzz: the reset %s left %s\n", when, what.c_str());
+    std::abort();
 }
 
 void fuzz_world_up(bool smooth) {
@@ -65,6 +89,9 @@ const std::string &fuzz_root() {
     g_root = tmpl;
     std::atexit(fuzz_remove_root);
     hnx_host_set_root(g_root);
+    // A store file costs more than the whole service: the targets keep
+    // theirs in memory, where a reset is the drop of a map.
+    setenv("HNX_STORE", "memory", 1);
     fs::create_directories(g_root + "/etc/hnx");
     return g_root;
 }
@@ -72,12 +99,29 @@ const std::string &fuzz_root() {
 std::string fuzz_board_json(unsigned n) { return l3mac_caps_json(kBoards[n % std::size(kBoards)]); }
 
 void fuzz_world_start(const std::string &json, bool smooth) {
-    const std::string &root = fuzz_root();
-    fuzz_world_drop();
-    std::error_code ec;
-    fs::remove_all(root + "/var", ec);
-    l3mac_profile_write(root, json);
+    fuzz_root();
+    fuzz_world_clear(json);
+    fuzz_world_check_reset("before an input");
     fuzz_world_up(smooth);
+}
+
+void fuzz_world_check_reset(const char *when) {
+    static const l3mac_ctx_t kZero{};
+    if (std::memcmp(&l3mac_ctx, &kZero, sizeof kZero) != 0)
+        fuzz_reset_fail(when, "the service's record not all zero (a store, a pool, the timer "
+                              "or a flag of the last input)");
+    if (!list_empty(&l3mac_pending_head)) fuzz_reset_fail(when, "MACs on the pending list");
+    if (l3mac_commom_decision_counter != 5 || l3mac_mem_fail_after != -1 ||
+        g_rt_l3tb_log_level != 0 || g_rt_l3tb_log_cnt != -1)
+        fuzz_reset_fail(when, "a decision limit, the failure injection or the log level changed");
+    for (const sw_rt_res_err_slot &slot : g_sw_rt_res_ss_err_cnt)
+        if (slot.count != 0) fuzz_reset_fail(when, "a failure counted");
+    if (hnx_host_pool_count() != 0 || hnx_host_pool_held() != 0)
+        fuzz_reset_fail(when, std::to_string(hnx_host_pool_count()) + " pools");
+    if (hnx_host_global() != nullptr) fuzz_reset_fail(when, "a runtime and its timers");
+    if (!hnx_host_tbl_journal().empty()) fuzz_reset_fail(when, "writes in the journal");
+    // No store at all: the service's first open makes it empty.
+    if (tbl_memory_exists(tbl_store_path(16))) fuzz_reset_fail(when, "the table store");
 }
 
 void fuzz_world_restart() {

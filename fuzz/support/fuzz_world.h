@@ -1,7 +1,9 @@
 // The service under a fuzz target: one file root for the whole fuzzing
-// process, and for each input a fresh table store and a fresh service, so
-// that inputs do not see each other. Aborts (a finding) when the in-process
-// consistency check fails.
+// process, its table store in the process's memory, and for each input an
+// empty store and a service started afresh, so that inputs do not see each
+// other: a check after each reset proves that nothing of the last input is
+// left. Aborts (a finding) when that check or the in-process consistency
+// check fails.
 #pragma once
 
 #include <cstdint>
@@ -20,10 +22,16 @@ const std::string &fuzz_root();
 // profile's text of board `n` (any number: taken modulo the count).
 std::string fuzz_board_json(unsigned n);
 
-// Drops the store and the service of the last input, writes the profile
-// (no file when `json` is empty) and brings a service up: tables, connect
-// callback, and data smoothing when `smooth`.
+// Drops the store and the service of the last input, checks that nothing of
+// it is left (fuzz_world_check_reset), writes the profile (no file when
+// `json` is empty) and brings a service up: tables, connect callback, and
+// data smoothing when `smooth`.
 void fuzz_world_start(const std::string &json, bool smooth = true);
+
+// Aborts unless the service stands as a fresh process has it: no record in
+// any keyed store, no pool and no index held, the store's tables empty, no
+// runtime and so no timer, every counter and setting at its start value.
+void fuzz_world_check_reset(const char *when);
 
 // The process dies and starts again over the same store and profile:
 // every record released, tables, stores and pools made anew, smoothing run.

@@ -31,13 +31,24 @@ std::string hnx_host_path(std::string_view abs_path);
 // Replaces the monotonic clock (tests); null gives the real clock back.
 void hnx_host_set_clock(int (*now)(kw_timeval *tv));
 
+// --- index pools (pool.cc) -------------------------------------------------
+
+// Frees every pool, for harnesses that start the service again in one
+// process: the handles that the service held go with them.
+void hnx_host_pool_reset();
+
+// How many pools stand, and how many indexes they hold together.
+size_t hnx_host_pool_count();
+uint64_t hnx_host_pool_held();
+
 // --- table service (tbl_*.cc) -----------------------------------------------
 
 // Every tool's first call: takes `--store URL` (or `--store=URL`) out of
 // argv, wherever it stands, and sets HNX_STORE to it, so that the tool
 // works on the store the daemon uses (see tbl_where.h for the URLs). A
-// missing or bad URL, there or in HNX_STORE, ends the tool with status 2
-// after one line on standard error.
+// missing or bad URL, there or in HNX_STORE, or "memory" (a store that no
+// other process sees), ends the tool with status 2 after one line on
+// standard error.
 void hnx_host_store_arg(int *argc, char **argv);
 
 // One write of this process, as the table service received it.

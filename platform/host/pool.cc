@@ -5,6 +5,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/host/hnx_host.h"
 #include "platform/sw_res_comm.h"
 
 namespace {
@@ -101,4 +102,14 @@ int sw_res_comm_free_idx_old(uint32_t idx, int32_t n, sw_res_rm *rm) {
     for (uint32_t i = idx; i < idx + static_cast<uint32_t>(n); i++) set_held(p, i, false);
     p->head.in_use -= static_cast<uint32_t>(n);
     return 0;
+}
+
+void hnx_host_pool_reset() { g_pools.clear(); }
+
+size_t hnx_host_pool_count() { return g_pools.size(); }
+
+uint64_t hnx_host_pool_held() {
+    uint64_t held = 0;
+    for (const auto &p : g_pools) held += p->head.in_use;
+    return held;
 }

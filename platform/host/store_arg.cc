@@ -43,4 +43,9 @@ void hnx_host_store_arg(int *argc, char **argv) {
     tbl_where where;
     const std::string err = tbl_where_now(&where);
     if (!err.empty()) refuse(tool, err);
+    // A tool reads or writes the store of the daemon and its users: one in
+    // the tool's own memory would read as "no rows" and keep nothing.
+    if (where.memory)
+        refuse(tool, "store \"memory\" is private to one process and no tool can share it; "
+                     "give sqlite, redis://HOST:PORT[/DB] or unix:///PATH[?db=N]");
 }

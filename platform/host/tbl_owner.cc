@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "platform/host/tbl_state.h"
+#include "platform/host/tbl_where.h"
 
 namespace {
 
@@ -33,6 +34,14 @@ struct flock whole_file() {
 
 std::string tbl_own(int db, const std::string &name) {
     if (g_owned.count({db, name})) return "";
+    // A store in this process's memory has no writer in another process:
+    // no lock file is needed (nor made, under a root that a harness resets
+    // for every input).
+    tbl_where where;
+    if (tbl_where_now(&where).empty() && where.memory) {
+        g_owned[{db, name}] = -1;
+        return "";
+    }
     const std::string path = owner_path(db, name);
     std::error_code ec;  // a store that is no file (Redis) made no folder for it
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ec);
@@ -72,6 +81,7 @@ long tbl_owner_of(int db, const std::string &name) {
 }
 
 void tbl_owner_reset() {
-    for (auto &[key, fd] : g_owned) close(fd);
+    for (auto &[key, fd] : g_owned)
+        if (fd >= 0) close(fd);
     g_owned.clear();
 }

@@ -8,8 +8,9 @@
 #include <string>
 
 // Takes the ownership of table `name` of store `db` for the life of the
-// process (a lock file beside the store file). "" when this process owns
-// it, else a line on who does and what to do.
+// process (a lock file beside the store file; none for a store in this
+// process's memory, which no other process writes). "" when this process
+// owns it, else a line on who does and what to do.
 std::string tbl_own(int db, const std::string &name);
 
 // The pid of the process that owns the table, or 0 when none does.

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "platform/host/tbl_memory.h"
 #include "platform/host/tbl_redis.h"
 #include "platform/host/tbl_sqlite.h"
 #include "platform/host/tbl_where.h"
@@ -22,6 +23,7 @@ std::unique_ptr<tbl_store> tbl_store::open(int db, const std::string &path, tbl_
         std::fprintf(stderr, "ss_rt_tbl: store %d: %s\n", db, err.c_str());
         return nullptr;
     }
+    if (where.memory) return tbl_memory::open(db, path, mode);
     if (!where.redis) return tbl_sqlite::open(db, path, mode);
     return tbl_redis::open(db, where, mode);
 }

@@ -1,8 +1,9 @@
 // The table store as the table service sees it: rows keyed by table name
 // and packed key, and a change log that every process of the store reads
-// in write order. Two backends implement it: SQLite, a file under the root
-// (tbl_sqlite.h), and Redis, a server that may run on another host
-// (tbl_redis.h). HNX_STORE chooses one for the whole process (tbl_where.h).
+// in write order. Three backends implement it: SQLite, a file under the root
+// (tbl_sqlite.h), Redis, a server that may run on another host
+// (tbl_redis.h), and this process's memory (tbl_memory.h). HNX_STORE
+// chooses one for the whole process (tbl_where.h).
 //
 // What each backend promises:
 // - a write equal to the stored row changes nothing and logs nothing;
@@ -71,7 +72,7 @@ enum class tbl_open {
 class tbl_store {
 public:
     // Opens store `db` on the backend that HNX_STORE names: the SQLite file
-    // at `path`, or the Redis server of the URL. Null after one error line
+    // at `path`, the Redis server of the URL, or the memory store of `path`. Null after one error line
     // on stderr.
     static std::unique_ptr<tbl_store> open(int db, const std::string &path,
                                            tbl_open mode = tbl_open::create);

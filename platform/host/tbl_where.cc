@@ -29,6 +29,7 @@ std::string tbl_where_parse(const std::string &text, tbl_where *out) {
     *out = tbl_where{};
     out->url = text;
     if (text.empty() || text == "sqlite") return "";
+    if (text == "memory") return out->memory = true, "";
     out->redis = true;
     const std::string tcp = "redis://", unix_ = "unix://";
     if (text.rfind(tcp, 0) == 0) {

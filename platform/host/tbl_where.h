@@ -3,6 +3,10 @@
 //   unset, "" or "sqlite"      the SQLite file under the file root
 //   redis://HOST:PORT[/DB]     a Redis server over TCP, database DB (0)
 //   unix:///PATH[?db=N]        a Redis server on a Unix socket
+//   memory                     this process's memory (tbl_memory.h): for
+//                              tests, fuzz targets and benchmarks that run
+//                              the service in one process. No other process
+//                              sees it, so the tools refuse it
 // A password, where the server wants one, stands in the file named by
 // HNX_STORE_PASSWORD_FILE, never on a command line: its first line is
 // "PASSWORD" for the default user, or "USER PASSWORD" for an ACL user, as
@@ -12,6 +16,7 @@
 #include <string>
 
 struct tbl_where {
+    bool memory = false;
     bool redis = false;
     std::string url;       // as given, for messages
     std::string host;      // TCP

@@ -1,6 +1,6 @@
 // A private redis-server for one test: on a Unix socket in a temporary
 // folder of its own, no TCP port, so that tests run side by side. And the
-// parameter that runs one suite over both store backends.
+// parameter that runs one suite over the store backends.
 #pragma once
 
 #include <ostream>
@@ -10,6 +10,8 @@
 #include <sys/types.h>
 
 #include <gtest/gtest.h>
+
+#include "platform/host/tbl_memory.h"
 
 // Whether a redis-server program is on PATH.
 bool redis_server_found();
@@ -46,22 +48,39 @@ private:
 };
 
 // The table store backends that a suite runs over.
-enum class store_backend { sqlite, redis };
+enum class store_backend { sqlite, redis, memory };
 
-inline void PrintTo(store_backend b, std::ostream *os) {
-    *os << (b == store_backend::sqlite ? "sqlite" : "redis");
+inline const char *store_backend_label(store_backend b) {
+    return b == store_backend::sqlite ? "SQLite" : b == store_backend::redis ? "Redis" : "Memory";
 }
+
+inline void PrintTo(store_backend b, std::ostream *os) { *os << store_backend_label(b); }
 
 inline std::string store_backend_name(const testing::TestParamInfo<store_backend> &info) {
-    return info.param == store_backend::sqlite ? "SQLite" : "Redis";
+    return store_backend_label(info.param);
 }
 
+// The backends that processes share: for suites that start programs.
 inline auto all_store_backends() {
     return testing::Values(store_backend::sqlite, store_backend::redis);
 }
 
+// Every backend, this process's memory too: for the suites of the store
+// and of the table service over it.
+inline auto every_store_backend() {
+    return testing::Values(store_backend::sqlite, store_backend::redis, store_backend::memory);
+}
+
+// Skips a case on the memory store, which no other process can reach:
+// `why` names what the case needs (another process, a file).
+#define SKIP_ON_MEMORY(why)                                                          \
+    do {                                                                             \
+        if (on_memory()) GTEST_SKIP() << "a store in this process's memory: " << why; \
+    } while (0)
+
 // A test world over each backend: on Redis a private server runs for the
-// test, and HNX_STORE names it for the test and every program it starts.
+// test, and HNX_STORE names it for the test and every program it starts;
+// on memory the stores go with the test.
 template <typename World>
 class OverStores : public World, public testing::WithParamInterface<store_backend> {
 protected:
@@ -72,14 +91,17 @@ protected:
             ASSERT_TRUE(redis_.start(appendonly_)) << redis_.error();
             setenv("HNX_STORE", redis_.url().c_str(), 1);
         }
+        if (on_memory()) setenv("HNX_STORE", "memory", 1);
         World::SetUp();
     }
     void TearDown() override {
         World::TearDown();
         unsetenv("HNX_STORE");
         redis_.stop();
+        tbl_memory_drop_all();
     }
     bool on_redis() const { return GetParam() == store_backend::redis; }
+    bool on_memory() const { return GetParam() == store_backend::memory; }
 
     bool appendonly_ = false;
     redis_server redis_;
