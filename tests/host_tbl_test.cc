@@ -345,20 +345,25 @@ TEST_P(TblSharedRedis, AReaderElsewhereIsKeptWhileItsLeaseStandsAndDroppedAfter)
     EXPECT_EQ(redis_.command({"EXISTS", "hnx:16:lease:" + st->reader_id()}), "1");
 }
 
-// A change is this reader's own only when this very process wrote it: a
-// process of another host may have the same pid.
-TEST_P(TblSharedRedis, AChangeOfAnotherHostsProcessOfTheSamePidIsHandedOn) {
+// A change is this reader's own only when this very connection wrote it:
+// the writer's number in the entry's ID is its own, not a pid that a process
+// of another host may have too.
+TEST_P(TblSharedRedis, OnlyAChangeOfThisConnectionsOwnNumberIsSkipped) {
     subscribe();
     in_child_ok([&] { set(5, 50); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
     g_seen.clear();
-    // The same change again, as a line card's process of this pid logs it.
-    const std::string twin = std::to_string(getpid()) + "@line-card-2/boot/4026531836";
-    ASSERT_EQ(redis_.command({"EVAL", R"(
+    auto *st = dynamic_cast<tbl_redis *>(tbl_store_of(16));
+    ASSERT_NE(st, nullptr);
+    // The same change again, logged under another writer's number, then
+    // under this connection's.
+    const char *again = R"(
 local e = redis.call('XREVRANGE', KEYS[1], '+', '-', 'COUNT', 1)[1][2]
-for i = 1, #e, 2 do if e[i] == 'writer' then e[i + 1] = ARGV[1] end end
-redis.call('XADD', KEYS[1], string.format('%d-1', redis.call('INCR', KEYS[2])), unpack(e))
-return 'OK')", "2", "hnx:16:log", "hnx:16:top", twin}), "OK");
+redis.call('XADD', KEYS[1], redis.call('INCR', KEYS[2]) .. '-' .. ARGV[1], unpack(e))
+return 'OK')";
+    const std::string other = std::to_string(std::stoull(st->writer()) ^ 1);
+    for (const std::string &w : {other, st->writer()})
+        ASSERT_EQ(redis_.command({"EVAL", again, "2", "hnx:16:log", "hnx:16:top", w}), "OK");
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
     EXPECT_EQ(g_seen, (strs{"set 5:50"}));
     // This process's own writes are still not handed back to it.
