@@ -371,6 +371,51 @@ return 'OK')";
     EXPECT_EQ(hnx_host_tbl_poll(), 0);
 }
 
+// A reader on its loop waits on the server, blocked in XREAD, instead of
+// asking every few milliseconds: a change of another process wakes it at
+// once, its own writes wake it once and it waits again, and while nothing
+// is written it sends nothing but the one-second backstop's check.
+// The value after `name` ("blocked_clients:", "cmdstat_xread:calls=") in
+// a section of INFO.
+std::string info_field(const redis_server &r, const std::string &section, const std::string &name) {
+    const std::string info = r.command({"INFO", section});
+    const size_t at = info.find(name);
+    if (at == std::string::npos) return "";
+    const size_t from = at + name.size();
+    return info.substr(from, info.find_first_of("\r\n,", from) - from);
+}
+
+TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChange) {
+    kw_global *global = kw_global_init("hnx-tbl-test", 0);
+    ASSERT_NE(global, nullptr);
+    uv_loop_t *loop = hnx_host_loop(global);
+    ASSERT_EQ(ss_rt_tbl_init(global, "hnx-tbl-test", 4), 0);
+    subscribe();
+    const tbl_feed &f = tbl_proc().feeds[16];
+    ASSERT_NE(f.store_wait, nullptr);
+    EXPECT_EQ(uv_timer_get_repeat(f.backstop), 1000u);
+    EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
+    // The server counts an XREAD as it takes it, blocked or not.
+    auto xreads = [this] { return info_field(redis_, "commandstats", "cmdstat_xread:calls="); };
+    EXPECT_EQ(xreads(), "1");
+
+    in_child_ok([&] { set(7, 70), set(8, 80); });
+    for (int turns = 0; g_seen.size() < 2 && turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
+    EXPECT_EQ(g_seen, (strs{"set 7:70", "set 8:80"}));
+    EXPECT_EQ(xreads(), "2");  // woken once, waiting again
+    EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
+
+    // Its own write wakes it once; it waits after it, not from before it.
+    ASSERT_EQ(set(9, 90), 0);
+    uv_run(loop, UV_RUN_NOWAIT);  // commits the turn
+    for (int turns = 0; xreads() == "2" && turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
+    for (int turns = 0; turns < 20; turns++) uv_run(loop, UV_RUN_NOWAIT);
+    EXPECT_EQ(xreads(), "3");
+    EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
+    EXPECT_EQ(g_seen.size(), 2u);
+    kw_global_finish(global);
+}
+
 INSTANTIATE_TEST_SUITE_P(Redis, TblSharedRedis, testing::Values(store_backend::redis),
                          store_backend_name);
 

@@ -132,15 +132,17 @@ std::unique_ptr<tbl_store> tbl_redis::open(int db, const tbl_where &where, tbl_o
     st->place_ = this_place();
     st->reader_id_ = std::to_string(st->owner_) + "@" + st->place_;
     st->writer_ = fresh_writer();
+    st->where_ = where;
     if (st->connect(where, mode) != 0) return nullptr;
     return st;
 }
 
 tbl_redis::~tbl_redis() {
     if (ctx_) redisFree(ctx_);
+    if (wait_ctx_) redisFree(wait_ctx_);
 }
 
-void tbl_redis::abandon() { ctx_ = nullptr; }
+void tbl_redis::abandon() { ctx_ = wait_ctx_ = nullptr; }
 
 // A connection to the server, authenticated and on its database; null
 // after one line.

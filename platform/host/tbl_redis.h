@@ -21,7 +21,7 @@
 //                        where the boot id is hidden), one per process
 //                        wherever it runs
 //   hnx:N:lease:ID       string with a TTL: reader ID is alive; set when it
-//                        records its place, renewed while it polls
+//                        records its place, renewed while it waits
 //
 // A store of the first layout (an identity without "2/", log entries of four
 // fields) is brought to this one by the first process that may create the
@@ -41,6 +41,10 @@
 // case to the log cap behind the newest, every 128 changes a writer logs.
 // A reader is live while its lease stands; one of the writer's own place
 // whose pid is gone is dropped at once.
+//
+// A reader on an event loop waits for changes on a second connection,
+// blocked in XREAD on the log (wait_fd), so that it costs nothing while no
+// one writes.
 //
 // A connection that fails is not opened again: the store says so once and
 // gone() names it, so that a subscribing process ends for its supervisor
@@ -83,6 +87,8 @@ public:
     int check_integrity(std::string *problem) override;
     std::string gone() const override;
     std::string wake_file() const override { return ""; }
+    int wait_fd() override;
+    int wait_again(int64_t after) override;
     std::string remedy() const override;
     void abandon() override;
     // This process's name in the store's readers.
@@ -129,6 +135,7 @@ private:
     int connect(const tbl_where &where, tbl_open mode);
     redisContext *dial(const tbl_where &where, const char *what) const;
     int check_layout(tbl_open mode);
+    int wait_read();
     reply send(const std::vector<std::string> &args) const;
     reply checked(const char *what, reply r) const;
     reply run(const char *what, const std::vector<std::string> &args) const;
@@ -149,6 +156,10 @@ private:
     mutable bool quiet_ = false;            // failures are not said (gone() says them)
     std::string id_;                        // the store's identity at open
     std::string writer_;                    // this connection's number in the log
+    tbl_where where_;                       // for the waiting connection
+    redisContext *wait_ctx_ = nullptr;      // blocked in XREAD while a reader waits
+    bool waiting_ = false;                  // an XREAD is out, its reply not read
+    bool wait_failed_ = false;
     bool read_only_ = false;
     std::vector<std::string> sha_;          // the scripts' SHA1s on the server
     int depth_ = 0;
