@@ -10,6 +10,7 @@
 
 #include "platform/host/hnx_host.h"
 #include "platform/host/tbl_redis.h"
+#include "platform/host/tbl_scan.h"
 #include "platform/host/tbl_state.h"
 #include "support/l3mac_world.h"
 #include "support/managed_proc.h"
@@ -414,6 +415,34 @@ TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChange) {
     EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
     EXPECT_EQ(g_seen.size(), 2u);
     kw_global_finish(global);
+}
+
+// The server gone while the reader waits: the wait wakes it, and it ends for
+// its supervisor with the one line that says so.
+TEST_P(TblSharedRedis, AServerGoneWakesTheWaitingReaderWhichEndsWithOneLine) {
+    testing::internal::CaptureStderr();
+    const pid_t child = in_child([this] {
+        tbl_store_of(16);  // forgets the parent's connections, and its loop
+        kw_global *global = kw_global_init("hnx-tbl-test", 0);
+        uv_loop_t *loop = hnx_host_loop(global);
+        ss_rt_tbl_init(global, "hnx-tbl-test", 4);
+        subscribe();
+        tbl_feed &f = tbl_proc().feeds[16];
+        if (!f.store_wait) _exit(1);
+        uv_timer_stop(f.backstop);  // only the wait may find the server gone
+        redis_.command({"SHUTDOWN", "NOSAVE"});
+        for (int turns = 0; turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
+        _exit(2);  // still running: the wait never woke
+    });
+    int status = 0;
+    if (!managed_wait([&] { return waitpid(child, &status, WNOHANG) == child; }))
+        kill(child, SIGKILL), waitpid(child, &status, 0);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == kTblExitStore) << status;
+    const std::string tail = "): exiting with status 75 for a restart on the store that stands now\n";
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+    EXPECT_EQ(said.find("ss_rt_tbl: store 16 (" + redis_.url() + ") lost its server ("), 0u) << said;
+    EXPECT_TRUE(said.size() > tail.size() && said.ends_with(tail)) << said;
 }
 
 INSTANTIATE_TEST_SUITE_P(Redis, TblSharedRedis, testing::Values(store_backend::redis),

@@ -217,28 +217,41 @@ void on_backstop(uv_timer_t *t) {
     wake(db_of(t));
 }
 
-void poll_instead(int db, tbl_feed &f, const std::string &why) {
-    std::fprintf(stderr, "ss_rt_tbl: store %d: cannot wait for changes (%s), checking every %llu ms\n",
-                 db, why.c_str(), static_cast<unsigned long long>(kUnwatchedMs));
+// The wait failed: a server that went away ends the process here, with the
+// one line that says so, as the backstop would a moment later; otherwise
+// the reader says so and polls.
+void wait_failed(int db, tbl_feed &f, const tbl_store *st) {
+    tbl_feed_check_files();
+    std::fprintf(stderr,
+                 "ss_rt_tbl: store %d: cannot wait for changes (%s), checking every %llu ms\n", db,
+                 st->last_error().c_str(), static_cast<unsigned long long>(kUnwatchedMs));
     tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.store_wait));
     f.store_wait = nullptr;
     if (f.backstop) uv_timer_start(f.backstop, on_backstop, kUnwatchedMs, kUnwatchedMs);
 }
 
+// The feed and the store of `db`, while `h` is still their wait.
+bool still_waits(uv_poll_t *h, int db, tbl_feed **f, tbl_store **st) {
+    tbl_process &p = tbl_proc();
+    auto fi = p.feeds.find(db);
+    auto si = p.stores.find(db);
+    if (fi == p.feeds.end() || si == p.stores.end() || fi->second.store_wait != h) return false;
+    *f = &fi->second;
+    *st = si->second.get();
+    return true;
+}
+
 // The store woke this reader: its changes are delivered, then it waits from
-// its new place. A wait that failed because the server went away ends the
-// process here, as the backstop would a moment later.
+// its new place.
 void on_store_wait(uv_poll_t *h, int, int) {
     const int db = db_of(h);
+    tbl_feed *f = nullptr;
+    tbl_store *st = nullptr;
+    if (!still_waits(h, db, &f, &st)) return;
+    if (st->wait_woken() != 0) return wait_failed(db, *f, st);
     wake(db);
-    // Found again after the handlers ran.
-    auto &p = tbl_proc();
-    auto st = p.stores.find(db);
-    auto f = p.feeds.find(db);
-    if (st == p.stores.end() || f == p.feeds.end() || f->second.store_wait != h) return;
-    if (st->second->wait_again(f->second.cursor) == 0) return;
-    tbl_feed_check_files();
-    poll_instead(db, f->second, st->second->last_error());
+    // Found again: the handlers that ran may have closed them.
+    if (still_waits(h, db, &f, &st) && st->wait_again(f->cursor) != 0) wait_failed(db, *f, st);
 }
 
 uv_timer_t *new_timer(uv_loop_t *loop, void *tag) {

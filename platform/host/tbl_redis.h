@@ -88,6 +88,7 @@ public:
     std::string gone() const override;
     std::string wake_file() const override { return ""; }
     int wait_fd() override;
+    int wait_woken() override;
     int wait_again(int64_t after) override;
     std::string remedy() const override;
     void abandon() override;

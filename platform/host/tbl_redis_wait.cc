@@ -51,10 +51,10 @@ int tbl_redis::wait_fd() {
     return wait_ctx_->fd;
 }
 
-// Reads what has come: 0 when the outstanding XREAD has answered or is still
-// out, else -11 with the reason in last_error(). Not said here: a server
-// that went away is said by the store's own connection, and the reader says
-// that it polls instead.
+// Reads what has come: 0 when the outstanding XREAD has answered, or is
+// still out (a reply read in part), else -11 with the reason in
+// last_error(). Not said here: a server that went away is said by the
+// store's own connection, and the reader says that it polls instead.
 int tbl_redis::wait_read() {
     auto failed = [this](const std::string &reason) {
         last_error_ = "wait for changes: " + reason;
@@ -72,6 +72,11 @@ int tbl_redis::wait_read() {
     return wait_ctx_->reader->err ? failed(wait_ctx_->reader->errstr) : 0;
 }
 
+int tbl_redis::wait_woken() {
+    if (wait_failed_ || !wait_ctx_) return kFail;
+    return waiting_ ? wait_read() : 0;
+}
+
 // Waits from the reader's place or the top this connection saw last,
 // whichever is later: the changes up to that top are this process's own or
 // were read when it was seen. An XREAD that is still out is left to answer;
@@ -79,10 +84,10 @@ int tbl_redis::wait_read() {
 // nothing new.
 int tbl_redis::wait_again(int64_t after) {
     if (wait_failed_ || !wait_ctx_) return kFail;
-    if (waiting_ && wait_read() != 0) return kFail;
     if (waiting_) return 0;
     const std::string log = key("log"), from = after_id(std::max(after, seen_top_));
-    const char *argv[] = {"XREAD", "COUNT", "1", "BLOCK", "0", "STREAMS", log.c_str(), from.c_str()};
+    const char *argv[] = {"XREAD", "COUNT", "1",         "BLOCK",
+                          "0",     "STREAMS", log.c_str(), from.c_str()};
     redisAppendCommandArgv(wait_ctx_, 8, argv, nullptr);
     int done = 0;
     for (int tries = 0; !done && tries < 100; tries++)
