@@ -15,6 +15,17 @@ CAP=${CAP:-bench/capability-4096.json}
 OUT=$(mktemp -d)
 trap 'rm -rf "$OUT"' EXIT
 
+# redis_figures SOCKET: what redis-server spent over the run, as figures:
+# its main thread's CPU (user + sys), and the calls and time inside each
+# command that the store uses most.
+redis_figures() {
+    redis-cli -s "$1" INFO cpu | tr -d '\r' |
+        awk -F: '/^used_cpu_(user|sys):/ { s += $2 } END { printf "redis_cpu_s: %.3f\n", s }'
+    redis-cli -s "$1" INFO commandstats | tr -d '\r' |
+        sed -n 's/^cmdstat_\(evalsha\|xrange\|xread\|get\):calls=\([0-9]*\),usec=\([0-9]*\),.*/redis_\1_calls: \2\nredis_\1_s: \3/p' |
+        awk '/_s: / { $2 = $2 / 1e6 } { print }'
+}
+
 # run NAME ARGS...: REPS runs of hnx-load, each under a fresh root.
 run() {
     name=$1
@@ -31,6 +42,7 @@ run() {
         fi
         "$BIN/hnx-load" --root "$root" --store "$store" "$@" --daemon --cap "$CAP" >"$OUT/$name.$i" 2>&1 || true
         if [ "$store" != sqlite ]; then
+            redis_figures "$root/redis.sock" >>"$OUT/$name.$i"
             pid=$(cat "$root/redis.pid")
             kill "$pid"
             while kill -0 "$pid" 2>/dev/null; do sleep 0.05; done  # its files closed
@@ -59,11 +71,11 @@ row() {
             writer_cpu_s daemon_cpu_s tcam_entries mac_vlan_pairs ;;
     scale2) run scale2 scale2 --requests 50000
         show scale2 end_to_end_per_s write_rate_per_s complete_after_last_commit_ms per_cpu_s_requests \
-            writer_cpu_s daemon_cpu_s tcam_entries unresolved ;;
+            writer_cpu_s daemon_cpu_s tcam_entries unresolved $REDIS_FIGURES ;;
     l3intf) run l3intf l3intf --idle 2
         show l3intf write_rate_per_s per_cpu_s_requests complete_after_last_commit_ms latency_p50_ms \
             latency_p99_ms l3mac_hw_res_sets l3mac_hw_res_dels l3mac_bak_sets l3mac_bak_dels \
-            tcam_entries idle_cpu_ms_per_s ;;
+            tcam_entries idle_cpu_ms_per_s $REDIS_FIGURES ;;
     latency) run latency churn --rate 20 --secs 5 --macs 100
         show latency latency_p50_ms latency_p99_ms latency_max_ms ;;
     restart) run restart restart --with mixed
@@ -81,6 +93,12 @@ row() {
     *) echo "unknown row $1" >&2; exit 1 ;;
     esac
 }
+
+REDIS_FIGURES=
+if [ "${STORE:-sqlite}" = redis ]; then
+    REDIS_FIGURES="redis_cpu_s redis_evalsha_calls redis_evalsha_s redis_xrange_calls redis_xrange_s \
+        redis_xread_calls redis_get_calls"
+fi
 
 echo "start $(date -u +%H:%M) UTC, load average: $(cut -d' ' -f1-3 /proc/loadavg)"
 if [ $# -eq 0 ]; then

@@ -10,6 +10,7 @@
 
 #include "platform/host/hnx_host.h"
 #include "platform/host/tbl_redis.h"
+#include "platform/host/tbl_scan.h"
 #include "platform/host/tbl_state.h"
 #include "support/l3mac_world.h"
 #include "support/managed_proc.h"
@@ -341,25 +342,103 @@ TEST_P(TblSharedRedis, AReaderElsewhereIsKeptWhileItsLeaseStandsAndDroppedAfter)
     EXPECT_EQ(redis_.command({"EXISTS", "hnx:16:lease:" + st->reader_id()}), "1");
 }
 
-// A change is this reader's own only when this very process wrote it: a
-// process of another host may have the same pid.
-TEST_P(TblSharedRedis, AChangeOfAnotherHostsProcessOfTheSamePidIsHandedOn) {
+// A change is this reader's own only when this very connection wrote it:
+// the writer's number in the entry's ID is its own, not a pid that a process
+// of another host may have too.
+TEST_P(TblSharedRedis, OnlyAChangeOfThisConnectionsOwnNumberIsSkipped) {
     subscribe();
     in_child_ok([&] { set(5, 50); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
     g_seen.clear();
-    // The same change again, as a line card's process of this pid logs it.
-    const std::string twin = std::to_string(getpid()) + "@line-card-2/boot/4026531836";
-    ASSERT_EQ(redis_.command({"EVAL", R"(
+    auto *st = dynamic_cast<tbl_redis *>(tbl_store_of(16));
+    ASSERT_NE(st, nullptr);
+    // The same change again, logged under another writer's number, then
+    // under this connection's.
+    const char *again = R"(
 local e = redis.call('XREVRANGE', KEYS[1], '+', '-', 'COUNT', 1)[1][2]
-for i = 1, #e, 2 do if e[i] == 'writer' then e[i + 1] = ARGV[1] end end
-redis.call('XADD', KEYS[1], string.format('%d-1', redis.call('INCR', KEYS[2])), unpack(e))
-return 'OK')", "2", "hnx:16:log", "hnx:16:top", twin}), "OK");
+redis.call('XADD', KEYS[1], redis.call('INCR', KEYS[2]) .. '-' .. ARGV[1], unpack(e))
+return 'OK')";
+    const std::string other = std::to_string(std::stoull(st->writer()) ^ 1);
+    for (const std::string &w : {other, st->writer()})
+        ASSERT_EQ(redis_.command({"EVAL", again, "2", "hnx:16:log", "hnx:16:top", w}), "OK");
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
     EXPECT_EQ(g_seen, (strs{"set 5:50"}));
     // This process's own writes are still not handed back to it.
     EXPECT_EQ(set(6, 60), 0);
     EXPECT_EQ(hnx_host_tbl_poll(), 0);
+}
+
+// A reader on its loop waits on the server, blocked in XREAD, instead of
+// asking every few milliseconds: a change of another process wakes it at
+// once, its own writes wake it once and it waits again, and while nothing
+// is written it sends nothing but the one-second backstop's check.
+// The value after `name` ("blocked_clients:", "cmdstat_xread:calls=") in
+// a section of INFO.
+std::string info_field(const redis_server &r, const std::string &section, const std::string &name) {
+    const std::string info = r.command({"INFO", section});
+    const size_t at = info.find(name);
+    if (at == std::string::npos) return "";
+    const size_t from = at + name.size();
+    return info.substr(from, info.find_first_of("\r\n,", from) - from);
+}
+
+TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChange) {
+    kw_global *global = kw_global_init("hnx-tbl-test", 0);
+    ASSERT_NE(global, nullptr);
+    uv_loop_t *loop = hnx_host_loop(global);
+    ASSERT_EQ(ss_rt_tbl_init(global, "hnx-tbl-test", 4), 0);
+    subscribe();
+    const tbl_feed &f = tbl_proc().feeds[16];
+    ASSERT_NE(f.store_wait, nullptr);
+    EXPECT_EQ(uv_timer_get_repeat(f.backstop), 1000u);
+    EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
+    // The server counts an XREAD as it takes it, blocked or not.
+    auto xreads = [this] { return info_field(redis_, "commandstats", "cmdstat_xread:calls="); };
+    EXPECT_EQ(xreads(), "1");
+
+    in_child_ok([&] { set(7, 70), set(8, 80); });
+    for (int turns = 0; g_seen.size() < 2 && turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
+    EXPECT_EQ(g_seen, (strs{"set 7:70", "set 8:80"}));
+    EXPECT_EQ(xreads(), "2");  // woken once, waiting again
+    EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
+
+    // Its own write wakes it once; it waits after it, not from before it.
+    ASSERT_EQ(set(9, 90), 0);
+    uv_run(loop, UV_RUN_NOWAIT);  // commits the turn
+    for (int turns = 0; xreads() == "2" && turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
+    for (int turns = 0; turns < 20; turns++) uv_run(loop, UV_RUN_NOWAIT);
+    EXPECT_EQ(xreads(), "3");
+    EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
+    EXPECT_EQ(g_seen.size(), 2u);
+    kw_global_finish(global);
+}
+
+// The server gone while the reader waits: the wait wakes it, and it ends for
+// its supervisor with the one line that says so.
+TEST_P(TblSharedRedis, AServerGoneWakesTheWaitingReaderWhichEndsWithOneLine) {
+    testing::internal::CaptureStderr();
+    const pid_t child = in_child([this] {
+        tbl_store_of(16);  // forgets the parent's connections, and its loop
+        kw_global *global = kw_global_init("hnx-tbl-test", 0);
+        uv_loop_t *loop = hnx_host_loop(global);
+        ss_rt_tbl_init(global, "hnx-tbl-test", 4);
+        subscribe();
+        tbl_feed &f = tbl_proc().feeds[16];
+        if (!f.store_wait) _exit(1);
+        uv_timer_stop(f.backstop);  // only the wait may find the server gone
+        redis_.command({"SHUTDOWN", "NOSAVE"});
+        for (int turns = 0; turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
+        _exit(2);  // still running: the wait never woke
+    });
+    int status = 0;
+    if (!managed_wait([&] { return waitpid(child, &status, WNOHANG) == child; }))
+        kill(child, SIGKILL), waitpid(child, &status, 0);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == kTblExitStore) << status;
+    const std::string tail = "): exiting with status 75 for a restart on the store that stands now\n";
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+    EXPECT_EQ(said.find("ss_rt_tbl: store 16 (" + redis_.url() + ") lost its server ("), 0u) << said;
+    EXPECT_TRUE(said.size() > tail.size() && said.ends_with(tail)) << said;
 }
 
 INSTANTIATE_TEST_SUITE_P(Redis, TblSharedRedis, testing::Values(store_backend::redis),

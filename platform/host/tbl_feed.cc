@@ -8,7 +8,9 @@
 // one check. A writer appends its frames before it publishes the commit, so
 // a wake that finds nothing new looks again after 1, 2, 4, 8 and 16 ms. A
 // one-second timer backs the watch up. A store without a file to watch
-// (Redis), or whose file cannot be watched, is checked every 5 ms instead.
+// may give a descriptor to wait on instead (Redis: a connection blocked
+// until the log grows), backed up the same way; one with neither, or whose
+// file or descriptor cannot be watched, is checked every 5 ms.
 //
 // A reader that finds changes missing (pruned while it stood still, or a
 // log that another writer damaged) cannot go on as if it had read them: it
@@ -215,6 +217,43 @@ void on_backstop(uv_timer_t *t) {
     wake(db_of(t));
 }
 
+// The wait failed: a server that went away ends the process here, with the
+// one line that says so, as the backstop would a moment later; otherwise
+// the reader says so and polls.
+void wait_failed(int db, tbl_feed &f, const tbl_store *st) {
+    tbl_feed_check_files();
+    std::fprintf(stderr,
+                 "ss_rt_tbl: store %d: cannot wait for changes (%s), checking every %llu ms\n", db,
+                 st->last_error().c_str(), static_cast<unsigned long long>(kUnwatchedMs));
+    tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.store_wait));
+    f.store_wait = nullptr;
+    if (f.backstop) uv_timer_start(f.backstop, on_backstop, kUnwatchedMs, kUnwatchedMs);
+}
+
+// The feed and the store of `db`, while `h` is still their wait.
+bool still_waits(uv_poll_t *h, int db, tbl_feed **f, tbl_store **st) {
+    tbl_process &p = tbl_proc();
+    auto fi = p.feeds.find(db);
+    auto si = p.stores.find(db);
+    if (fi == p.feeds.end() || si == p.stores.end() || fi->second.store_wait != h) return false;
+    *f = &fi->second;
+    *st = si->second.get();
+    return true;
+}
+
+// The store woke this reader: its changes are delivered, then it waits from
+// its new place.
+void on_store_wait(uv_poll_t *h, int, int) {
+    const int db = db_of(h);
+    tbl_feed *f = nullptr;
+    tbl_store *st = nullptr;
+    if (!still_waits(h, db, &f, &st)) return;
+    if (st->wait_woken() != 0) return wait_failed(db, *f, st);
+    wake(db);
+    // Found again: the handlers that ran may have closed them.
+    if (still_waits(h, db, &f, &st) && st->wait_again(f->cursor) != 0) wait_failed(db, *f, st);
+}
+
 uv_timer_t *new_timer(uv_loop_t *loop, void *tag) {
     uv_timer_t *t = tbl_new_handle<uv_timer_t>();
     uv_timer_init(loop, t);
@@ -222,7 +261,27 @@ uv_timer_t *new_timer(uv_loop_t *loop, void *tag) {
     return t;
 }
 
-void watch(int db, tbl_feed &f, const tbl_store *st) {
+// Waits on the store's descriptor from the feed's place; false when the
+// store has none, or it cannot be watched.
+bool wait_on(int db, tbl_feed &f, tbl_store *st) {
+    const int fd = st->wait_fd();
+    if (fd < 0) return false;
+    f.store_wait = tbl_new_handle<uv_poll_t>();
+    f.store_wait->data = reinterpret_cast<void *>(intptr_t(db));
+    if (uv_poll_init(tbl_proc().loop, f.store_wait, fd) != 0) {
+        delete f.store_wait;
+        f.store_wait = nullptr;
+        return false;
+    }
+    if (uv_poll_start(f.store_wait, UV_READABLE, on_store_wait) == 0 &&
+        st->wait_again(f.cursor) == 0)
+        return true;
+    tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.store_wait));
+    f.store_wait = nullptr;
+    return false;
+}
+
+void watch(int db, tbl_feed &f, tbl_store *st) {
     uv_loop_t *loop = tbl_proc().loop;
     if (!loop) return;
     void *tag = reinterpret_cast<void *>(intptr_t(db));
@@ -231,7 +290,10 @@ void watch(int db, tbl_feed &f, const tbl_store *st) {
     f.wal_watch->data = tag;
     uint64_t every = kBackstopMs;
     const std::string file = st->wake_file();
-    if (file.empty() || uv_fs_event_start(f.wal_watch, on_wal, file.c_str(), 0) != 0) {
+    if (file.empty() && wait_on(db, f, st)) {
+        tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.wal_watch));
+        f.wal_watch = nullptr;
+    } else if (file.empty() || uv_fs_event_start(f.wal_watch, on_wal, file.c_str(), 0) != 0) {
         if (!file.empty())
             std::fprintf(stderr, "ss_rt_tbl: store %d: cannot watch %s, checking every %llu ms\n",
                          db, file.c_str(), static_cast<unsigned long long>(kUnwatchedMs));

@@ -1,6 +1,8 @@
 // The table store on a Redis server: see tbl_redis.h.
 #include "platform/host/tbl_redis.h"
 
+#include "platform/host/tbl_redis_lua.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cerrno>
@@ -19,99 +21,6 @@ namespace {
 constexpr int kFail = -11;
 constexpr int kPruneEvery = 128;
 constexpr int64_t kPageBytes = 4096;
-
-enum script_id { kWrite, kPage, kJoin, kRecord, kLeave, kPrune, kScriptCount };
-
-// ARGV: prefix, writer, then op ("s" or "d"), table, key, row per write.
-// Returns the top before and after, and for each write whether it changed
-// the table. Sequence numbers are formatted with %d: Lua's numbers are
-// doubles, exact up to the highest number a change may carry.
-const char *const kScripts[kScriptCount] = {
-    R"(local p = ARGV[1]
-local top = tonumber(redis.call('GET', p .. 'top') or '0')
-local before = top
-local changed = {}
-local touched = {}
-local log, writer = p .. 'log', ARGV[2]
-local rows_of = {}
-for i = 3, #ARGV, 4 do
-  local op, tbl, key, row = ARGV[i], ARGV[i + 1], ARGV[i + 2], ARGV[i + 3]
-  local rows = rows_of[tbl]
-  if not rows then
-    rows = p .. 'rows:' .. tbl
-    rows_of[tbl] = rows
-  end
-  local c = 0
-  if op == 's' then
-    if redis.call('HGET', rows, key) ~= row then
-      redis.call('HSET', rows, key, row)
-      c = 1
-      top = top + 1
-      redis.call('XADD', log, string.format('%d-1', top), 'table', tbl, 'op', 'set', 'row', row,
-                 'writer', writer)
-    end
-  elseif redis.call('HDEL', rows, key) == 1 then
-    c = 1
-    top = top + 1
-    redis.call('XADD', log, string.format('%d-1', top), 'table', tbl, 'op', 'del', 'row', row,
-               'writer', writer)
-  end
-  touched[tbl] = touched[tbl] or c == 1
-  changed[#changed + 1] = c
-end
-local now = string.format('%d', top)
-for tbl, yes in pairs(touched) do
-  if yes then redis.call('SET', p .. 'ver:' .. tbl, now) end
-end
-if top ~= before then redis.call('SET', p .. 'top', string.format('%d', top)) end
-return {string.format('%d', before), string.format('%d', top), changed})",
-    // ARGV: the table's version and rows, the version the caller's key
-    // list has ("*": any), then the keys of the page. The page's rows
-    // when the table is still at that version; else the version now and
-    // every key, for the caller to sort and ask again. Keys named as KEYS would count as
-    // written for the server's ACL, and the hardware side may only read.
-    R"(local ver = redis.call('GET', ARGV[1]) or '0'
-if ARGV[3] ~= '*' and ver ~= ARGV[3] then return {ver, redis.call('HKEYS', ARGV[2])} end
-if #ARGV < 4 then return {} end
-return redis.call('HMGET', ARGV[2], unpack(ARGV, 4)))",
-    // ARGV: prefix, reader id, lease ms. The reader's place is the top,
-    // read in the same step.
-    R"(local top = redis.call('GET', ARGV[1] .. 'top') or '0'
-redis.call('HSET', ARGV[1] .. 'readers', ARGV[2], top)
-redis.call('SET', ARGV[1] .. 'lease:' .. ARGV[2], top, 'PX', ARGV[3])
-return top)",
-    // ARGV: prefix, reader id, lease ms, place.
-    R"(redis.call('HSET', ARGV[1] .. 'readers', ARGV[2], ARGV[4])
-redis.call('SET', ARGV[1] .. 'lease:' .. ARGV[2], ARGV[4], 'PX', ARGV[3])
-return 1)",
-    // ARGV: prefix, reader id.
-    R"(redis.call('HDEL', ARGV[1] .. 'readers', ARGV[2])
-redis.call('DEL', ARGV[1] .. 'lease:' .. ARGV[2])
-return 1)",
-    // ARGV: prefix, log cap, then the ids of readers known to be gone. A
-    // reader whose lease ran out is gone too, wherever it ran.
-    R"(local p = ARGV[1]
-for i = 3, #ARGV do
-  redis.call('HDEL', p .. 'readers', ARGV[i])
-  redis.call('DEL', p .. 'lease:' .. ARGV[i])
-end
-local newest = tonumber(redis.call('GET', p .. 'top') or '0')
-local keep = newest - 1
-local slowest = nil
-local all = redis.call('HGETALL', p .. 'readers')
-for i = 1, #all, 2 do
-  if redis.call('EXISTS', p .. 'lease:' .. all[i]) == 0 then
-    redis.call('HDEL', p .. 'readers', all[i])
-  else
-    local n = tonumber(all[i + 1])
-    if n and (slowest == nil or n < slowest) then slowest = n end
-  end
-end
-if slowest then keep = math.max(slowest, newest - tonumber(ARGV[2])) end
-local floor = math.min(keep, newest - 1)
-if floor > 0 then redis.call('XTRIM', p .. 'log', 'MINID', string.format('%d', floor + 1)) end
-return floor)",
-};
 
 std::string text(const redisReply *r) {
     return r && (r->type == REDIS_REPLY_STRING || r->type == REDIS_REPLY_STATUS ||
@@ -139,6 +48,15 @@ std::string fresh_id() {
     char buf[40];
     std::snprintf(buf, sizeof buf, "%08x%08x%08x", rd(), rd(), rd());
     return buf;
+}
+
+// A connection's number in the log's entry IDs: the low half of an ID, which
+// the script gives in full. Drawn from 2 to 2^63 - 1, so that two writers
+// of a store never share one in practice, and never 1, the first layout's.
+std::string fresh_writer() {
+    std::random_device rd;
+    uint64_t n = (uint64_t(rd()) << 32 | rd()) & ((uint64_t(1) << 63) - 1);
+    return std::to_string(n < 2 ? n + 2 : n);
 }
 
 int64_t now_ms() {
@@ -213,40 +131,66 @@ std::unique_ptr<tbl_store> tbl_redis::open(int db, const tbl_where &where, tbl_o
     st->read_only_ = mode == tbl_open::read_only;
     st->place_ = this_place();
     st->reader_id_ = std::to_string(st->owner_) + "@" + st->place_;
+    st->writer_ = fresh_writer();
+    st->where_ = where;
     if (st->connect(where, mode) != 0) return nullptr;
     return st;
 }
 
 tbl_redis::~tbl_redis() {
     if (ctx_) redisFree(ctx_);
+    if (wait_ctx_) redisFree(wait_ctx_);
 }
 
-void tbl_redis::abandon() { ctx_ = nullptr; }
+void tbl_redis::abandon() { ctx_ = wait_ctx_ = nullptr; }
 
-int tbl_redis::connect(const tbl_where &where, tbl_open mode) {
+// A connection to the server, authenticated and on its database; null
+// after one line.
+redisContext *tbl_redis::dial(const tbl_where &where, const char *what) const {
     const std::string head = "ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): ";
     std::string user, password;
     std::string err = tbl_where_password(&user, &password);
-    if (!err.empty()) return say_once(head + err + "\n"), kFail;
-    const timeval connect_tv{2, 0}, command_tv{5, 0};
-    ctx_ = where.socket.empty()
-               ? redisConnectWithTimeout(where.host.c_str(), where.port, connect_tv)
-               : redisConnectUnixWithTimeout(where.socket.c_str(), connect_tv);
-    if (!ctx_ || ctx_->err) {
-        say_once(head + "cannot connect: " + (ctx_ ? ctx_->errstr : "out of memory") +
+    if (!err.empty()) return say_once(head + err + "\n"), nullptr;
+    const timeval connect_tv{2, 0};
+    redisContext *c = where.socket.empty()
+                          ? redisConnectWithTimeout(where.host.c_str(), where.port, connect_tv)
+                          : redisConnectUnixWithTimeout(where.socket.c_str(), connect_tv);
+    if (!c || c->err) {
+        say_once(head + what + ": " + (c ? c->errstr : "out of memory") +
                  ". Start the Redis server there, or give HNX_STORE (--store) one that runs\n");
-        return kFail;
+        if (c) redisFree(c);
+        return nullptr;
     }
-    redisSetTimeout(ctx_, command_tv);
+    std::vector<std::vector<std::string>> setup;
     if (!password.empty()) {
-        std::vector<std::string> auth{"AUTH"};
-        if (!user.empty()) auth.push_back(user);
-        auth.push_back(password);
-        if (!run("authenticate", auth)) return kFail;
+        setup.push_back({"AUTH"});
+        if (!user.empty()) setup.back().push_back(user);
+        setup.back().push_back(password);
     }
-    if (where.db != 0 && !run("select the database", {"SELECT", std::to_string(where.db)}))
-        return kFail;
-    for (const char *s : kScripts) {
+    if (where.db != 0) setup.push_back({"SELECT", std::to_string(where.db)});
+    for (const auto &cmd : setup) {
+        std::vector<const char *> argv;
+        std::vector<size_t> lens;
+        for (const std::string &a : cmd) argv.push_back(a.data()), lens.push_back(a.size());
+        reply r(static_cast<redisReply *>(
+            redisCommandArgv(c, int(argv.size()), argv.data(), lens.data())));
+        if (!r || r->type == REDIS_REPLY_ERROR) {
+            const std::string why = r ? text(r.get()) : c->errstr[0] ? c->errstr : "no reply";
+            say_once(head + (cmd[0] == "AUTH" ? "authenticate: " : "select the database: ") +
+                     why + "\n");
+            redisFree(c);
+            return nullptr;
+        }
+    }
+    return c;
+}
+
+int tbl_redis::connect(const tbl_where &where, tbl_open mode) {
+    ctx_ = dial(where, "cannot connect");
+    if (!ctx_) return kFail;
+    const timeval command_tv{5, 0};
+    redisSetTimeout(ctx_, command_tv);
+    for (const char *s : kTblLua) {
         reply r = run("load a script", {"SCRIPT", "LOAD", s});
         if (!r) return kFail;
         sha_.push_back(text(r.get()));
@@ -255,18 +199,51 @@ int tbl_redis::connect(const tbl_where &where, tbl_open mode) {
     // must not even try to make the store that stands.
     reply id = run("read the store's identity", {"GET", key("id")});
     if (id && id->type != REDIS_REPLY_STRING && mode == tbl_open::create) {
-        if (!run("make the store", {"SET", key("id"), fresh_id(), "NX"})) return kFail;
+        const std::string made = std::string(kTblRedisLayout) + "/" + fresh_id();
+        if (!run("make the store", {"SET", key("id"), made, "NX"})) return kFail;
         id = run("read the store's identity", {"GET", key("id")});
     }
     if (!id) return kFail;
     if (id->type != REDIS_REPLY_STRING) {
-        say_once(head + "no store there (no key " + key("id") +
+        say_once("ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ +
+                 "): no store there (no key " + key("id") +
                  "): start the service on it first, or check the URL and its database\n");
         return kFail;
     }
     id_ = text(id.get());
+    if (check_layout(mode) != 0) return kFail;
     data_changed();
     return 0;
+}
+
+// A store of the first layout: its identity names no layout, and its log's
+// entries have four fields (table, op, row, writer) under IDs "SEQ-1".
+int tbl_redis::check_layout(tbl_open mode) {
+    const std::string mine = std::string(kTblRedisLayout) + "/";
+    if (id_.compare(0, mine.size(), mine) == 0) return 0;
+    const std::string head = "ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): ";
+    if (id_.find('/') != std::string::npos) {
+        say_once(head + "its keys are of layout " + id_.substr(0, id_.find('/')) +
+                 ", which this version does not know: run the version that made it, or " +
+                 remedy() + " and start the service again\n");
+        return kFail;
+    }
+    if (mode != tbl_open::create) {
+        say_once(head + "its keys are of the first layout (change log entries of four "
+                 "fields): start the service (hnx-l3table-l3mac) on it once, which brings it "
+                 "to this one\n");
+        return kFail;
+    }
+    reply r = script("bring the store to this layout", kTblLuaMigrate, {},
+                     {prefix_, id_, kTblRedisLayout});
+    if (!r) return kFail;
+    reply id = run("read the store's identity", {"GET", key("id")});
+    if (!id || id->type != REDIS_REPLY_STRING) return kFail;
+    id_ = text(id.get());
+    if (number(r.get()) == 1)
+        std::fprintf(stderr, "%sbrought its keys from the first layout to layout %s: its change "
+                     "log was dropped, its rows kept\n", head.c_str(), kTblRedisLayout);
+    return id_.compare(0, mine.size(), mine) == 0 ? 0 : check_layout(mode);
 }
 
 int tbl_redis::fail(const char *what, const std::string &why) const {
@@ -316,14 +293,14 @@ tbl_redis::reply tbl_redis::run(const char *what, const std::vector<std::string>
 tbl_redis::reply tbl_redis::script(const char *what, int which,
                                    const std::vector<std::string> &keys,
                                    const std::vector<std::string> &args) const {
-    std::vector<std::string> cmd{"EVALSHA", sha_[which], std::to_string(keys.size())};
+    std::vector<std::string> cmd{"EVALSHA", sha_.at(size_t(which)), std::to_string(keys.size())};
     cmd.insert(cmd.end(), keys.begin(), keys.end());
     cmd.insert(cmd.end(), args.begin(), args.end());
     if (lost_ || !ctx_) return run(what, cmd);
     reply r = send(cmd);
     if (r && r->type == REDIS_REPLY_ERROR && text(r.get()).rfind("NOSCRIPT", 0) == 0) {
         cmd[0] = "EVAL";
-        cmd[1] = kScripts[which];
+        cmd[1] = kTblLua[which];
         return run(what, cmd);
     }
     return checked(what, std::move(r));
@@ -363,14 +340,15 @@ int tbl_redis::limit_pages(int64_t pages) {
 
 int tbl_redis::write_ops(std::vector<op> ops, std::vector<bool> *changed) {
     if (read_only_) return fail("write", "the store is open for reading only");
-    std::vector<std::string> args{prefix_, reader_id_};
+    std::vector<std::string> args{prefix_, writer_};
+    args.reserve(2 + 4 * ops.size());
     for (op &o : ops) {
         args.push_back(o.is_del ? "d" : "s");
         args.push_back(std::move(o.table));
         args.push_back(str(o.key));
         args.push_back(str(o.row));
     }
-    reply r = script("write rows", kWrite, {}, args);
+    reply r = script("write rows", kTblLuaWrite, {}, args);
     if (!r) return kFail;
     if (r->type != REDIS_REPLY_ARRAY || r->elements != 3)
         return fail("write rows", "unexpected reply");
@@ -460,7 +438,7 @@ int tbl_redis::page_raw(std::string_view table, const tbl_bytes *after, int limi
         const size_t to = std::min(kl.keys.size(), at + want);
         std::vector<std::string> args{key("ver:" + t), key("rows:" + t), fresh ? "*" : kl.ver};
         for (size_t k = at; k < to; k++) args.push_back(str(kl.keys[k]));
-        reply r = script("read rows", kPage, {}, args);
+        reply r = script("read rows", kTblLuaPage, {}, args);
         if (!r) return kFail;
         if (r->elements == 2 && r->element[1]->type == REDIS_REPLY_ARRAY) {
             kl.ver = text(r->element[0]);
@@ -558,25 +536,24 @@ int tbl_redis::changes(int64_t after, int limit, std::vector<tbl_change> *out) {
     for (size_t i = 0; i < r->elements; i++) {
         const redisReply *e = r->element[i];
         if (e->type != REDIS_REPLY_ARRAY || e->elements != 2) continue;
-        tbl_change c{std::strtoll(text(e->element[0]).c_str(), nullptr, 10), "", false, {}, 0};
         const redisReply *f = e->element[1];
-        for (size_t j = 0; j + 1 < f->elements; j += 2) {
-            const std::string name = text(f->element[j]);
-            if (name == "table") c.table = text(f->element[j + 1]);
-            else if (name == "op") c.is_del = text(f->element[j + 1]) == "del";
-            else if (name == "row") c.row = bytes(f->element[j + 1]);
-            // A writer is named as a reader is, host and all: a pid alone would
-            // make this reader skip the changes of a process on another host
-            // that happens to share its pid.
-            else if (name == "writer") c.writer = text(f->element[j + 1]) == reader_id_ ? owner_ : 0;
-        }
+        if (f->type != REDIS_REPLY_ARRAY || f->elements != 2) continue;
+        const std::string id = text(e->element[0]), field = text(f->element[0]);
+        const size_t dash = id.find('-');
+        const bool set = field.rfind("set:", 0) == 0;
+        if (dash == std::string::npos || (!set && field.rfind("del:", 0) != 0)) continue;
+        tbl_change c{std::strtoll(id.c_str(), nullptr, 10), field.substr(4), !set,
+                     bytes(f->element[1]), 0};
+        // The writer is known by the number its connection drew: a pid
+        // would name another host's process of the same pid as this one.
+        if (id.compare(dash + 1, std::string::npos, writer_) == 0) c.writer = owner_;
         if (c.seq >= 1 && c.seq <= kTblSeqMax) out->push_back(std::move(c));
     }
     return 0;
 }
 
 int tbl_redis::join(int64_t *seq) {
-    reply r = script("join readers", kJoin, {}, {prefix_, reader_id_, std::to_string(lease_ms_)});
+    reply r = script("join readers", kTblLuaJoin, {}, {prefix_, reader_id_, std::to_string(lease_ms_)});
     *seq = r ? number(r.get()) : 0;
     if (r) joined_ = true, leased_at_ = now_ms(), recorded_ = *seq;
     return r ? 0 : kFail;
@@ -585,7 +562,7 @@ int tbl_redis::join(int64_t *seq) {
 int tbl_redis::join_at(int64_t seq) { return record(seq); }
 
 int tbl_redis::record(int64_t seq) {
-    if (!script("record reader", kRecord, {},
+    if (!script("record reader", kTblLuaRecord, {},
                 {prefix_, reader_id_, std::to_string(lease_ms_), std::to_string(seq)}))
         return kFail;
     joined_ = true;
@@ -596,7 +573,7 @@ int tbl_redis::record(int64_t seq) {
 
 int tbl_redis::leave() {
     joined_ = false;
-    return script("leave readers", kLeave, {}, {prefix_, reader_id_}) ? 0 : kFail;
+    return script("leave readers", kTblLuaLeave, {}, {prefix_, reader_id_}) ? 0 : kFail;
 }
 
 // A reader that polls without reading anything new still holds its lease:
@@ -606,7 +583,7 @@ int tbl_redis::leave() {
 void tbl_redis::keep_lease() {
     if (!joined_ || lost_ || now_ms() - leased_at_ < lease_ms_ / 4) return;
     quiet_ = true;
-    if (script("renew reader lease", kRecord, {},
+    if (script("renew reader lease", kTblLuaRecord, {},
                {prefix_, reader_id_, std::to_string(lease_ms_), std::to_string(recorded_)}))
         leased_at_ = now_ms();
     quiet_ = false;
@@ -632,7 +609,7 @@ int tbl_redis::prune() {
         const pid_t pid = pid_t(std::strtol(id.c_str(), nullptr, 10));
         if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) args.push_back(id);
     }
-    return script("prune changes", kPrune, {}, args) ? 0 : kFail;
+    return script("prune changes", kTblLuaPrune, {}, args) ? 0 : kFail;
 }
 
 int tbl_redis::log_size(int64_t *n) {

@@ -2,23 +2,31 @@
 // hosts or in other containers share. Key layout of store number N (16 for
 // the service's tables), readable with redis-cli:
 //
-//   hnx:N:id             string: the store's identity, set when it is made
+//   hnx:N:id             string "LAYOUT/IDENTITY": the layout of these keys
+//                        (2) and the store's identity, set when it is made
 //   hnx:N:top            string: the last sequence number given to a change
 //   hnx:N:rows:TABLE     hash: packed key -> packed row (protobuf)
 //   hnx:N:ver:TABLE      string: the number of the last change of TABLE
 //                        (set by each write step that changes it, never
 //                        read there: a writer may only write it), so that a
 //                        reader keeps the table's sorted keys while it stands
-//   hnx:N:log            stream: one entry per change, ID "SEQ-1", fields
-//                        table, op ("set" or "del"), row (a delete's row
-//                        holds only the key), writer (pid)
+//   hnx:N:log            stream: one entry per change, ID "SEQ-WRITER", one
+//                        field "set:TABLE" or "del:TABLE" holding the row (a
+//                        delete's row holds only the key); WRITER is the
+//                        writing connection's number, drawn at random when
+//                        it connects, by which a process skips its own
 //   hnx:N:readers        hash: reader id of a subscribing process -> the
 //                        last sequence number it delivered; the id is
 //                        PID@HOST/BOOT-ID/PID-NAMESPACE (the machine id
 //                        where the boot id is hidden), one per process
 //                        wherever it runs
 //   hnx:N:lease:ID       string with a TTL: reader ID is alive; set when it
-//                        records its place, renewed while it polls
+//                        records its place, renewed while it waits
+//
+// A store of the first layout (an identity without "2/", log entries of four
+// fields) is brought to this one by the first process that may create the
+// store (its log dropped, its rows and numbering kept); any other refuses it
+// with a line that says so.
 //
 // Every write runs as one Lua script that compares, writes, numbers and
 // logs, so a row and its change stand or fall together, and an equal
@@ -33,6 +41,10 @@
 // case to the log cap behind the newest, every 128 changes a writer logs.
 // A reader is live while its lease stands; one of the writer's own place
 // whose pid is gone is dropped at once.
+//
+// A reader on an event loop waits for changes on a second connection,
+// blocked in XREAD on the log (wait_fd), so that it costs nothing while no
+// one writes.
 //
 // A connection that fails is not opened again: the store says so once and
 // gone() names it, so that a subscribing process ends for its supervisor
@@ -75,10 +87,15 @@ public:
     int check_integrity(std::string *problem) override;
     std::string gone() const override;
     std::string wake_file() const override { return ""; }
+    int wait_fd() override;
+    int wait_woken() override;
+    int wait_again(int64_t after) override;
     std::string remedy() const override;
     void abandon() override;
     // This process's name in the store's readers.
     const std::string &reader_id() const { return reader_id_; }
+    // This connection's number in the log's entry IDs.
+    const std::string &writer() const { return writer_; }
 
     int put(std::string_view table, const tbl_bytes &key, const tbl_bytes &row,
             bool *changed) override;
@@ -117,6 +134,9 @@ private:
 
     tbl_redis(int db, std::string url) : tbl_store(db, std::move(url)) {}
     int connect(const tbl_where &where, tbl_open mode);
+    redisContext *dial(const tbl_where &where, const char *what) const;
+    int check_layout(tbl_open mode);
+    int wait_read();
     reply send(const std::vector<std::string> &args) const;
     reply checked(const char *what, reply r) const;
     reply run(const char *what, const std::vector<std::string> &args) const;
@@ -136,6 +156,11 @@ private:
     mutable std::string lost_why_;
     mutable bool quiet_ = false;            // failures are not said (gone() says them)
     std::string id_;                        // the store's identity at open
+    std::string writer_;                    // this connection's number in the log
+    tbl_where where_;                       // for the waiting connection
+    redisContext *wait_ctx_ = nullptr;      // blocked in XREAD while a reader waits
+    bool waiting_ = false;                  // an XREAD is out, its reply not read
+    bool wait_failed_ = false;
     bool read_only_ = false;
     std::vector<std::string> sha_;          // the scripts' SHA1s on the server
     int depth_ = 0;

@@ -35,6 +35,7 @@ void free_handle(uv_handle_t *h) {
     case UV_FS_EVENT: delete reinterpret_cast<uv_fs_event_t *>(h); break;
     case UV_PREPARE: delete reinterpret_cast<uv_prepare_t *>(h); break;
     case UV_CHECK: delete reinterpret_cast<uv_check_t *>(h); break;
+    case UV_POLL: delete reinterpret_cast<uv_poll_t *>(h); break;
     default: break;
     }
 }
@@ -119,6 +120,7 @@ void close_feeds(tbl_process &p) {
         tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.wal_watch));
         tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.settle));
         tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.backstop));
+        tbl_close_handle(reinterpret_cast<uv_handle_t *>(f.store_wait));
         auto st = p.stores.find(db);
         if (st != p.stores.end()) st->second->leave();
     }

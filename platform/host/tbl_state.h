@@ -82,6 +82,7 @@ struct tbl_feed {
     uv_timer_t *settle = nullptr;    // looks again shortly after a wake
     int settle_step = 0;
     uv_timer_t *backstop = nullptr;
+    uv_poll_t *store_wait = nullptr; // the store's descriptor that wakes (Redis)
 };
 
 struct tbl_process {

@@ -107,6 +107,16 @@ public:
     // A file that every commit of another process touches, for a watch that
     // wakes its readers at once; "" when they poll.
     virtual std::string wake_file() const = 0;
+    // Where there is no such file: a descriptor that turns readable when
+    // another connection may have logged a change, for the reader's loop to
+    // wait on; -1 when the backend has none (the reader polls). When it
+    // wakes, wait_woken() reads what woke it; once at the start and after
+    // each wake's delivery, wait_again(after) waits for changes after
+    // `after` (the reader's place). Each is -11 when the wait failed (the
+    // server may have gone), after which the reader polls.
+    virtual int wait_fd() { return -1; }
+    virtual int wait_woken() { return -11; }
+    virtual int wait_again(int64_t) { return -11; }
 
     // The text of the last failure of this connection.
     const std::string &last_error() const { return last_error_; }

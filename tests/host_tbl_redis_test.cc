@@ -1,0 +1,153 @@
+// The Redis store's own write step and layout: one step writes each key's
+// last state and logs every change in order, however many keys it holds; a
+// change is one stream entry that redis-cli shows as it is; a store of the
+// first layout is brought to this one by its maker and refused by others.
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/host/tbl_redis.h"
+#include "support/redis_server.h"
+
+namespace {
+
+tbl_bytes b(const std::string &s) { return tbl_bytes(s.begin(), s.end()); }
+
+class RedisStore : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!redis_server_found()) GTEST_SKIP() << "redis-server is not installed";
+        ASSERT_TRUE(redis_.start()) << redis_.error();
+        setenv("HNX_STORE", redis_.url().c_str(), 1);
+    }
+    void TearDown() override { unsetenv("HNX_STORE"); }
+    std::unique_ptr<tbl_store> open(tbl_open mode = tbl_open::create) {
+        return tbl_store::open(16, "", mode);
+    }
+    // The changes after `after`, as "set t k=row" / "del t k".
+    static std::vector<std::string> changes(tbl_store *st, int64_t after) {
+        std::vector<tbl_change> got;
+        EXPECT_EQ(st->changes(after, 10000, &got), 0);
+        std::vector<std::string> out;
+        int64_t seq = after;
+        for (const tbl_change &c : got) {
+            EXPECT_EQ(c.seq, ++seq);
+            EXPECT_EQ(c.writer, st->owner());
+            out.push_back((c.is_del ? "del " : "set ") + c.table + " " +
+                          std::string(c.row.begin(), c.row.end()));
+        }
+        return out;
+    }
+    redis_server redis_;
+};
+
+TEST_F(RedisStore, OneStepWritesEachKeysLastStateAndLogsEveryChangeInOrder) {
+    auto st = open();
+    ASSERT_NE(st, nullptr);
+    bool changed = false;
+    ASSERT_EQ(st->put("t", b("k0"), b("k0=a"), &changed), 0);
+    ASSERT_EQ(st->put("u", b("k1"), b("k1=a"), &changed), 0);
+    int64_t top = 0;
+    ASSERT_EQ(st->top(&top), 0);
+    ASSERT_EQ(top, 2);
+
+    ASSERT_EQ(st->begin(), 0);
+    ASSERT_EQ(st->put("t", b("k1"), b("k1=b"), &changed), 0);
+    ASSERT_EQ(st->erase("t", b("k1"), b("k1"), &changed), 0);
+    ASSERT_EQ(st->put("t", b("k1"), b("k1=c"), &changed), 0);
+    ASSERT_EQ(st->put("t", b("k0"), b("k0=a"), &changed), 0);   // as it stands
+    ASSERT_EQ(st->erase("t", b("k9"), b("k9"), &changed), 0);   // not there
+    ASSERT_EQ(st->erase("u", b("k1"), b("k1"), &changed), 0);
+    ASSERT_EQ(st->put("u", b("k2"), b("k2=a"), &changed), 0);
+    ASSERT_EQ(st->commit(), 0);
+    EXPECT_EQ(changes(st.get(), 2), (std::vector<std::string>{"set t k1=b", "del t k1",
+                                                             "set t k1=c", "del u k1",
+                                                             "set u k2=a"}));
+    EXPECT_EQ(redis_.command({"HGET", "hnx:16:rows:t", "k1"}), "k1=c");
+    EXPECT_EQ(redis_.command({"HGET", "hnx:16:rows:t", "k0"}), "k0=a");
+    EXPECT_EQ(redis_.command({"HEXISTS", "hnx:16:rows:u", "k1"}), "0");
+    EXPECT_EQ(redis_.command({"GET", "hnx:16:top"}), "7");
+    EXPECT_EQ(redis_.command({"GET", "hnx:16:ver:u"}), "7");
+
+    // A step of thousands of keys, then the same rows again: no change.
+    for (int round = 0; round < 2; round++) {
+        ASSERT_EQ(st->begin(), 0);
+        for (int i = 0; i < 2500; i++)
+            ASSERT_EQ(st->put("v", b("k" + std::to_string(i)), b(std::to_string(i)), &changed), 0);
+        ASSERT_EQ(st->commit(), 0);
+        EXPECT_EQ(redis_.command({"HLEN", "hnx:16:rows:v"}), "2500");
+        EXPECT_EQ(redis_.command({"GET", "hnx:16:top"}), "2507");
+    }
+    EXPECT_EQ(changes(st.get(), 2506), (std::vector<std::string>{"set v 2499"}));
+}
+
+// What an operator reads with redis-cli: ID "SEQ-WRITER", one field named by
+// the operation and the table, holding the row.
+TEST_F(RedisStore, AChangeIsOneStreamEntryNamedByItsOperationAndTable) {
+    auto st = open();
+    ASSERT_NE(st, nullptr);
+    auto *rs = dynamic_cast<tbl_redis *>(st.get());
+    ASSERT_NE(rs, nullptr);
+    bool changed = false;
+    ASSERT_EQ(st->put("s_route.l3mac_hw_res", b("key"), b("row"), &changed), 0);
+    ASSERT_EQ(st->erase("s_route.l3mac_hw_res", b("key"), b("key"), &changed), 0);
+    EXPECT_EQ(redis_.command({"EVAL", R"(
+local out = {}
+for _, e in ipairs(redis.call('XRANGE', KEYS[1], '-', '+')) do
+  out[#out + 1] = e[1] .. ' ' .. table.concat(e[2], ' ')
+end
+return table.concat(out, ', '))", "1", "hnx:16:log"}),
+              "1-" + rs->writer() + " set:s_route.l3mac_hw_res row, 2-" + rs->writer() +
+                  " del:s_route.l3mac_hw_res key");
+    EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}).rfind("2/", 0), 0u);
+}
+
+TEST_F(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedByOthers) {
+    const std::string old_id = "0123456789abcdef01234567";
+    ASSERT_EQ(redis_.command({"SET", "hnx:16:id", old_id}), "OK");
+    ASSERT_EQ(redis_.command({"SET", "hnx:16:top", "7"}), "OK");
+    ASSERT_EQ(redis_.command({"HSET", "hnx:16:rows:t", "k", "v"}), "1");
+    ASSERT_EQ(redis_.command({"XADD", "hnx:16:log", "7-1", "table", "t", "op", "set", "row", "v",
+                              "writer", "1@h/b/n"}), "7-1");
+    const std::string head = "ss_rt_tbl: store 16 (" + redis_.url() + "): ";
+
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(open(tbl_open::existing), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              head + "its keys are of the first layout (change log entries of four fields): "
+                     "start the service (hnx-l3table-l3mac) on it once, which brings it to this "
+                     "one\n");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(open(tbl_open::read_only), nullptr);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}), old_id);
+
+    testing::internal::CaptureStderr();
+    auto st = open();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              head + "brought its keys from the first layout to layout 2: its change log was "
+                     "dropped, its rows kept\n");
+    ASSERT_NE(st, nullptr);
+    EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}), "2/" + old_id);
+    EXPECT_EQ(redis_.command({"EXISTS", "hnx:16:log"}), "0");
+    tbl_bytes row;
+    bool found = false, changed = false;
+    ASSERT_EQ(st->get("t", b("k"), &row, &found), 0);
+    EXPECT_TRUE(found);
+    ASSERT_EQ(st->put("t", b("k"), b("w"), &changed), 0);
+    EXPECT_EQ(changes(st.get(), 7), (std::vector<std::string>{"set t w"}));
+    // Others open it as it is now.
+    EXPECT_NE(open(tbl_open::existing), nullptr);
+
+    // A layout this version does not know is left alone.
+    ASSERT_EQ(redis_.command({"SET", "hnx:16:id", "3/" + old_id}), "OK");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(open(), nullptr);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(said.find(head + "its keys are of layout 3, which this version does not know"), 0u)
+        << said;
+}
+
+}  // namespace
