@@ -32,7 +32,7 @@ constexpr uint32_t kUsers[] = {1, 2, 3, 41, 0, 42, 255, 298};
 
 uint32_t draw_evlan(FuzzedDataProvider &in) {
     static constexpr uint32_t kEdges[] = {0, 4094, 4095, 4096, 8191, 8192, 16382, 16383, 16384, 100000};
-    if (in.ConsumeIntegralInRange<int>(0, 5)) return in.ConsumeIntegralInRange<uint32_t>(0, 12);
+    if (in.ConsumeIntegralInRange<int>(0, 5)) return in.ConsumeIntegralInRange<uint32_t>(0, 31);
     return kEdges[in.ConsumeIntegralInRange<size_t>(0, std::size(kEdges) - 1)];
 }
 
@@ -41,13 +41,16 @@ struct oracle_row : l3mac_res_parts {
     explicit oracle_row(FuzzedDataProvider &in) {
         const int u = in.ConsumeIntegralInRange<int>(0, 9);
         key.t_user = kUsers[u < 8 ? u % 4 : u - 4];
-        std::snprintf(uuid, sizeof uuid, "u%d", in.ConsumeIntegralInRange<int>(0, 5));
+        std::snprintf(uuid, sizeof uuid, "u%d", in.ConsumeIntegralInRange<int>(0, 7));
         key.uuid = uuid;
         mac_bytes[0] = 0x02;
-        mac_bytes[5] = in.ConsumeIntegralInRange<uint8_t>(0, 2);
-        attr.mac_type = static_cast<SRoute__L3macTypeE>(in.ConsumeIntegralInRange<int>(0, 5));
+        mac_bytes[5] = in.ConsumeIntegralInRange<uint8_t>(0, 1);
+        // Mostly two types, so that many requests meet on few MACs.
+        static constexpr int kTypes[] = {0, 0, 0, 0, 2, 2, 2, 1, 3, 4, 5};
+        attr.mac_type = static_cast<SRoute__L3macTypeE>(
+            kTypes[in.ConsumeIntegralInRange<size_t>(0, std::size(kTypes) - 1)]);
         attr.evlan = draw_evlan(in);
-        attr.phyid = in.ConsumeIntegralInRange<int>(0, 5) ? 0 : 1;
+        attr.phyid = in.ConsumeIntegralInRange<int>(0, 7) ? 0 : 1;
         attr.is_match_evlan = in.ConsumeBool();
         res.status = static_cast<SRoute__L3tableStatusE>(
             in.ConsumeIntegralInRange<int>(0, 7) ? 1 : in.ConsumeIntegralInRange<int>(0, 4));
@@ -61,19 +64,15 @@ struct oracle_row : l3mac_res_parts {
 };
 
 void step(FuzzedDataProvider &in) {
-    switch (in.ConsumeIntegralInRange<int>(0, 15)) {
-    case 0: case 1: case 2: case 3: case 4: case 5: case 6:
-        l3mac_oracle_set(oracle_row(in).get());
-        break;
-    case 7: case 8: l3mac_oracle_del(oracle_row(in).get()); break;
-    case 9: case 10: case 11: case 14: l3mac_oracle_tick(); break;
-    case 12: l3mac_oracle_decide(); break;
-    case 13:
+    const int op = in.ConsumeIntegralInRange<int>(0, 31);
+    if (op < 14) l3mac_oracle_set(oracle_row(in).get());
+    else if (op < 19) l3mac_oracle_del(oracle_row(in).get());
+    else if (op < 27) l3mac_oracle_tick();
+    else if (op < 29) l3mac_oracle_decide();
+    else if (op < 31)
         l3mac_oracle_limits(in.ConsumeIntegralInRange<uint32_t>(0, 3),
                             in.ConsumeIntegralInRange<uint32_t>(0, 3));
-        break;
-    default: l3mac_oracle_restart(); break;
-    }
+    else l3mac_oracle_restart();
 }
 
 }  // namespace

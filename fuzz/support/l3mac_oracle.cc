@@ -12,6 +12,7 @@
 #include "platform/host/hnx_host.h"
 #include "platform/ss_rt_tbl.h"
 #include "platform/sw_res_comm.h"
+#include "platform/sw_rt_res.h"
 #include "request/l3mac_msg.h"
 #include "support/fuzz_world.h"
 #include "support/l3mac_oracle_model.h"
@@ -36,7 +37,8 @@ struct model {
     l3mac_caps caps;
     std::array<bool, 2> is_mng{}, pool{};
     std::array<uint32_t, 2> limit{};
-    uint32_t vfi_space = 1;
+    uint32_t vfi_mask = 1;   // all ones over the VFI space
+    uint32_t vfi_space = 1;  // its low 16 bits, which cut the entries' masks
     uint32_t commom_max = 5, drv_max = 5, commom_cnt = 0, drv_cnt = 0;
     std::map<row_key, user_row> rows;
     std::map<req_key, req> live;
@@ -62,11 +64,11 @@ void note(const std::string &op) {
 
 // --- the board --------------------------------------------------------------
 
-uint32_t vfi_space_of(int32_t evlan_num) {
+uint32_t vfi_mask_of(int32_t evlan_num) {
     const int64_t n = std::max<int64_t>(0, int64_t{evlan_num} - 4096);
     uint64_t v = 1;
     for (int i = 0; i < 31 && (i == 0 || v < static_cast<uint64_t>(n)); i++) v *= 2;
-    return static_cast<uint32_t>(v - 1) & 0xFFFF;
+    return static_cast<uint32_t>(v - 1);
 }
 
 void board_read() {
@@ -78,7 +80,8 @@ void board_read() {
         if (M.pool[t] != (rm != nullptr)) fail("a TCAM's index pool is missing or one too many");
         M.limit[t] = rm ? rm->limit : 0;
     }
-    M.vfi_space = vfi_space_of(M.caps.evlan_num);
+    M.vfi_mask = vfi_mask_of(M.caps.evlan_num);
+    M.vfi_space = M.vfi_mask & 0xFFFF;
     M.commom_max = 5;
     M.drv_max = static_cast<uint32_t>(M.caps.dec_cnt);
     M.commom_cnt = M.drv_cnt = 0;
@@ -95,18 +98,33 @@ uint32_t top_of(uint32_t type) { return is_vfi(type) ? 16383 : 4095; }
 
 // --- intake -----------------------------------------------------------------
 
-// The handler's result for a set message, and the request when it takes one.
-int intake_set(uint32_t t_user, const user_row &r, bool *takes, req *out) {
+// The handler's result for a set message, and the request when it takes
+// one. A refusal also tells its failure code and first data word.
+struct refusal {
+    int code = 0;
+    int32_t data1 = 0;
+};
+
+int intake_set(uint32_t t_user, const user_row &r, bool *takes, req *out, refusal *why) {
     *takes = false;
-    if (!r.has_attr) return -11;
     const uint32_t user = t_user & 0xFF, type = r.type & 0xFF;
-    if (user < 1 || user > 41) return -4;
-    if (type >= 5) return -4;
+    const int32_t evlan = static_cast<int32_t>(r.evlan);
+    if (!r.has_attr) return *why = {122, 0}, -11;
+    if (user < 1 || user > 41) return *why = {126, static_cast<int32_t>(user)}, -4;
+    if (type >= 5) return *why = {53, static_cast<int32_t>(type)}, -4;
     const int tcam = tcam_of(type);
-    if (tcam == 1 && !M.caps.tcam2_en) return -4;
-    if (M.caps.is_mng && r.evlan >= 4096 && type != kOl) return -4;
-    if (M.caps.is_mng2 && r.evlan >= 8192 && type == kOl) return -4;
+    if (tcam == 1 && !M.caps.tcam2_en) return *why = {53, static_cast<int32_t>(type)}, -4;
+    if (M.caps.is_mng && r.evlan >= 4096 && type != kOl) return *why = {53, evlan}, -4;
+    if (M.caps.is_mng2 && r.evlan >= 8192 && type == kOl) return *why = {53, evlan}, -4;
+    // The service's own rule beyond the range check: a managed VFI must lie
+    // below the board's VFI mask, which is the first number that the
+    // restore refuses, so that no entry moves at a restart.
+    if (M.caps.is_mng2 && r.evlan >= M.vfi_mask && type == kOl) return *why = {53, evlan}, -4;
     if ((r.status & 0xFF) != kRequest) return 0;
+    // A number with no bit in a MAC's set can never be placed; where the
+    // board's flags leave the range test off, the managed path refuses it
+    // before anything changes.
+    if (M.is_mng[tcam] && r.evlan >= 16384) return *why = {53, evlan}, -4;
     *takes = true;
     out->managed = M.is_mng[tcam];
     out->type = type;
@@ -331,6 +349,30 @@ void expect_rv(int rv, int want, const char *what) {
              std::to_string(want));
 }
 
+// The failure counters of a handler's refusal: the code's slot counts
+// once more and holds the refusal's first data word, and no other
+// intake slot moves; nor does any for a row that is only ignored.
+struct counts_before {
+    static constexpr int kCodes[] = {53, 122, 126, 135};
+    std::array<uint32_t, 4> n{};
+    counts_before() {
+        for (size_t i = 0; i < n.size(); i++) n[i] = g_sw_rt_res_ss_err_cnt[kCodes[i]].count;
+    }
+    void expect(const refusal &why) const {
+        for (size_t i = 0; i < n.size(); i++) {
+            const sw_rt_res_err_slot &slot = g_sw_rt_res_ss_err_cnt[kCodes[i]];
+            const uint32_t want = n[i] + (why.code == kCodes[i]);
+            if (slot.count != want)
+                fail("failure counter " + std::to_string(kCodes[i]) + " counted " +
+                     std::to_string(slot.count - n[i]) + " times, expected " +
+                     std::to_string(want - n[i]));
+            if (why.code == kCodes[i] && slot.data1 != why.data1)
+                fail("failure counter " + std::to_string(why.code) + " holds data1 " +
+                     std::to_string(slot.data1) + ", expected " + std::to_string(why.data1));
+        }
+    }
+};
+
 // The add's own round, while the budget of its mac_type lasts.
 void add_budget(const req &r) {
     uint32_t &cnt = r.type == kVrrp ? M.drv_cnt : M.commom_cnt;
@@ -354,7 +396,8 @@ std::map<req_key, req> requests_of_table() {
     for (const auto &[key, row] : M.rows) {
         bool takes;
         req r;
-        intake_set(key.first, row, &takes, &r);
+        refusal why;
+        intake_set(key.first, row, &takes, &r, &why);
         if (takes) out[live_key(key.first, key.second)] = r;
     }
     return out;
@@ -402,11 +445,14 @@ void l3mac_oracle_set(const SRoute__L3macRes *row) {
     note(row_text("set", row, u));
     ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &row->base, 0, 0);
     hnx_host_tbl_journal_clear();
+    const counts_before counts;
     const int rv = l3mac_set_msg_proc(row);
     M.rows[{row->index->t_user, row->index->uuid}] = u;
     bool takes;
     req r;
-    expect_rv(rv, intake_set(row->index->t_user, u, &takes, &r), "the set handler");
+    refusal why;
+    expect_rv(rv, intake_set(row->index->t_user, u, &takes, &r, &why), "the set handler");
+    if (!takes) counts.expect(why);  // a round may count its own failures
     if (takes) {
         const req_key k = live_key(row->index->t_user, row->index->uuid);
         unbind(k);
@@ -420,14 +466,17 @@ void l3mac_oracle_del(const SRoute__L3macRes *row) {
     note(row_text("del", row, user_row_of(row)));
     ss_rt_tbl_del_str(l3mac_ctx.tbl_res, &row->base, 0, 0);
     hnx_host_tbl_journal_clear();
+    const counts_before counts;
     const int rv = l3mac_del_msg_proc(row);
     M.rows.erase({row->index->t_user, row->index->uuid});
     const uint32_t user = row->index->t_user & 0xFF;
     const req_key k = live_key(row->index->t_user, row->index->uuid);
     if (user < 1 || user > 41) {
         expect_rv(rv, -4, "the delete handler");
+        counts.expect({126, static_cast<int32_t>(user)});
     } else if (!M.live.count(k)) {
         expect_rv(rv, -7, "the delete handler");
+        counts.expect({135, static_cast<int32_t>(user)});
     } else {
         expect_rv(rv, 0, "the delete handler");
         unbind(k);
