@@ -300,21 +300,51 @@ bool judge_mac(const mac_key &k, mac_state &ms, bool sure) {
          (sure ? " (its TCAM had room for all)" : " (and its old entries were not kept)"));
 }
 
+// A MAC may fail only for want of room: at its last test its change was
+// above what the pool had free, and the pool only filled further after it.
+// Its cover has at most one entry per wanted number, so a MAC that could
+// have grown to that many entries within the room left at the end of the
+// round was refused wrongly.
+void check_fail_was_full(const std::map<mac_key, size_t> &failed,
+                         const std::array<uint64_t, 2> &held) {
+    for (const auto &[k, want] : failed) {
+        const int t = tcam_of(k.type);
+        const uint64_t room = M.limit[t] - std::min<uint64_t>(held[t], M.limit[t]);
+        if (want <= room + M.plan.before[k].size())
+            fail(mac_text(k) + " found no room for " + std::to_string(want) +
+                 " wanted numbers, holding " + std::to_string(M.plan.before[k].size()) +
+                 " entries, with " + std::to_string(room) + " free in its TCAM");
+    }
+}
+
 // Everything that a round promised, once its writes are in the mirrors.
 void check_round(const step_writes &w) {
     std::map<req_key, req> due;
+    std::map<mac_key, size_t> failed_macs;
     for (const mac_key &k : M.plan.treated) {
         auto at = M.macs.find(k);
         mac_state empty;
         mac_state &ms = at == M.macs.end() ? empty : at->second;
         const bool failed = judge_mac(k, ms, M.plan.sure[tcam_of(k.type)]);
-        if (failed) expect_failed_rows(k, ms, &due);
+        if (failed) {
+            expect_failed_rows(k, ms, &due);
+            bool unk = false;
+            failed_macs[k] = wanted(k, ms, &unk).size();
+        }
         ms.failed = failed;
         ms.stale_out = failed ? (ms.stale_out || M.plan.restart) : false;
         ms.bmp = bits_of(ms);
         if (at != M.macs.end() && ms.users.empty() && bak_entries(k).empty()) M.macs.erase(at);
     }
     check_failed_rows(w, due);
+    // However full, a pool never holds more than its limit.
+    std::array<uint64_t, 2> held{};
+    for (const auto &[k, es] : M.mir.bak_by_mac) held[tcam_of(k.type)] += es.size();
+    for (int t = 0; t < 2; t++)
+        if (held[t] > M.limit[t])
+            fail("TCAM " + std::to_string(t) + " holds " + std::to_string(held[t]) +
+                 " entries, above its limit " + std::to_string(M.limit[t]));
+    check_fail_was_full(failed_macs, held);
 }
 
 // --- one step ---------------------------------------------------------------
