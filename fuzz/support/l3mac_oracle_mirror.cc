@@ -116,6 +116,7 @@ void apply_vrrp(mirror *m, const hnx_tbl_write &wr, step_writes *w) {
         bool ok;
         ent e = ent_of(r->index, &ok);
         if (!ok && w) w->odd.push_back("a VRRP row whose MAC is not 6 bytes");
+        if (w) w->vrrp = true;
         if (wr.is_add) m->vrrp.insert(e);
         else m->vrrp.erase(e);
     }
