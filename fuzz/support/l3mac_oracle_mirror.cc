@@ -34,7 +34,7 @@ void hw_put(mirror *m, pos p, const ent &e, step_writes *w) {
     if (at != m->hw.end()) {
         if (at->second == e) return;  // published again where it stood
         m->hw_by_mac[at->second.owner()].erase(at->second);
-        if (w) w->hw_del_or_move = true, w->entry_macs.insert(at->second.owner());
+        if (w) w->entry_macs.insert(at->second.owner());
     }
     m->hw[p] = e;
     auto &mine = m->hw_by_mac[e.owner()];
@@ -51,7 +51,7 @@ void hw_put(mirror *m, pos p, const ent &e, step_writes *w) {
 void hw_drop(mirror *m, pos p, step_writes *w) {
     auto at = m->hw.find(p);
     if (at == m->hw.end()) return;  // may be gone with the end of smoothing
-    if (w) w->hw_del_or_move = true, w->entry_macs.insert(at->second.owner());
+    if (w) w->entry_macs.insert(at->second.owner());
     auto &mine = m->hw_by_mac[at->second.owner()];
     mine.erase(at->second);
     if (mine.empty()) m->hw_by_mac.erase(at->second.owner());
@@ -98,10 +98,6 @@ void apply_bak(mirror *m, const hnx_tbl_write &wr, step_writes *w) {
         ent e = ent_of(r->index, &ok);
         if (!ok && w) w->odd.push_back("a backup row whose MAC is not 6 bytes");
         if (w) w->entry_macs.insert(e.owner());
-        auto was = m->bak.find(e);
-        if (wr.is_add && w && was != m->bak.end() && was->second != r->hw_id)
-            w->hw_del_or_move = true;
-        if (!wr.is_add && w) w->hw_del_or_move = true;
         if (wr.is_add) bak_put(m, e, r->hw_id);
         else bak_drop(m, e);
     }

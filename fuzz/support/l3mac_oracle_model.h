@@ -87,7 +87,6 @@ struct mirror {
 // Table writes of one step, sorted out by the mirror.
 struct step_writes {
     std::set<mac_key> entry_macs;  // MACs whose output or backup rows changed
-    bool hw_del_or_move = false;   // an output or backup row was deleted or moved
     bool vrrp = false;             // a VRRP row was written
     std::vector<std::pair<req_key, user_row>> failed_rows;  // STATUS_FAILED rows
     std::vector<std::string> odd;  // writes that the service never makes
