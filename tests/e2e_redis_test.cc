@@ -4,14 +4,13 @@
 #include <algorithm>
 #include <fstream>
 #include <string>
-
-#include <sys/wait.h>
-#include <unistd.h>
+#include <utility>
 
 #include "platform/host/hnx_host.h"
 #include "support/managed_proc.h"
 #include "support/managed_world.h"
 #include "support/redis_server.h"
+#include "support/tbl_kit.h"
 
 namespace {
 
@@ -45,12 +44,7 @@ protected:
         return managed_run(kBin, root_, "l3mac-feed", {"--root", root_}, in);
     }
     // The daemon's exit status once it ends, or -1.
-    int exit_of_daemon() {
-        int st = 0;
-        if (!managed_wait([&] { return waitpid(pid_, &st, WNOHANG) == pid_; })) return -1;
-        pid_ = 0;
-        return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    }
+    int exit_of_daemon() { return child_wait(std::exchange(pid_, 0)); }
     pid_t pid_ = 0;
 };
 
@@ -68,18 +62,13 @@ TEST_P(RedisE2e, AServerKilledAndStartedAgainWhileRequestsArriveCostsNoEntry) {
     ASSERT_FALSE(before.empty());
 
     const std::string more = requests(100, 300);
-    const pid_t user = fork();
-    if (user == 0) {
-        managed_run(kBin, root_, "l3mac-feed", {"--root", root_}, more);
-        _exit(0);
-    }
+    const pid_t user = child_start([&] { feed(more); });
     // The user's first rows are in when the server goes.
     managed_wait(
         [&] { return redis_.command({"HLEN", "hnx:16:rows:s_route.l3mac_res"}) != "200"; });
     redis_.stop(true);
     EXPECT_EQ(exit_of_daemon(), 75);
-    int st = 0;
-    waitpid(user, &st, 0);
+    child_wait(user);
     const std::string said = managed_slurp(root_ + "/daemon.out.err");
     EXPECT_NE(said.find("lost its server ("), std::string::npos) << said;
 

@@ -11,10 +11,6 @@
 #include <string>
 #include <vector>
 
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "decision/l3mac_decision.h"
 #include "diag/l3mac_release.h"
 #include "frame/l3mac_ds.h"
@@ -26,44 +22,12 @@
 #include "support/managed_proc.h"
 #include "support/managed_world.h"
 #include "support/redis_server.h"
+#include "support/tbl_kit.h"
 
 namespace {
 
 constexpr int kTblWrite = 133;  // the service's failure code of a failed add
 const mac6 kA{2, 0, 0, 0, 0, 0x0A}, kB{2, 0, 0, 0, 0, 0x0B};
-
-// Another client of the store, on its own connection, as sqlite3 would be.
-struct other_client {
-    sqlite3 *db = nullptr;
-    explicit other_client(const std::string &root) {
-        sqlite3_open((root + "/var/run/hnx/store-16.db").c_str(), &db);
-        sqlite3_busy_timeout(db, 5000);
-    }
-    ~other_client() { sqlite3_close(db); }
-    int exec(const std::string &sql) {
-        return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr);
-    }
-    int64_t one(const std::string &sql) {
-        sqlite3_stmt *s = nullptr;
-        sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr);
-        int64_t v = sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
-        sqlite3_finalize(s);
-        return v;
-    }
-};
-
-// Runs `fn` in a forked child, which then exits 0; the child's exit status
-// after a bounded wait (-1 when it had to be killed).
-int child_status(const std::function<void()> &fn) {
-    const pid_t pid = fork();
-    if (pid == 0) fn(), _exit(0);
-    int status = 0;
-    if (!managed_wait([&] { return waitpid(pid, &status, WNOHANG) == pid; })) {
-        kill(pid, SIGKILL), waitpid(pid, &status, 0);
-        return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 class StoreFaultWorld : public ManagedWorld {
 protected:
@@ -104,7 +68,7 @@ TEST_F(StoreFault, AStartWhileAnotherClientHoldsTheWriteLockWaitsAndKeepsEveryEn
     ASSERT_EQ(hw.size(), 5u);
 
     start_as_main();
-    other_client lock(root_);
+    sqlite_client lock(root_);
     ASSERT_EQ(lock.exec("BEGIN IMMEDIATE"), SQLITE_OK);
     testing::internal::CaptureStderr();
     turn();
@@ -138,11 +102,11 @@ TEST_F(StoreFault, AnUnreadableInputEndsTheProcessInsideSmoothingAndHoldsSmoothi
     start({.tcam_cap = 64});
     want(kA, {3});
     tbl_turn_commit();
-    other_client other(root_);
+    sqlite_client other(root_);
     testing::internal::CaptureStderr();
     EXPECT_EQ(child_status([this] {
                   tbl_store_of(16);  // the child's own connection
-                  other_client(root_).exec("ALTER TABLE rows RENAME TO rows_away");
+                  sqlite_client(root_).exec("ALTER TABLE rows RENAME TO rows_away");
                   ss_rt_tbl_ds_begin_detail(l3mac_ctx.tbl_hw_res, 3600, 0);
                   ss_rt_tbl_scan_detail(l3mac_ctx.tbl_res, 0, 0);
               }), kTblExitStore);
@@ -218,7 +182,7 @@ TEST_F(StoreFault, WritesUnderAnotherClientsLongLockAreKeptCoalescedAndWrittenIn
     want(kA, {3, 5});
     sw_l3mac_mac_decision();
     tbl_turn_commit();
-    other_client lock(root_);
+    sqlite_client lock(root_);
     ASSERT_EQ(lock.exec("BEGIN IMMEDIATE"), SQLITE_OK);
 
     testing::internal::CaptureStderr();
@@ -262,37 +226,9 @@ protected:
         l3mac_tbl_init();
         hw_ = l3mac_ctx.tbl_hw_res;
         ASSERT_NE(hw_, nullptr);
-        seen().clear();
+        hw_seen().clear();
     }
-    static std::vector<std::string> &seen() {
-        static std::vector<std::string> s;
-        return s;
-    }
-    static int on_hw(const ProtobufCMessage *m, bool set) {
-        auto *r = reinterpret_cast<const SRoute__L3macHwRes *>(m);
-        std::string s = (set ? "set " : "del ") + std::to_string(r->index->hw_id);
-        if (set && r->attr) s += ":" + std::to_string(r->attr->evlan);
-        seen().push_back(s);
-        return 0;
-    }
-    void subscribe() {
-        ASSERT_EQ(ss_rt_tbl_subscribe_detail(
-                      hw_, [](const ProtobufCMessage *m) { return on_hw(m, true); },
-                      [](const ProtobufCMessage *m) { return on_hw(m, false); }, 0, 0), 0);
-    }
-    static int set(ss_rt_tbl *t, uint32_t id, uint32_t evlan) {
-        SRoute__L3macHwKey key = S_ROUTE__L3MAC_HW_KEY__INIT;
-        SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
-        SRoute__L3macHwRes res = S_ROUTE__L3MAC_HW_RES__INIT;
-        key.hw_id = id, attr.evlan = evlan, res.index = &key, res.attr = &attr;
-        return ss_rt_tbl_add_str(t, &res.base, 0, 0);
-    }
-    static int del(ss_rt_tbl *t, uint32_t id) {
-        SRoute__L3macHwKey key = S_ROUTE__L3MAC_HW_KEY__INIT;
-        SRoute__L3macHwRes res = S_ROUTE__L3MAC_HW_RES__INIT;
-        key.hw_id = id, res.index = &key;
-        return ss_rt_tbl_del_str(t, &res.base, 0, 0);
-    }
+    void subscribe() { ASSERT_EQ(hw_subscribe(hw_), 0); }
     // Another process writes: its rows land as it writes them.
     void elsewhere(const std::function<void(ss_rt_tbl *)> &fn, int64_t log_cap = kTblLogCap) {
         ss_rt_tbl *t = hw_;
@@ -300,11 +236,6 @@ protected:
                       tbl_store_of(16)->set_log_cap(log_cap);
                       fn(t);
                   }), 0);
-    }
-    int64_t log_size() {
-        int64_t n = -1;
-        tbl_store_of(16)->log_size(&n);
-        return n;
     }
     ss_rt_tbl *hw_ = nullptr;
 };
@@ -321,15 +252,15 @@ class StoresChangeLog : public OverStores<ChangeLogWorld> {};
 // after a restart.
 TEST_F(ChangeLog, ImpossibleSequenceNumbersNeverMakeAReaderDeaf) {
     subscribe();
-    elsewhere([](ss_rt_tbl *t) { set(t, 1, 1); });
+    elsewhere([](ss_rt_tbl *t) { hw_set(t, 1, 1); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
-    other_client other(root_);
+    sqlite_client other(root_);
     const std::string stray = ", 's_route.l3mac_hw_res', 1, x'0801', x'2a020801', 1)";
     ASSERT_EQ(other.exec("INSERT INTO changes VALUES(9223372036854775807" + stray), SQLITE_OK);
     ASSERT_EQ(other.exec("INSERT INTO changes VALUES(-5" + stray), SQLITE_OK);
-    elsewhere([](ss_rt_tbl *t) { set(t, 2, 2); });
+    elsewhere([](ss_rt_tbl *t) { hw_set(t, 2, 2); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
-    EXPECT_EQ(seen(), (std::vector<std::string>{"set 1:1", "set 2:2"}));
+    EXPECT_EQ(hw_seen(), (std::vector<std::string>{"set 1:1", "set 2:2"}));
 
     // A gap of a thousand numbers: what it hides is read from the table.
     const int64_t top = other.one("SELECT MAX(seq) FROM changes WHERE seq < 1000000");
@@ -338,40 +269,40 @@ TEST_F(ChangeLog, ImpossibleSequenceNumbersNeverMakeAReaderDeaf) {
     ASSERT_EQ(other.exec("INSERT INTO rows VALUES('s_route.l3mac_hw_res', x'0809', x'2a020809')"),
               SQLITE_OK);
     testing::internal::CaptureStderr();
-    elsewhere([](ss_rt_tbl *t) { set(t, 3, 3); });
+    elsewhere([](ss_rt_tbl *t) { hw_set(t, 3, 3); });
     hnx_host_tbl_poll();
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "ss_rt_tbl: store 16: 999 changes gone before they were read: reading the "
               "subscribed tables afresh\n"
               "ss_rt_tbl: store 16: tables read afresh: 2 rows set, 0 deleted\n");
-    seen().erase(seen().begin(), seen().begin() + 2);
-    std::sort(seen().begin(), seen().end());
-    EXPECT_EQ(seen(), (std::vector<std::string>{"set 3:3", "set 9"}));
+    hw_seen().erase(hw_seen().begin(), hw_seen().begin() + 2);
+    std::sort(hw_seen().begin(), hw_seen().end());
+    EXPECT_EQ(hw_seen(), (std::vector<std::string>{"set 3:3", "set 9"}));
 
     // The log emptied: its numbers start again below the reader's place.
     ASSERT_EQ(other.exec("DELETE FROM changes"), SQLITE_OK);
-    seen().clear();
+    hw_seen().clear();
     testing::internal::CaptureStderr();
     hnx_host_tbl_poll();
-    elsewhere([](ss_rt_tbl *t) { set(t, 4, 4); });
+    elsewhere([](ss_rt_tbl *t) { hw_set(t, 4, 4); });
     hnx_host_tbl_poll();
     EXPECT_NE(testing::internal::GetCapturedStderr().find("the change log went back"),
               std::string::npos);
-    EXPECT_EQ(seen(), (std::vector<std::string>{"set 4:4"}));
+    EXPECT_EQ(hw_seen(), (std::vector<std::string>{"set 4:4"}));
 
     // A new process over the same store hears the others too.
     ASSERT_EQ(other.exec("INSERT INTO changes VALUES(9223372036854775806" + stray), SQLITE_OK);
     hnx_host_tbl_reset();
     l3mac_tbl_init();
     hw_ = l3mac_ctx.tbl_hw_res;
-    seen().clear();
+    hw_seen().clear();
     subscribe();
-    elsewhere([](ss_rt_tbl *t) { set(t, 5, 5); });
+    elsewhere([](ss_rt_tbl *t) { hw_set(t, 5, 5); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
-    EXPECT_EQ(seen(), (std::vector<std::string>{"set 5:5"}));
+    EXPECT_EQ(hw_seen(), (std::vector<std::string>{"set 5:5"}));
     // Pruning takes the stray rows away.
     elsewhere([](ss_rt_tbl *t) {
-        for (uint32_t i = 0; i < 200; i++) set(t, 6, i);
+        for (uint32_t i = 0; i < 200; i++) hw_set(t, 6, i);
     });
     EXPECT_EQ(other.one("SELECT count(*) FROM changes WHERE seq > 9007199254740992 OR seq < 1"), 0);
 }
@@ -383,18 +314,18 @@ TEST_P(StoresChangeLog, AStalledReaderThatLostChangesResynchronisesDeletionsIncl
     SKIP_ON_MEMORY("the writer is another process");
     subscribe();
     elsewhere([](ss_rt_tbl *t) {
-        for (uint32_t i = 1; i <= 50; i++) set(t, i, i);
+        for (uint32_t i = 1; i <= 50; i++) hw_set(t, i, i);
     });
     EXPECT_EQ(hnx_host_tbl_poll(), 50);
-    seen().clear();
+    hw_seen().clear();
     // The reader is alive but does not read; the writer keeps 256 changes.
     elsewhere([](ss_rt_tbl *t) {
-        for (uint32_t i = 1; i <= 10; i++) del(t, i);
-        for (uint32_t i = 100; i < 1100; i++) set(t, i, i);
-        set(t, 20, 2000);
-        for (uint32_t i = 0; i < 500; i++) set(t, 5000, i);
+        for (uint32_t i = 1; i <= 10; i++) hw_del(t, i);
+        for (uint32_t i = 100; i < 1100; i++) hw_set(t, i, i);
+        hw_set(t, 20, 2000);
+        for (uint32_t i = 0; i < 500; i++) hw_set(t, 5000, i);
     }, 256);
-    EXPECT_LT(log_size(), 256 + 128 + 2);
+    EXPECT_LT(hw_log_size(), 256 + 128 + 2);
     testing::internal::CaptureStderr();
     hnx_host_tbl_poll();
     EXPECT_NE(testing::internal::GetCapturedStderr().find(
@@ -406,18 +337,14 @@ TEST_P(StoresChangeLog, AStalledReaderThatLostChangesResynchronisesDeletionsIncl
     want.push_back("set 20:2000");
     want.push_back("set 5000:499");
     std::sort(want.begin(), want.end());
-    std::sort(seen().begin(), seen().end());
-    EXPECT_EQ(seen(), want);
+    std::sort(hw_seen().begin(), hw_seen().end());
+    EXPECT_EQ(hw_seen(), want);
     // It reads on from there as before.
-    seen().clear();
-    elsewhere([](ss_rt_tbl *t) { del(t, 20); });
+    hw_seen().clear();
+    elsewhere([](ss_rt_tbl *t) { hw_del(t, 20); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
-    EXPECT_EQ(seen(), (std::vector<std::string>{"del 20"}));
+    EXPECT_EQ(hw_seen(), (std::vector<std::string>{"del 20"}));
 }
-
-}  // namespace
-
-namespace {
 
 // A store file removed or replaced under a reading process ends it, for its
 // supervisor; a store whose pages are damaged in a way that quick_check
@@ -437,7 +364,7 @@ TEST_F(ChangeLog, AReplacedStoreEndsTheReaderADamagedOneIsRefusedAtTheStart) {
               "with status 75 for a restart on the store that stands now\n");
     std::rename((path + ".old").c_str(), path.c_str());
 
-    for (uint32_t i = 1; i <= 300; i++) set(hw_, i, i);
+    for (uint32_t i = 1; i <= 300; i++) hw_set(hw_, i, i);
     hnx_host_tbl_reset();  // every connection closed: the log is in the file
     // A bit flipped in the rows' keys: integrity_check finds it, quick_check
     // does not.
@@ -451,7 +378,7 @@ TEST_F(ChangeLog, AReplacedStoreEndsTheReaderADamagedOneIsRefusedAtTheStart) {
         std::string flipped = bytes;
         flipped[at] = char(flipped[at] ^ 0x40);
         std::ofstream(path, std::ios::binary | std::ios::trunc) << flipped;
-        other_client c(root_);
+        sqlite_client c(root_);
         damaged = c.one("SELECT count(*) FROM pragma_quick_check WHERE quick_check = 'ok'") == 1 &&
                   c.one("SELECT count(*) FROM pragma_integrity_check WHERE integrity_check = 'ok'") == 0;
     }

@@ -15,14 +15,8 @@ namespace {
 
 tbl_bytes b(const std::string &s) { return tbl_bytes(s.begin(), s.end()); }
 
-class RedisStore : public testing::Test {
+class RedisStore : public OverStores<testing::Test> {
 protected:
-    void SetUp() override {
-        if (!redis_server_found()) GTEST_SKIP() << "redis-server is not installed";
-        ASSERT_TRUE(redis_.start()) << redis_.error();
-        setenv("HNX_STORE", redis_.url().c_str(), 1);
-    }
-    void TearDown() override { unsetenv("HNX_STORE"); }
     std::unique_ptr<tbl_store> open(tbl_open mode = tbl_open::create) {
         return tbl_store::open(16, "", mode);
     }
@@ -40,10 +34,9 @@ protected:
         }
         return out;
     }
-    redis_server redis_;
 };
 
-TEST_F(RedisStore, OneStepWritesEachKeysLastStateAndLogsEveryChangeInOrder) {
+TEST_P(RedisStore, OneStepWritesEachKeysLastStateAndLogsEveryChangeInOrder) {
     auto st = open();
     ASSERT_NE(st, nullptr);
     bool changed = false;
@@ -85,7 +78,7 @@ TEST_F(RedisStore, OneStepWritesEachKeysLastStateAndLogsEveryChangeInOrder) {
 
 // What an operator reads with redis-cli: ID "SEQ-WRITER", one field named by
 // the operation and the table, holding the row.
-TEST_F(RedisStore, AChangeIsOneStreamEntryNamedByItsOperationAndTable) {
+TEST_P(RedisStore, AChangeIsOneStreamEntryNamedByItsOperationAndTable) {
     auto st = open();
     ASSERT_NE(st, nullptr);
     auto *rs = dynamic_cast<tbl_redis *>(st.get());
@@ -104,7 +97,7 @@ return table.concat(out, ', '))", "1", "hnx:16:log"}),
     EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}).rfind("2/", 0), 0u);
 }
 
-TEST_F(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedByOthers) {
+TEST_P(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedByOthers) {
     const std::string old_id = "0123456789abcdef01234567";
     ASSERT_EQ(redis_.command({"SET", "hnx:16:id", old_id}), "OK");
     ASSERT_EQ(redis_.command({"SET", "hnx:16:top", "7"}), "OK");
@@ -149,5 +142,8 @@ TEST_F(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedB
     EXPECT_EQ(said.find(head + "its keys are of layout 3, which this version does not know"), 0u)
         << said;
 }
+
+INSTANTIATE_TEST_SUITE_P(Redis, RedisStore, testing::Values(store_backend::redis),
+                         store_backend_name);
 
 }  // namespace

@@ -10,32 +10,19 @@
 #include "platform/host/tbl_state.h"
 #include "platform/host/tbl_store.h"
 #include "platform/host/tbl_where.h"
+#include "support/l3mac_world.h"
 #include "support/redis_server.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-class TmpRoot : public ::testing::Test {
-protected:
-    void SetUp() override {
-        char tmpl[] = "/tmp/l3mac-store-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
-        path_ = dir_ + "/var/run/hnx/store-16.db";
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(dir_, ec);
-    }
-    std::string dir_, path_;
-};
-
-class TblStore : public OverStores<TmpRoot> {
+class TblStore : public OverStores<L3macWorld> {
 protected:
     void SetUp() override {
         OverStores::SetUp();
         if (IsSkipped()) return;
+        path_ = root_ + "/var/run/hnx/store-16.db";
         a_ = tbl_store::open(16, path_);
         b_ = other();
         ASSERT_TRUE(a_ && b_);
@@ -87,6 +74,7 @@ protected:
         return out;
     }
     std::unique_ptr<tbl_store> a_, b_;
+    std::string path_;
 };
 
 using strs = std::vector<std::string>;
@@ -133,6 +121,27 @@ TEST_P(TblStore, PagesRunInBytewiseKeyOrderAndTheStoreCountsItsRows) {
     EXPECT_EQ(n, 6);
     ASSERT_EQ(b_->count("nothing", &n), 0);
     EXPECT_EQ(n, 0);
+}
+
+// Each page reads the table as it stands: what another connection changed
+// between two pages is there, in key order; a page may go on after a key
+// that is not there.
+TEST_P(TblStore, EachPageSeesTheTableAsItStandsNow) {
+    for (uint8_t k = 1; k <= 10; k++) put(a_.get(), "t", {k}, {k});
+    std::vector<tbl_row> first, second;
+    ASSERT_EQ(a_->page("t", nullptr, 3, &first), 0);
+    EXPECT_EQ(keys(first), (std::vector<tbl_bytes>{{1}, {2}, {3}}));
+    put(b_.get(), "t", {4}, {40});
+    erase(b_.get(), "t", {5});
+    put(b_.get(), "t", {11}, {11});
+    put(b_.get(), "t", {2}, {20});
+    ASSERT_EQ(a_->page("t", &first.back().key, 3, &second), 0);
+    EXPECT_EQ(keys(second), (std::vector<tbl_bytes>{{4}, {6}, {7}}));
+    EXPECT_EQ(second[0].val, tbl_bytes{40});
+    second.clear();
+    const tbl_bytes after{9, 0};
+    ASSERT_EQ(a_->page("t", &after, 3, &second), 0);
+    EXPECT_EQ(keys(second), (std::vector<tbl_bytes>{{10}, {11}}));
 }
 
 // Writes between begin and commit reach the log together, with the
@@ -218,7 +227,7 @@ TEST_P(TblStore, ASnapshotsRowsMissExactlyTheChangesAfterItsTop) {
 // find nothing rather than an empty store.
 TEST_P(TblStore, OnlyAWriterMakesAStore) {
     a_.reset(), b_.reset();
-    const std::string elsewhere = dir_ + "/other/var/run/hnx/store-17.db";
+    const std::string elsewhere = root_ + "/other/var/run/hnx/store-17.db";
     if (on_redis()) redis_.command({"FLUSHALL"});
     if (on_memory()) tbl_memory_drop_all();
     testing::internal::CaptureStderr();
@@ -226,7 +235,7 @@ TEST_P(TblStore, OnlyAWriterMakesAStore) {
     EXPECT_EQ(tbl_store::open(16, elsewhere, tbl_open::existing), nullptr);
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(said.rfind("ss_rt_tbl: store 16 (", 0), 0u) << said;
-    EXPECT_FALSE(fs::exists(dir_ + "/other"));
+    EXPECT_FALSE(fs::exists(root_ + "/other"));
     EXPECT_NE(tbl_store::open(16, elsewhere), nullptr);
     EXPECT_EQ(fs::exists(elsewhere), GetParam() == store_backend::sqlite);
     EXPECT_NE(tbl_store::open(16, elsewhere, tbl_open::existing), nullptr);
@@ -246,27 +255,6 @@ TEST_P(TblStore, AReadOnlyConnectionReadsAndNeverWrites) {
     EXPECT_EQ(reader->erase("t", {1}, {1}, &changed), -11);
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(top(a_.get()), 1);
-}
-
-// The process-wide mode reaches the stores that the table service opens.
-TEST_P(TblStore, TheProcessModeGovernsTheServicesStores) {
-    a_.reset(), b_.reset();
-    if (on_redis()) redis_.command({"FLUSHALL"});
-    if (on_memory()) tbl_memory_drop_all();
-    std::error_code ec;
-    fs::remove_all(dir_ + "/var", ec);
-    hnx_host_set_root(dir_);
-    hnx_host_tbl_reset();
-    tbl_set_open_mode(tbl_open::read_only);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(tbl_store_of(16), nullptr);
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(tbl_store_path(16), path_);
-    EXPECT_FALSE(fs::exists(path_));
-    hnx_host_tbl_reset();  // back to the default, which creates
-    EXPECT_NE(tbl_store_of(16), nullptr);
-    EXPECT_EQ(fs::exists(path_), GetParam() == store_backend::sqlite);
-    hnx_host_tbl_reset();
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, TblStore, every_store_backend(), store_backend_name);

@@ -4,10 +4,6 @@
 #include <chrono>
 #include <vector>
 
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "platform/host/hnx_host.h"
 #include "platform/host/tbl_redis.h"
 #include "platform/host/tbl_scan.h"
@@ -15,20 +11,11 @@
 #include "support/l3mac_world.h"
 #include "support/managed_proc.h"
 #include "support/redis_server.h"
+#include "support/tbl_kit.h"
 
 namespace {
 
 using strs = std::vector<std::string>;
-strs g_seen;  // what the subscriber saw: "set <hw_id>:<evlan>" or "del <hw_id>"
-
-int on_hw(const ProtobufCMessage *m, bool set) {
-    auto *r = reinterpret_cast<const SRoute__L3macHwRes *>(m);
-    std::string s = std::string(set ? "set " : "del ").append(std::to_string(r->index->hw_id));
-    if (set || r->attr)
-        s += set && r->attr ? std::string(":").append(std::to_string(r->attr->evlan)) : " with attr";
-    g_seen.push_back(s);
-    return 0;
-}
 
 std::vector<uint32_t> standing_hw_ids() {
     std::vector<uint32_t> ids;
@@ -40,31 +27,6 @@ std::vector<uint32_t> standing_hw_ids() {
     return ids;
 }
 
-int64_t log_size() {
-    int64_t n = -1;
-    tbl_store_of(16)->log_size(&n);
-    return n;
-}
-
-// A row of s_route.l3mac_hw_res on the stack; without attr it is a delete.
-struct hw_row {
-    SRoute__L3macHwKey key = S_ROUTE__L3MAC_HW_KEY__INIT;
-    SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
-    PLibpub__Mac mac = P_LIBPUB__MAC__INIT;
-    SRoute__L3macHwRes res = S_ROUTE__L3MAC_HW_RES__INIT;
-    uint8_t mac_bytes[6] = {0, 0x11, 0x22, 0x33, 0x44, 0x55};
-
-    hw_row(uint32_t hw_id, uint32_t evlan, bool with_attr = true) {
-        key.hw_id = hw_id;
-        mac.data = {6, mac_bytes};
-        attr.evlan = evlan, attr.evlan_mask = 0xfff, attr.mac = &mac;
-        res.index = &key;
-        res.attr = with_attr ? &attr : nullptr;
-    }
-    hw_row(const hw_row &) = delete;
-    const ProtobufCMessage *get() const { return &res.base; }
-};
-
 // The four tables of store 16, made as the daemon makes them, and writers
 // in other processes; on each store backend.
 class TblService : public OverStores<L3macWorld> {
@@ -75,35 +37,12 @@ protected:
         l3mac_tbl_init();  // no runtime yet: only the tables are made
         hw_res_ = l3mac_ctx.tbl_hw_res, bak_ = l3mac_ctx.tbl_bak;
         ASSERT_TRUE(hw_res_ && bak_);
-        g_seen.clear();
+        hw_seen().clear();
     }
-    // Runs `fn` in a forked child, which then exits; waits for it, bounded:
-    // true when it exited with status 0.
-    static pid_t in_child(const std::function<void()> &fn) {
-        const pid_t pid = fork();
-        if (pid == 0) fn(), _exit(0);
-        return pid;
-    }
-    static bool child_ok(pid_t pid) {
-        int status = 0;
-        const bool ended = managed_wait([&] { return waitpid(pid, &status, WNOHANG) == pid; });
-        if (!ended) kill(pid, SIGKILL), waitpid(pid, &status, 0);
-        return ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    }
-    void subscribe() {
-        ASSERT_EQ(ss_rt_tbl_subscribe_detail(
-                      hw_res_, [](const ProtobufCMessage *m) { return on_hw(m, true); },
-                      [](const ProtobufCMessage *m) { return on_hw(m, false); }, 0, 0), 0);
-    }
-    int set(uint32_t id, uint32_t evlan) {
-        hw_row r(id, evlan);
-        return ss_rt_tbl_add_str(hw_res_, r.get(), 0, 0);
-    }
-    int del(uint32_t id, bool with_attr = false) {
-        hw_row r(id, 0, with_attr);
-        return ss_rt_tbl_del_str(hw_res_, r.get(), 0, 0);
-    }
-    void in_child_ok(const std::function<void()> &fn) { ASSERT_TRUE(child_ok(in_child(fn))); }
+    void subscribe() { ASSERT_EQ(hw_subscribe(hw_res_), 0); }
+    int set(uint32_t id, uint32_t evlan) { return hw_set(hw_res_, id, evlan); }
+    int del(uint32_t id, bool with_attr = false) { return hw_del(hw_res_, id, with_attr); }
+    static void in_child_ok(const std::function<void()> &fn) { ASSERT_EQ(child_status(fn), 0); }
     ss_rt_tbl *hw_res_ = nullptr, *bak_ = nullptr;
 };
 
@@ -135,7 +74,7 @@ TEST_P(TblService, AnotherProcessesChangesArriveInWriteOrderOnce) {
     SKIP_ON_MEMORY("the writer is another process");
     subscribe();
     strs want;
-    pid_t child = in_child([this] {
+    const pid_t child = child_start([this] {
         for (uint32_t i = 0; i < 600; i++)
             if (set(i % 50, i), i % 7 == 0) del(i % 50);
     });
@@ -145,11 +84,11 @@ TEST_P(TblService, AnotherProcessesChangesArriveInWriteOrderOnce) {
     }
     // Delivery while the child still writes, then the rest.
     auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (g_seen.size() < want.size() && std::chrono::steady_clock::now() < until)
+    while (hw_seen().size() < want.size() && std::chrono::steady_clock::now() < until)
         hnx_host_tbl_poll();
-    ASSERT_TRUE(child_ok(child));
+    ASSERT_EQ(child_wait(child), 0);
     EXPECT_EQ(hnx_host_tbl_poll(), 0);
-    EXPECT_EQ(g_seen, want);
+    EXPECT_EQ(hw_seen(), want);
 }
 
 TEST_P(TblService, OwnWritesAndEqualRewritesAreNoChangeADeleteCarriesTheKeyOnly) {
@@ -159,7 +98,7 @@ TEST_P(TblService, OwnWritesAndEqualRewritesAreNoChangeADeleteCarriesTheKeyOnly)
     EXPECT_EQ(hnx_host_tbl_poll(), 0);
     in_child_ok([this] { set(4, 40), set(4, 41), del(4, true); });
     EXPECT_EQ(hnx_host_tbl_poll(), 2);
-    EXPECT_EQ(g_seen, (strs{"set 4:41", "del 4"}));
+    EXPECT_EQ(hw_seen(), (strs{"set 4:41", "del 4"}));
 }
 
 // The backup row as the service's restore reads it: from the record's byte 648.
@@ -186,40 +125,7 @@ TEST_P(TblService, ScansHandEveryRowOverBeforeReturning) {
     EXPECT_TRUE(std::binary_search(g_scanned.begin(), g_scanned.end(), "599@1599"));
     subscribe();
     ASSERT_EQ(ss_rt_tbl_scan_detail(hw_res_, 0, 0), 0);
-    EXPECT_EQ(g_seen.size(), 600u);
-}
-
-// A scan page by page reads the table as it stands at each page: what
-// another process changed between two pages is there, in key order.
-TEST_P(TblService, EachPageOfAScanSeesTheTableAsItStandsNow) {
-    SKIP_ON_MEMORY("the writer between two pages is another process");
-    for (uint32_t id = 1; id <= 10; id++) ASSERT_EQ(set(id, id), 0);
-    tbl_store *st = tbl_store_of(16);
-    auto ids_evlans = [](const std::vector<tbl_row> &rows) {
-        strs out;
-        for (const tbl_row &r : rows) {
-            auto *m = s_route__l3mac_hw_res__unpack(nullptr, r.val.size(), r.val.data());
-            out.push_back(std::to_string(m->index->hw_id) + ":" +
-                          std::to_string(m->attr ? m->attr->evlan : 0));
-            s_route__l3mac_hw_res__free_unpacked(m, nullptr);
-        }
-        return out;
-    };
-    std::vector<tbl_row> first, second;
-    ASSERT_EQ(st->page("s_route.l3mac_hw_res", nullptr, 3, &first), 0);
-    EXPECT_EQ(ids_evlans(first), (strs{"1:1", "2:2", "3:3"}));
-    in_child_ok([&] {
-        set(4, 40);
-        del(5);
-        set(11, 11);
-        set(2, 20);
-    });
-    ASSERT_EQ(st->page("s_route.l3mac_hw_res", &first.back().key, 3, &second), 0);
-    EXPECT_EQ(ids_evlans(second), (strs{"4:40", "6:6", "7:7"}));
-    second.clear();
-    const tbl_bytes after9{0x08, 9};
-    ASSERT_EQ(st->page("s_route.l3mac_hw_res", &after9, 3, &second), 0);
-    EXPECT_EQ(ids_evlans(second), (strs{"10:10", "11:11"}));
+    EXPECT_EQ(hw_seen().size(), 600u);
 }
 
 TEST_P(TblService, ACorruptRowIsSkippedWithOneLine) {
@@ -234,18 +140,14 @@ TEST_P(TblService, ACorruptRowIsSkippedWithOneLine) {
         ASSERT_EQ(tbl_store_of(16)->put("s_route.l3mac_hw_res", {0x08, 0x02}, {0x2a, 0x05, 0x01},
                                         &changed), 0);
     } else {
-        sqlite3 *db = nullptr;
-        ASSERT_EQ(sqlite3_open((root_ + "/var/run/hnx/store-16.db").c_str(), &db), SQLITE_OK);
-        sqlite3_busy_timeout(db, 5000);
-        ASSERT_EQ(sqlite3_exec(db, "UPDATE rows SET val = x'2a0501' WHERE key = x'0802'", nullptr,
-                               nullptr, nullptr), SQLITE_OK);
-        sqlite3_close(db);
+        ASSERT_EQ(sqlite_client(root_).exec("UPDATE rows SET val = x'2a0501' WHERE key = x'0802'"),
+                  SQLITE_OK);
     }
     testing::internal::CaptureStderr();
     EXPECT_EQ(ss_rt_tbl_scan_detail(hw_res_, 0, 0), 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "ss_rt_tbl: table s_route.l3mac_hw_res: row of 3 bytes cannot be unpacked, skipped\n");
-    EXPECT_EQ(g_seen, (strs{"set 1:1", "set 3:3"}));
+    EXPECT_EQ(hw_seen(), (strs{"set 1:1", "set 3:3"}));
 }
 
 // A reader that died without leaving does not hold the log: the next
@@ -255,7 +157,7 @@ TEST_P(TblService, AReaderThatDiedDoesNotHoldTheChangeLog) {
     SKIP_ON_MEMORY("the reader that dies is another process");
     in_child_ok([this] { subscribe(); });
     for (uint32_t i = 0; i < 1000; i++) set(i % 20, i);
-    EXPECT_LT(log_size(), 200);
+    EXPECT_LT(hw_log_size(), 200);
 }
 
 // The runtime's loop: the connect callback first, then smoothing, each once
@@ -311,13 +213,13 @@ TEST_P(TblSharedRedis, AReaderElsewhereIsKeptWhileItsLeaseStandsAndDroppedAfter)
     ASSERT_EQ(redis_.command({"SET", "hnx:16:lease:" + card, top, "PX", "60000"}), "OK");
     in_child_ok([&] { write_many(1000, 1000); });
     EXPECT_EQ(redis_.command({"HEXISTS", "hnx:16:readers", card}), "1");
-    EXPECT_GE(log_size(), 1000);
+    EXPECT_GE(hw_log_size(), 1000);
     EXPECT_EQ(hnx_host_tbl_poll(), 1000);
     // Its lease ran out: it no longer holds the log.
     ASSERT_EQ(redis_.command({"DEL", "hnx:16:lease:" + card}), "1");
     in_child_ok([&] { write_many(5000, 150); });
     EXPECT_EQ(redis_.command({"HEXISTS", "hnx:16:readers", card}), "0");
-    EXPECT_LT(log_size(), 200);
+    EXPECT_LT(hw_log_size(), 200);
     EXPECT_EQ(hnx_host_tbl_poll(), 150);
 
     // This process's own lease runs out while it stands still: it is
@@ -325,7 +227,7 @@ TEST_P(TblSharedRedis, AReaderElsewhereIsKeptWhileItsLeaseStandsAndDroppedAfter)
     auto *st = dynamic_cast<tbl_redis *>(tbl_store_of(16));
     ASSERT_NE(st, nullptr);
     ASSERT_EQ(redis_.command({"DEL", "hnx:16:lease:" + st->reader_id()}), "1");
-    g_seen.clear();
+    hw_seen().clear();
     in_child_ok([&] {
         write_many(7000, 300);
         del(3);
@@ -337,7 +239,7 @@ TEST_P(TblSharedRedis, AReaderElsewhereIsKeptWhileItsLeaseStandsAndDroppedAfter)
     EXPECT_NE(said.find("changes gone before they were read: reading the subscribed tables afresh"),
               std::string::npos) << said;
     EXPECT_NE(said.find("tables read afresh: 19 rows set, 1 deleted"), std::string::npos) << said;
-    EXPECT_EQ(g_seen.size(), 20u);
+    EXPECT_EQ(hw_seen().size(), 20u);
     // Having read afresh it is a reader again, with a lease.
     EXPECT_EQ(redis_.command({"EXISTS", "hnx:16:lease:" + st->reader_id()}), "1");
 }
@@ -349,7 +251,7 @@ TEST_P(TblSharedRedis, OnlyAChangeOfThisConnectionsOwnNumberIsSkipped) {
     subscribe();
     in_child_ok([&] { set(5, 50); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
-    g_seen.clear();
+    hw_seen().clear();
     auto *st = dynamic_cast<tbl_redis *>(tbl_store_of(16));
     ASSERT_NE(st, nullptr);
     // The same change again, logged under another writer's number, then
@@ -362,7 +264,7 @@ return 'OK')";
     for (const std::string &w : {other, st->writer()})
         ASSERT_EQ(redis_.command({"EVAL", again, "2", "hnx:16:log", "hnx:16:top", w}), "OK");
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
-    EXPECT_EQ(g_seen, (strs{"set 5:50"}));
+    EXPECT_EQ(hw_seen(), (strs{"set 5:50"}));
     // This process's own writes are still not handed back to it.
     EXPECT_EQ(set(6, 60), 0);
     EXPECT_EQ(hnx_host_tbl_poll(), 0);
@@ -397,8 +299,8 @@ TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChange) {
     EXPECT_EQ(xreads(), "1");
 
     in_child_ok([&] { set(7, 70), set(8, 80); });
-    for (int turns = 0; g_seen.size() < 2 && turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
-    EXPECT_EQ(g_seen, (strs{"set 7:70", "set 8:80"}));
+    for (int turns = 0; hw_seen().size() < 2 && turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
+    EXPECT_EQ(hw_seen(), (strs{"set 7:70", "set 8:80"}));
     EXPECT_EQ(xreads(), "2");  // woken once, waiting again
     EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
 
@@ -409,7 +311,7 @@ TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChange) {
     for (int turns = 0; turns < 20; turns++) uv_run(loop, UV_RUN_NOWAIT);
     EXPECT_EQ(xreads(), "3");
     EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
-    EXPECT_EQ(g_seen.size(), 2u);
+    EXPECT_EQ(hw_seen().size(), 2u);
     kw_global_finish(global);
 }
 
@@ -417,7 +319,7 @@ TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChange) {
 // its supervisor with the one line that says so.
 TEST_P(TblSharedRedis, AServerGoneWakesTheWaitingReaderWhichEndsWithOneLine) {
     testing::internal::CaptureStderr();
-    const pid_t child = in_child([this] {
+    const int status = child_status([this] {
         tbl_store_of(16);  // forgets the parent's connections, and its loop
         kw_global *global = kw_global_init("hnx-tbl-test", 0);
         uv_loop_t *loop = hnx_host_loop(global);
@@ -430,11 +332,8 @@ TEST_P(TblSharedRedis, AServerGoneWakesTheWaitingReaderWhichEndsWithOneLine) {
         for (int turns = 0; turns < 10; turns++) uv_run(loop, UV_RUN_ONCE);
         _exit(2);  // still running: the wait never woke
     });
-    int status = 0;
-    if (!managed_wait([&] { return waitpid(child, &status, WNOHANG) == child; }))
-        kill(child, SIGKILL), waitpid(child, &status, 0);
     const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == kTblExitStore) << status;
+    EXPECT_EQ(status, kTblExitStore);
     const std::string tail = "): exiting with status 75 for a restart on the store that stands now\n";
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
     EXPECT_EQ(said.find("ss_rt_tbl: store 16 (" + redis_.url() + ") lost its server ("), 0u) << said;

@@ -119,7 +119,6 @@ TEST_F(StoreTest, DumpCountRules) {
     }
 }
 
-// One exact row of each instance, and one header.
 // One exact row of each instance but the TCAM store's (the guide's
 // dump-tcam-db example), and one header.
 TEST_F(StoreTest, RowsAndAHeader) {
