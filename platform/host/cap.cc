@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
@@ -24,11 +25,24 @@ using nlohmann::json;
 
 namespace {
 
+struct path_hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+};
+
+// A parsed profile, and the values found in it by path (null: nothing
+// there): a service started again and again over one profile reads the
+// same few paths each time, and each is walked once.
+struct cap_profile {
+    json doc;
+    mutable std::unordered_map<std::string, const json *, path_hash, std::equal_to<>> found;
+};
+
 // The profile of the last successful init; empty before it or after a
-// failed one, so that no value of an older file is served.
-// Shared with the parse kept for its text, so that a start again over the
-// same text copies no document.
-std::shared_ptr<const json> g_profile;
+// failed one, so that no value of an older file is served. Shared with the
+// parse kept for its text, so that a start again over the same text copies
+// no document.
+std::shared_ptr<const cap_profile> g_profile;
 
 // The text that a harness gave in place of the file (hnx_host_set_profile).
 std::optional<std::string> g_given;
@@ -47,7 +61,7 @@ int parse_profile(const std::string &path, std::istream &in) {
                          path.c_str(), doc.type_name());
             return HNX_CAP_E_BAD_FILE;
         }
-        g_profile = std::make_shared<const json>(std::move(doc));
+        g_profile = std::make_shared<const cap_profile>(cap_profile{std::move(doc), {}});
         return 0;
     } catch (const json::exception &e) {
         std::fprintf(stderr, "hnx: capability profile %s is not valid JSON: %s\n", path.c_str(),
@@ -74,7 +88,10 @@ const json *lookup(const json &doc, std::string_view path) {
 int find_value(const char *path, const json *&value) {
     if (!g_profile) return HNX_CAP_E_NOT_READY;
     if (path == nullptr) return HNX_CAP_E_NO_VALUE;
-    value = lookup(*g_profile, path);
+    auto it = g_profile->found.find(std::string_view(path));
+    if (it == g_profile->found.end())
+        it = g_profile->found.emplace(path, lookup(g_profile->doc, path)).first;
+    value = it->second;
     return value ? 0 : HNX_CAP_E_NO_VALUE;
 }
 
@@ -98,7 +115,7 @@ bool int32_of(const json &v, int32_t &out) {
 int parse_once(const std::string &path, const std::string &text) {
     struct parsed {
         std::string text;
-        std::shared_ptr<const json> profile;
+        std::shared_ptr<const cap_profile> profile;
     };
     static std::deque<parsed> kept;
     for (const parsed &p : kept)
