@@ -2,12 +2,12 @@
 #include "support/fuzz_world.h"
 
 #include <cstdlib>
+#include <optional>
 
 #include "diag/l3mac_release.h"
 #include "frame/l3mac_ds.h"
 #include "platform/host/hnx_host.h"
 #include "platform/host/ssat_host.h"
-#include "platform/ssat.h"
 #include "platform/host/tbl_memory.h"
 #include "platform/host/tbl_state.h"
 #include "platform/sw_rt_res.h"
@@ -125,7 +125,8 @@ void fuzz_world_check_reset(const char *when) {
         fuzz_reset_fail(when, std::to_string(hnx_host_pool_count()) + " pools");
     if (hnx_host_global() != nullptr) fuzz_reset_fail(when, "a runtime and its timers");
     if (hnx_host_kept_handles() != 0)
-        fuzz_reset_fail(when, std::to_string(hnx_host_kept_handles()) + " handles on the event loop");
+        fuzz_reset_fail(when, std::to_string(hnx_host_kept_handles()) +
+                                  " handles on the kept event loop");
     if (!ssat_host_commands(L3MAC_PROC_NAME).empty())
         fuzz_reset_fail(when, "debug commands registered");
     if (!hnx_host_tbl_journal().empty()) fuzz_reset_fail(when, "writes in the journal");
