@@ -186,4 +186,38 @@ TEST_F(Cap, TheDaemonsRuntimeIsRefusedOnABadProfileOnly) {
     EXPECT_FALSE(start("hnx-l3table-l3mac", &err));
 }
 
+// A harness's profile in memory stands for the file, for the start check
+// and the service alike, until the file is given back.
+TEST_F(Cap, AGivenProfileStandsForTheFile) {
+    auto tcam_cap = [] {
+        int32_t v = -1;
+        libkw_cap_get_capacity_int32(nullptr, "s_route/l3mac/capacity/tcam-cap", &v);
+        return v;
+    };
+    auto starts = [](std::string *err) {
+        ::testing::internal::CaptureStderr();
+        kw_global *g = kw_global_init("hnx-l3table-l3mac", 0);
+        *err = ::testing::internal::GetCapturedStderr();
+        if (g) kw_global_finish(g);
+        return g != nullptr;
+    };
+    std::string err;
+    hnx_host_set_profile(R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 64}}}})");
+    ASSERT_EQ(init(""), 0);  // no file at all
+    EXPECT_EQ(tcam_cap(), 64);
+    ASSERT_EQ(init(R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 128}}}})"), 0);
+    EXPECT_EQ(tcam_cap(), 64);
+    hnx_host_set_profile(R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": "4096"}}}})");
+    EXPECT_FALSE(starts(&err));
+    EXPECT_NE(err.find("s_route/l3mac/capacity/tcam-cap is a string (\"4096\")"), std::string::npos)
+        << err;
+    hnx_host_set_profile(std::nullopt);
+    EXPECT_TRUE(starts(&err));
+    EXPECT_EQ(init("", &err), HNX_CAP_E_NO_FILE);
+    EXPECT_EQ(err, "hnx: no capability profile given\n");
+    hnx_host_profile_from_file();
+    ASSERT_EQ(init(""), 0);
+    EXPECT_EQ(tcam_cap(), 128);
+}
+
 }  // namespace

@@ -155,6 +155,38 @@ TEST_F(SsatModule, HelpListsNamesAndFormatsAsRegistered) {
 }
 
 
+int other(int32_t n) { return n; }
+
+// An init again forgets the module's commands; the same ones registered
+// again stand as before, with the handler of now, and a changed format or
+// handler is read and checked as at first.
+TEST_F(SsatModule, AnInitAgainForgetsTheCommandsAndTakesTheSameOnesBack) {
+    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, " void ", noop), 0);
+    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "other", 0, "n=%d", other), 0);
+    const std::string path = root_ + "/var/run/hnx/" + MOD + ".sock";
+    ASSERT_EQ(ssat_serve(&loop_, MOD, path), 0);
+    EXPECT_TRUE(ssat_host_commands(MOD).empty());
+    EXPECT_EQ(ssat_run_line(MOD, "nothing").text,
+              "unknown command \"nothing\"; \"help\" lists the commands\n");
+
+    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), 0);
+    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), SSAT_E_DUP);
+    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, "n=%d", other), 0);  // new format, handler
+    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "other", 0, "n=%s", other), SSAT_E_FORMAT);
+    EXPECT_EQ(ssat_host_commands(MOD), (std::vector<std::string>{"probe", "nothing"}));
+    EXPECT_EQ(ssat_run_line(MOD, "help").text, "probe\tnum=%d, text=%s, mac=%m\nnothing\tn=%d\n");
+    EXPECT_EQ(ssat_run_line(MOD, "nothing 9").result, 9);
+    EXPECT_EQ(ssat_run_line(MOD, "probe 3 t 0:0:0:0:0:2").text, "probe 3 t\n");
+
+    // The same three again, one with a handler that no longer fits it.
+    ASSERT_EQ(ssat_serve(&loop_, MOD, path), 0);
+    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), 0);
+    EXPECT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, "n=%d", noop), SSAT_E_FORMAT);
+    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, "n=%d", other), 0);
+    EXPECT_EQ(ssat_host_commands(MOD), (std::vector<std::string>{"probe", "nothing"}));
+    EXPECT_EQ(ssat_run_line(MOD, "nothing 4").result, 4);
+    EXPECT_EQ(g_calls, 1);
+}
 
 // A client of the module's socket: connected, nothing sent yet.
 int ssat_client(const std::string &path) {

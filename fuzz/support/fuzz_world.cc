@@ -2,6 +2,7 @@
 #include "support/fuzz_world.h"
 
 #include <cstdlib>
+#include <optional>
 
 #include "diag/l3mac_release.h"
 #include "frame/l3mac_ds.h"
@@ -16,7 +17,7 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string g_root;
-std::string g_profile;  // the profile file's text as last written; "" none
+std::string g_profile;  // the profile's text as last given; "" none
 bool g_profile_set = false;
 
 void fuzz_remove_root() {
@@ -41,24 +42,25 @@ constexpr l3mac_caps kBoards[] = {
 // The service's state dropped as a process that ends leaves it: its
 // records, runtime, debug commands and the table service's connections go;
 // the store and the platform's pools stand, as they do for a process that
-// starts again.
+// starts again. The runtime is an in-process one: its loop is kept, empty,
+// and the commands' records wait for the same commands again.
 void fuzz_world_drop() {
     hnx_host_tbl_reset();
-    ssat_host_reset();
+    ssat_host_forget_commands();
     if (l3mac_ctx.global) kw_global_finish(l3mac_ctx.global);
     l3mac_release_all();
     l3mac_service_reset();
 }
 
 // What stands between inputs goes too: the store, the pools, the failure
-// counters. The profile file is written only when it changes.
+// counters. The profile is given in memory, and only when it changes.
 void fuzz_world_clear(const std::string &json) {
     fuzz_world_drop();
     tbl_memory_drop_all();
     hnx_host_pool_reset();
     std::memset(g_sw_rt_res_ss_err_cnt, 0, sizeof g_sw_rt_res_ss_err_cnt);
     if (g_profile_set && json == g_profile) return;
-    l3mac_profile_write(g_root, json);
+    hnx_host_set_profile(json.empty() ? std::nullopt : std::optional<std::string>(json));
     g_profile = json, g_profile_set = true;
 }
 
@@ -89,6 +91,9 @@ const std::string &fuzz_root() {
     g_root = tmpl;
     std::atexit(fuzz_remove_root);
     hnx_host_set_root(g_root);
+    // The service is driven by direct calls: no debug socket, and the
+    // event loop and the commands' records stay from one start to the next.
+    hnx_host_set_in_process(true);
     // A store file costs more than the whole service: the targets keep
     // theirs in memory, where a reset is the drop of a map.
     setenv("HNX_STORE", "memory", 1);
@@ -119,6 +124,11 @@ void fuzz_world_check_reset(const char *when) {
     if (hnx_host_pool_count() != 0 || hnx_host_pool_held() != 0)
         fuzz_reset_fail(when, std::to_string(hnx_host_pool_count()) + " pools");
     if (hnx_host_global() != nullptr) fuzz_reset_fail(when, "a runtime and its timers");
+    if (hnx_host_kept_handles() != 0)
+        fuzz_reset_fail(when, std::to_string(hnx_host_kept_handles()) +
+                                  " handles on the kept event loop");
+    if (!ssat_host_commands(L3MAC_PROC_NAME).empty())
+        fuzz_reset_fail(when, "debug commands registered");
     if (!hnx_host_tbl_journal().empty()) fuzz_reset_fail(when, "writes in the journal");
     // No store at all: the service's first open makes it empty.
     if (tbl_memory_exists(tbl_store_path(16))) fuzz_reset_fail(when, "the table store");

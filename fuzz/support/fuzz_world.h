@@ -23,14 +23,16 @@ const std::string &fuzz_root();
 std::string fuzz_board_json(unsigned n);
 
 // Drops the store and the service of the last input, checks that nothing of
-// it is left (fuzz_world_check_reset), writes the profile (no file when
-// `json` is empty) and brings a service up: tables, connect callback, and
-// data smoothing when `smooth`.
+// it is left (fuzz_world_check_reset), gives the host the profile (none
+// when `json` is empty) and brings a service up: tables, connect callback,
+// and data smoothing when `smooth`.
 void fuzz_world_start(const std::string &json, bool smooth = true);
 
 // Aborts unless the service stands as a fresh process has it: no record in
 // any keyed store, no pool and no index held, the store's tables empty, no
-// runtime and so no timer, every counter and setting at its start value.
+// runtime and so no timer, no handle on the event loop that the host keeps
+// for the next start, no debug command registered, every counter and
+// setting at its start value.
 void fuzz_world_check_reset(const char *when);
 
 // The process dies and starts again over the same store and profile:

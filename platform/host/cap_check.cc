@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <fcntl.h>
 #include <set>
 #include <string_view>
@@ -263,24 +264,37 @@ hnx_cap_findings hnx_cap_check_file(const std::string &path, const hnx_cap_schem
 
 namespace {
 
-// The findings of the last start's file. A daemon starts once; a harness
-// that starts the service again and again over one profile (the fuzz
-// targets) checks each text once, and the same text finds the same.
-struct last_check {
+// The findings of the last starts' files. A daemon starts once; a harness
+// that starts the service again and again over a few profiles (the fuzz
+// targets, one per board) checks each text once, and the same text finds
+// the same. The last few are kept.
+struct past_check {
     const hnx_cap_schema *schema = nullptr;
     std::string path, text;
     hnx_cap_findings found;
 };
 
-hnx_cap_findings check_at_start(const std::string &path, const hnx_cap_schema &schema) {
-    static last_check last;
+const hnx_cap_findings &check_once(const std::string &path, const std::string &text,
+                                   const hnx_cap_schema &schema) {
+    static std::deque<past_check> kept;
+    for (const past_check &c : kept)
+        if (c.schema == &schema && c.text == text && c.path == path) return c.found;
+    if (kept.size() == 8) kept.pop_front();
+    kept.push_back({&schema, path, text, hnx_cap_check_text(path, text, schema)});
+    return kept.back().found;
+}
+
+// The text that a harness gave stands for the file (hnx_host_set_profile).
+const hnx_cap_findings &check_at_start(const std::string &path, const hnx_cap_schema &schema) {
+    static const hnx_cap_findings none;
+    static hnx_cap_findings unread;
+    if (const std::optional<std::string> *given = hnx_cap_given_profile())
+        return *given ? check_once(path, **given, schema) : none;
     struct stat st;
     std::string text;
     if ((stat(path.c_str(), &st) != 0 && errno == ENOENT) || !slurp(path, &text))
-        return hnx_cap_check_file(path, schema);
-    if (last.schema != &schema || last.path != path || last.text != text)
-        last = {&schema, path, text, hnx_cap_check_text(path, text, schema)};
-    return last.found;
+        return unread = hnx_cap_check_file(path, schema);
+    return check_once(path, text, schema);
 }
 
 }  // namespace
@@ -289,7 +303,7 @@ int hnx_cap_start_check(const char *name) {
     const hnx_cap_schema &schema = hnx_cap_schema_of(name);
     if (schema.keys.empty()) return 0;
     const std::string path = hnx_host_path(HNX_CAP_FILE);
-    const hnx_cap_findings f = check_at_start(path, schema);
+    const hnx_cap_findings &f = check_at_start(path, schema);
     for (const std::string &w : f.warnings) std::fprintf(stderr, "%s: %s\n", name, w.c_str());
     if (f.ok()) return 0;
     std::string more;

@@ -2,7 +2,9 @@
 // never includes this file: it sees only the declarations in platform/.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +22,18 @@ uv_loop_t *hnx_host_loop(kw_global *global);
 // calls carry no handle; null before the first and after its finish.
 kw_global *hnx_host_global();
 
+// In-process mode, for harnesses that start a service again and again in
+// one process and drive it by direct calls: a module's debug commands run
+// through ssat_run_line only, with no socket and no lock file, and the
+// event loop of a finished runtime is kept, with no handle left on it, for
+// the next kw_global_init. Off (the default) gives a daemon's runtime.
+void hnx_host_set_in_process(bool on);
+bool hnx_host_in_process();
+
+// Handles on the kept loop of in-process mode: 0 when nothing of the last
+// runtime is left on it.
+size_t hnx_host_kept_handles();
+
 // The file root: HNX_ROOT from the environment unless a test set another.
 // "" means the real paths.
 void hnx_host_set_root(const std::string &root);
@@ -30,6 +44,15 @@ std::string hnx_host_path(std::string_view abs_path);
 
 // Replaces the monotonic clock (tests); null gives the real clock back.
 void hnx_host_set_clock(int (*now)(kw_timeval *tv));
+
+// --- capability profile (cap.cc) -------------------------------------------
+
+// Gives the board's profile as text in memory, for the harnesses of
+// hnx_host_set_in_process: the start check and the capability service read
+// it and open no file. nullopt: no profile, as a missing file.
+void hnx_host_set_profile(std::optional<std::string> text);
+// <root>/etc/hnx/capability.json is read again from now on.
+void hnx_host_profile_from_file();
 
 // --- index pools (pool.cc) -------------------------------------------------
 

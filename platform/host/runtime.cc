@@ -1,11 +1,13 @@
 // The host runtime: one libuv loop per runtime record, run until SIGTERM or
-// SIGINT; the process-wide last runtime; exit supervision kept in memory.
+// SIGINT; the process-wide last runtime; exit supervision kept in memory;
+// the in-process mode of harnesses that start a service again and again.
 // A runtime is not made for a process whose capability profile is broken:
 // it would start on defaults that do not describe the board.
 #include <csignal>
 #include <cstdio>
 #include <new>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "platform/host/cap_check.h"
@@ -20,6 +22,11 @@ namespace {
 // set is never destroyed, so that it holds them to the very end.
 std::unordered_set<host_runtime *> &g_runtimes = *new std::unordered_set<host_runtime *>;
 host_runtime *g_last;
+
+// In-process mode: a finished runtime's loop, emptied of every handle, is
+// kept here for the next init instead of being closed and made anew.
+bool g_in_process;
+host_runtime *g_spare;
 
 struct exit_registration {
     pid_t pid;
@@ -59,17 +66,14 @@ void unwatch_signals(host_runtime *rt) {
 
 void close_foreign(uv_handle_t *h, void *) { close_once(h); }
 
-}  // namespace
+void count_handle(uv_handle_t *, void *n) { ++*static_cast<size_t *>(n); }
 
-host_runtime *host_runtime_of(kw_global *global) {
-    return global ? static_cast<host_runtime *>(global->rt) : nullptr;
-}
-
-// Each refusal says why on standard error, in one line headed by the
-// process's name: its caller has nothing to add.
-kw_global *kw_global_init(const char *name, int flags) {
-    const char *who = name && *name ? name : "hnx";
-    if (hnx_cap_start_check(name) != 0) return nullptr;
+// A kept record with its loop, or a new one; null after saying why.
+host_runtime *take_runtime(const char *who) {
+    if (host_runtime *rt = std::exchange(g_spare, nullptr)) {
+        uv_update_time(&rt->loop);
+        return rt;
+    }
     auto *rt = new (std::nothrow) host_runtime{};
     if (rt == nullptr) {
         std::fprintf(stderr, "%s: no memory for the runtime record; not started\n", who);
@@ -81,6 +85,27 @@ kw_global *kw_global_init(const char *name, int flags) {
         delete rt;
         return nullptr;
     }
+    return rt;
+}
+
+void close_runtime(host_runtime *rt) {
+    uv_loop_close(&rt->loop);
+    delete rt;
+}
+
+}  // namespace
+
+host_runtime *host_runtime_of(kw_global *global) {
+    return global ? static_cast<host_runtime *>(global->rt) : nullptr;
+}
+
+// Each refusal says why on standard error, in one line headed by the
+// process's name: its caller has nothing to add.
+kw_global *kw_global_init(const char *name, int flags) {
+    const char *who = name && *name ? name : "hnx";
+    if (hnx_cap_start_check(name) != 0) return nullptr;
+    host_runtime *rt = take_runtime(who);
+    if (rt == nullptr) return nullptr;
     rt->pub = {rt, &rt->thread};
     rt->thread.rt = rt;
     rt->name = name ? name : "";
@@ -109,10 +134,27 @@ void kw_global_finish(kw_global *global) {
     host_timers_close(rt);
     uv_walk(&rt->loop, close_foreign, nullptr);
     uv_run(&rt->loop, UV_RUN_DEFAULT);
-    uv_loop_close(&rt->loop);
     g_runtimes.erase(rt);
     if (g_last == rt) g_last = nullptr;
-    delete rt;
+    if (g_in_process && g_spare == nullptr) {
+        rt->name.clear();
+        g_spare = rt;
+        return;
+    }
+    close_runtime(rt);
+}
+
+void hnx_host_set_in_process(bool on) {
+    g_in_process = on;
+    if (!on && g_spare != nullptr) close_runtime(std::exchange(g_spare, nullptr));
+}
+
+bool hnx_host_in_process() { return g_in_process; }
+
+size_t hnx_host_kept_handles() {
+    size_t n = 0;
+    if (g_spare != nullptr) uv_walk(&g_spare->loop, count_handle, &n);
+    return n;
 }
 
 int reg_process_exit_action(pid_t pid, int action) {

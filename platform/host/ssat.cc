@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/host/hnx_host.h"
@@ -24,8 +25,15 @@ struct ssat_cmd {
     ssat_invoker invoke;
 };
 
+// A module's table: its commands are cmds[0, live). An init forgets them
+// by setting live to 0 but keeps the records: a service started again in
+// one process registers the same commands with the same formats in the same
+// order, and each such registration takes its old record back without
+// reading its format again. The first one that differs drops the rest.
 struct ssat_module {
     std::vector<ssat_cmd> cmds;
+    size_t live = 0;
+    bool known = true;  // false once forgotten, until its next init
     ssat_server *server = nullptr;
 };
 
@@ -39,13 +47,33 @@ std::map<std::string, ssat_module, std::less<>> &modules() {
 
 ssat_module *find_module(std::string_view name) {
     auto it = modules().find(name);
-    return it == modules().end() ? nullptr : &it->second;
+    return it == modules().end() || !it->second.known ? nullptr : &it->second;
+}
+
+bool fits_handler(const std::string &fmt_kinds, std::string_view param_kinds) {
+    return fmt_kinds.size() <= param_kinds.size() &&
+           param_kinds.substr(0, fmt_kinds.size()) == fmt_kinds;
 }
 
 const ssat_cmd *find_cmd(const ssat_module &m, std::string_view name) {
-    for (const ssat_cmd &c : m.cmds)
-        if (c.name == name) return &c;
+    for (size_t i = 0; i < m.live; i++)
+        if (m.cmds[i].name == name) return &m.cmds[i];
     return nullptr;
+}
+
+// The next record of the last table, when it is this very command: its
+// name and format checked once already, so it stands again as it was.
+bool retake_cmd(ssat_module &m, const char *cmd, const char *fmt, ssat_invoker &invoke,
+                const char *kinds) {
+    if (m.live >= m.cmds.size()) return false;
+    ssat_cmd &c = m.cmds[m.live];
+    if (c.name != cmd || c.fmt != fmt || !fits_handler(c.kinds, kinds)) {
+        m.cmds.resize(m.live);
+        return false;
+    }
+    c.invoke = std::move(invoke);
+    m.live++;
+    return true;
 }
 
 std::string_view trimmed(std::string_view s) {
@@ -60,7 +88,7 @@ std::string usage(const ssat_cmd &c) {
 
 std::string help_text(const ssat_module &m) {
     std::vector<ssat_cmd_info> cmds;
-    for (const ssat_cmd &c : m.cmds) cmds.push_back({c.name, c.fmt});
+    for (size_t i = 0; i < m.live; i++) cmds.push_back({m.cmds[i].name, m.cmds[i].fmt});
     return ssat_help_list(cmds);
 }
 
@@ -85,11 +113,6 @@ ssat_reply run_cmd(const ssat_cmd &c, std::span<const std::string_view> words) {
     return reply;
 }
 
-bool fits_handler(const std::string &fmt_kinds, std::string_view param_kinds) {
-    return fmt_kinds.size() <= param_kinds.size() &&
-           param_kinds.substr(0, fmt_kinds.size()) == fmt_kinds;
-}
-
 }  // namespace
 
 bool ssat_module_name_ok(std::string_view module) {
@@ -110,7 +133,8 @@ int ssat_serve(uv_loop_t *loop, std::string_view module, const std::string &path
     if (loop == nullptr) return SSAT_E_NOLOOP;
     if (!ssat_module_name_ok(module)) return SSAT_E_PARAM;
     ssat_module &m = modules()[std::string(module)];
-    m.cmds.clear();
+    m.live = 0;
+    m.known = true;
     if (m.server != nullptr && ssat_server_is(m.server, loop, path)) return 0;
     if (m.server != nullptr) ssat_server_close(m.server);
     int rv = 0;
@@ -119,8 +143,26 @@ int ssat_serve(uv_loop_t *loop, std::string_view module, const std::string &path
     return rv;
 }
 
+namespace {
+
+// In-process mode: the module's commands are run by direct calls only,
+// so no socket is served and a server of an earlier runtime goes.
+int ssat_keep_in_process(uv_loop_t *loop, std::string_view module) {
+    if (loop == nullptr) return SSAT_E_NOLOOP;
+    if (!ssat_module_name_ok(module)) return SSAT_E_PARAM;
+    auto it = modules().find(module);
+    ssat_module *m = it != modules().end() ? &it->second : &modules()[std::string(module)];
+    m->live = 0;
+    m->known = true;
+    if (m->server != nullptr) ssat_server_close(std::exchange(m->server, nullptr));
+    return 0;
+}
+
+}  // namespace
+
 int ssat_lib_init(kw_global *global, const char *module) {
     if (global == nullptr || module == nullptr) return SSAT_E_PARAM;
+    if (hnx_host_in_process()) return ssat_keep_in_process(hnx_host_loop(global), module);
     return ssat_serve(hnx_host_loop(global), module, ssat_sock_path(module));
 }
 
@@ -131,6 +173,7 @@ int ssat_reg_mod_cmd_erased(const char *module, const char *cmd, int,
         return SSAT_E_PARAM;
     ssat_module *m = find_module(module);
     if (m == nullptr) return SSAT_E_NOMOD;
+    if (retake_cmd(*m, cmd, fmt, invoke, kinds)) return 0;
     if (ssat_split_words(cmd).size() != 1 || std::string_view(cmd) == "help")
         return SSAT_E_PARAM;
     if (find_cmd(*m, cmd) != nullptr) return SSAT_E_DUP;
@@ -145,6 +188,7 @@ int ssat_reg_mod_cmd_erased(const char *module, const char *cmd, int,
         return SSAT_E_FORMAT;
     }
     m->cmds.push_back(ssat_cmd{cmd, fmt, std::move(fmt_kinds), std::move(invoke)});
+    m->live = m->cmds.size();
     return 0;
 }
 
@@ -164,8 +208,16 @@ ssat_reply ssat_run_line(std::string_view module, std::string_view line) {
 std::vector<std::string> ssat_host_commands(std::string_view module) {
     std::vector<std::string> names;
     if (const ssat_module *m = find_module(module))
-        for (const ssat_cmd &c : m->cmds) names.push_back(c.name);
+        for (size_t i = 0; i < m->live; i++) names.push_back(m->cmds[i].name);
     return names;
+}
+
+void ssat_host_forget_commands() {
+    for (auto &[name, m] : modules()) {
+        if (m.server != nullptr) ssat_server_close(std::exchange(m.server, nullptr));
+        m.live = 0;
+        m.known = false;
+    }
 }
 
 void ssat_host_reset() {

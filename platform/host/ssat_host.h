@@ -37,3 +37,9 @@ std::vector<std::string> ssat_host_commands(std::string_view module);
 
 // Forgets every module and stops serving it (tests).
 void ssat_host_reset();
+
+// The same for a process that ends and starts again in this one
+// (hnx_host_set_in_process): the commands' records stay, so that the same
+// commands registered again after the next init cost no reading of their
+// formats.
+void ssat_host_forget_commands();

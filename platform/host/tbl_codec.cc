@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <map>
 #include <string>
+#include <tuple>
 
 void tbl_msg_free::operator()(ProtobufCMessage *m) const {
     protobuf_c_message_free_unpacked(m, nullptr);
@@ -47,12 +48,9 @@ std::map<unsigned, target_slot> target_members(const ProtobufCMessageDescriptor 
     return members;
 }
 
-}  // namespace
-
-const ProtobufCFieldDescriptor *tbl_key_field(const ProtobufCMessageDescriptor *row,
-                                              int key_pos,
-                                              const ProtobufCMessageDescriptor *key) {
-    if (!row || key_pos < 0) return nullptr;
+const ProtobufCFieldDescriptor *find_key_field(const ProtobufCMessageDescriptor *row,
+                                               int key_pos,
+                                               const ProtobufCMessageDescriptor *key) {
     unsigned host_off = 0;
     bool found = false;
     uint32_t at = kTargetHeader;
@@ -69,6 +67,24 @@ const ProtobufCFieldDescriptor *tbl_key_field(const ProtobufCMessageDescriptor *
         if (is_msg && (!key || f->descriptor == key)) return f;
     }
     return nullptr;
+}
+
+}  // namespace
+
+// Descriptors are the program's constant data: a table made again (a
+// service started again in one process) finds its key by the answer of the
+// first time.
+const ProtobufCFieldDescriptor *tbl_key_field(const ProtobufCMessageDescriptor *row,
+                                              int key_pos,
+                                              const ProtobufCMessageDescriptor *key) {
+    if (!row || key_pos < 0) return nullptr;
+    static std::map<std::tuple<const void *, int, const void *>, const ProtobufCFieldDescriptor *>
+        found;
+    const auto at = std::make_tuple(static_cast<const void *>(row), key_pos,
+                                    static_cast<const void *>(key));
+    auto it = found.find(at);
+    if (it == found.end()) it = found.emplace(at, find_key_field(row, key_pos, key)).first;
+    return it->second;
 }
 
 tbl_bytes tbl_pack(const ProtobufCMessage *msg) {
