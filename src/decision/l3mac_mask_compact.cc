@@ -12,7 +12,9 @@
 //  - otherwise the better of the compact search's best and the greedy
 //    cover (fewer entries, then more held entries kept), the greedy one on
 //    a tie, so that a search cut short by its budget never costs a TCAM
-//    entry more than the greedy cover would.
+//    entry more than the greedy cover would. The greedy cover comes without
+//    a template that it keeps for value 0 alone: this mode need not match
+//    value 0, and such a template would be a TCAM entry spent on nothing.
 #include "decision/l3mac_mask_compact.h"
 
 #include <algorithm>
@@ -113,6 +115,36 @@ int give_held(compact_call *c, list_head *head) {
     return fill_list(c->held, c->nheld, head);
 }
 
+// The greedy cover matches value 0 always, and may keep a template above
+// level 0 for that alone, its other numbers matched by the rest. Only one
+// template can be value 0's only cover, and a template through value 0
+// that is not its only cover has another number of its own, or the greedy
+// sweep had dropped it. Dropping that one gives no other template a reason
+// to go: it only takes matches away.
+void drop_value_zero_template(list_head *head) {
+    mask_template *zero = nullptr;
+    for (list_head *p = head->next; p != head; p = p->next) {
+        mask_template *t = l3mac_mask_of(p);
+        if (t->key != 0 || t->level == 0) continue;
+        if (zero) return;
+        zero = t;
+    }
+    if (!zero) return;
+    uint64_t others[L3MAC_BMP_BITS / 64] = {};
+    for (list_head *p = head->next; p != head; p = p->next) {
+        const mask_template *t = l3mac_mask_of(p);
+        if (t == zero) continue;
+        for (uint32_t i = 0; i < (1u << t->level); ++i)
+            others[t->members[i] / 64] |= 1ull << (t->members[i] % 64);
+    }
+    for (uint32_t i = 0; i < (1u << zero->level); ++i) {
+        const uint32_t x = zero->members[i];
+        if (x != 0 && !(others[x / 64] >> (x % 64) & 1u)) return;
+    }
+    list_del_init(&zero->lst);
+    l3mac_free(zero);
+}
+
 // Chooses between the compact search's answer and the greedy cover. The
 // greedy cover is only counted; it is built when it is the one given.
 int give_best(compact_call *c, const evlan_bmp_t *bmp, const compact_output *out,
@@ -131,7 +163,9 @@ int give_best(compact_call *c, const evlan_bmp_t *bmp, const compact_output *out
     const uint32_t best = compact_wins ? out->count : entries;
     if (held_fits && c->nheld <= best) return give_held(c, head);
     if (compact_wins) return fill_list(out->cubes, out->count, head);
-    return l3mac_masklist_calc(bmp, head);
+    if (l3mac_masklist_calc(bmp, head) != 0) return -1;
+    drop_value_zero_template(head);
+    return 0;
 }
 
 }  // namespace

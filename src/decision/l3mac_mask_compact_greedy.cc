@@ -17,7 +17,9 @@
 //  - the sweep walks what is left as the greedy list stands: ascending
 //    level, newest member first, the last found of a member first; a
 //    sub-cube above level 0 that is the only cover of none of its numbers
-//    goes, and lowers the counts seen by those after it.
+//    goes, and lowers the counts seen by those after it;
+//  - as the compact search gives the greedy cover: without a sub-cube
+//    through value 0 that no other number of it needs.
 #include "decision/l3mac_mask_compact_greedy.h"
 
 #include <algorithm>
@@ -186,6 +188,31 @@ void sweep(greedy_count *g) {
     }
 }
 
+// The sub-cubes through value 0 are those whose key is 0: at v, the one
+// that ignores every bit of v. When only one is left, it is value 0's only
+// cover, and goes when none of its other numbers counts on it.
+void drop_value_zero_cube(greedy_count *g) {
+    uint32_t at = 0, found = 0, v0 = 0;
+    for (uint32_t v = 1; v < g->space; ++v) {
+        if (g->level[v] == NOT_MEMBER) continue;
+        for (uint32_t i = g->first[v]; i < g->first[v + 1]; ++i)
+            if (!g->gone[i] && g->bits[i] == v) {
+                at = i;
+                v0 = v;
+                ++found;
+            }
+    }
+    if (found != 1) return;
+    uint32_t s = 0;
+    do {
+        const uint32_t x = v0 ^ s;
+        if (x != 0 && g->cnt[x] == 1) return;
+        s = (s - v0) & v0;
+    } while (s != 0);
+    g->gone[at] = 1;
+    count_cube(g, v0, at, -1);
+}
+
 bool cube_less(const compact_cube &a, const compact_cube &b) {
     return a.key != b.key ? a.key < b.key : a.free < b.free;
 }
@@ -226,6 +253,7 @@ int l3mac_compact_greedy_count(uint32_t width, const compact_cube *primes, uint3
     if (rv == 0) {
         drop_held(&g);
         sweep(&g);
+        drop_value_zero_cube(&g);
         rv = tally(&g, held, nheld, entries, kept);
     }
     close_count(&g);
