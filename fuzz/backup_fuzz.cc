@@ -84,14 +84,16 @@ fuzz_rows_view fuzz_backup_view() {
 // move: one whose index a skipped row takes back first, once that index is
 // free; any in a TCAM with more rows than its pool holds, where skipped rows
 // may take the room that an entry's own row finds gone later in the scan;
-// and one of a MAC with a phyid, whose entries are not claimed before a
-// change and so are made afresh when an add finds the pool full.
+// one of a MAC with a phyid, whose entries are not claimed before a change
+// and so are made afresh when an add finds the pool full; and an overlay
+// entry beyond the board's VFI space, which the restore refuses.
 void fuzz_same_places(const fuzz_rows_view &before, const fuzz_places &after) {
     const l3mac_check_board b = l3mac_check_board_live();
     for (const auto &[k, idx] : before.places) {
         const int t = l3mac_check_tcam_of(b, k[2]);
         auto it = after.find(k);
         if (before.stale.count({t, idx}) || before.rows[t] > b.limit[t] || k[3] != 0) continue;
+        if (k[2] == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL && k[0] >= b.vfi_mask) continue;
         if (it == after.end() || it->second == idx) continue;
         std::fprintf(stderr, "fuzz: the entry evlan %u mask %#x type %u at index %u moved to %d\n",
                      k[0], k[1], k[2], idx, it == after.end() ? -1 : int(it->second));

@@ -74,10 +74,9 @@ TEST_F(RequestTest, UsersOneTo41AreAcceptedAndOthersCountedSilently) {
 }
 
 // Each case: flags, the board's VFI mask, mac_type, evlan, result and the
-// slot's data when refused. A managed VFI at or above the VFI mask would
-// become an entry that matches foreign VFIs: refused like any other number
-// out of range; VLANs keep their own space, and the direct path has no
-// masks to cut.
+// slot's data when refused. Intake knows the VFI range 0-8191 only, not the
+// board's VFI space: a VFI beyond that space is taken, and only the restore
+// refuses its entry.
 TEST_F(RequestTest, AttributesAreCheckedAgainstTheFlagsInOrder) {
     struct check_case {
         uint8_t mng, mng2, tcam2;
@@ -94,9 +93,9 @@ TEST_F(RequestTest, AttributesAreCheckedAgainstTheFlagsInOrder) {
         {1, 1, 0, ALL, TNL, 10, -4, 3, 0},       {0, 0, 1, ALL, NORMAL, 100000, 0, 0, 0},
         {0, 0, 1, ALL, OL, 100000, 0, 0, 0},     {1, 0, 1, ALL, OL, 100000, 0, 0, 0},
         {1, 0, 1, ALL, NORMAL, 100000, -4, 100000, 0},
-        {1, 1, 1, 1, OL, 0, 0, 0, 0},            {1, 1, 1, 1, OL, 5000, -4, 5000, 1},
-        {1, 1, 1, 1023, OL, 1022, 0, 0, 0},      {1, 1, 1, 1023, OL, 1023, -4, 1023, 1},
-        {1, 1, 1, 1023, NORMAL, 1023, 0, 0, 0},  {1, 0, 1, 1, OL, 5000, 0, 0, 0},
+        {1, 1, 1, 1, OL, 0, 0, 0, 0},            {1, 1, 1, 1, OL, 5000, 0, 0, 0},
+        {1, 1, 1, 1, OL, 8191, 0, 0, 0},         {1, 1, 1, 1, OL, 8192, -4, 8192, 1},
+        {1, 1, 1, 1023, OL, 1023, 0, 0, 0},
     };
     uint32_t refused = 0;
     for (const check_case &c : cases) {
@@ -111,14 +110,13 @@ TEST_F(RequestTest, AttributesAreCheckedAgainstTheFlagsInOrder) {
                   std::tuple(refused, c.d1, c.d2));
     }
     flags(1, 1, 1);
-    l3mac_ctx.vfi_mask = 1023;  // 1024 VFIs: the last one is the mask itself
     set_log(1);
     capture_stdout();
-    EXPECT_EQ(check(OL, 1023), -4);
+    EXPECT_EQ(check(OL, 8192), -4);
     EXPECT_EQ(captured_stdout(),
               l3mac_line("ERROR", "sw_l3mac_user_param_check", err_slot(53).line,
-                         "fail:!(L3MAC_CAP_IS_MNG2 && L3MAC_TCAM_EVLAN_INVALID(msg->attr.evlan, 1) && "
-                         "msg->attr.mac_type == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL) code:53 data1:1023 data2:1\n"));
+                         "fail:!(L3MAC_CAP_IS_MNG2 && !SS_RT_VALID_VFI(msg->attr.evlan) && "
+                         "msg->attr.mac_type == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL) code:53 data1:8192 data2:1\n"));
 }
 
 TEST_F(RequestTest, TcamIdFollowsTheMacTypeUnlessTheSecondPoolTakesAll) {

@@ -117,10 +117,6 @@ int intake_set(uint32_t t_user, const user_row &r, bool *takes, req *out, refusa
     if (tcam == 1 && !M.caps.tcam2_en) return *why = {53, static_cast<int32_t>(type)}, -4;
     if (M.caps.is_mng && r.evlan >= 4096 && type != kOl) return *why = {53, evlan}, -4;
     if (M.caps.is_mng2 && r.evlan >= 8192 && type == kOl) return *why = {53, evlan}, -4;
-    // The service's own rule beyond the range check: a managed VFI must lie
-    // below the board's VFI mask, which is the first number that the
-    // restore refuses, so that no entry moves at a restart.
-    if (M.caps.is_mng2 && r.evlan >= M.vfi_mask && type == kOl) return *why = {53, evlan}, -4;
     if ((r.status & 0xFF) != kRequest) return 0;
     // A number with no bit in a MAC's set can never be placed; where the
     // board's flags leave the range test off, the managed path refuses it
@@ -141,9 +137,11 @@ req_key live_key(uint32_t t_user, const std::string &uuid) {
 }
 
 // A number the service can know nothing certain about: no bit in the MAC's
-// set, or a VFI beyond the space that the entries' masks are cut to.
+// set, or a VFI beyond the board's VFI space, whose entries' masks are cut
+// to that space and which the restore refuses.
 bool opaque(uint32_t type, uint32_t evlan) {
-    return evlan >= 16384 || (is_vfi(type) && evlan > space_of(type) && evlan < top_of(type));
+    return evlan >= 16384 || (is_vfi(type) && (evlan >= M.vfi_mask || evlan > space_of(type)) &&
+                              evlan < top_of(type));
 }
 
 // The numbers the cover search reads for a MAC: 1 to the top value minus 1.
@@ -572,6 +570,7 @@ void l3mac_oracle_restart() {
     step_writes w;
     {
         mirror scratch = before;  // only to sort the smoothing's writes out
+        mirror_forget_dropped(&scratch, M.mir);
         mirror_apply_journal(&scratch, &w);
     }
     if (!w.odd.empty()) fail(w.odd.front());

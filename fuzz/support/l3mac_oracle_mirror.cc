@@ -164,6 +164,20 @@ void mirror_apply_journal(mirror *m, step_writes *w) {
     hnx_host_tbl_journal_clear();
 }
 
+void mirror_forget_dropped(mirror *m, const mirror &after) {
+    for (auto it = m->hw.begin(); it != m->hw.end();) {
+        auto now = after.hw.find(it->first);
+        if (now != after.hw.end() && now->second == it->second) {
+            ++it;
+            continue;
+        }
+        auto &mine = m->hw_by_mac[it->second.owner()];
+        mine.erase(it->second);
+        if (mine.empty()) m->hw_by_mac.erase(it->second.owner());
+        it = m->hw.erase(it);
+    }
+}
+
 std::string mirror_diff(const mirror &a, const mirror &b) {
     std::string out;
     for (const auto &[p, e] : a.hw)

@@ -95,6 +95,11 @@ struct step_writes {
 // l3mac_oracle_mirror.cc
 void mirror_load(mirror *m);  // from the tables as they stand
 void mirror_apply_journal(mirror *m, step_writes *w);
+// Takes out of `m` the output rows that `after` no longer has as they were:
+// those that a restart's smoothing dropped without a write of the service,
+// or that the service wrote over. An entry whose backup row the restore
+// refused stands at a new index, and its old row stays until smoothing ends.
+void mirror_forget_dropped(mirror *m, const mirror &after);
 std::string mirror_diff(const mirror &a, const mirror &b);  // "" when equal
 user_row user_row_of(const SRoute__L3macRes *row);
 

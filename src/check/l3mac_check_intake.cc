@@ -64,9 +64,6 @@ std::string l3mac_intake_range(const l3mac_check_res &r, const l3mac_check_board
         return ev + " is outside the VLAN range 0-4095 of " + l3mac_intake_type(r.mac_type);
     if (b.is_mng[1] && r.evlan >= kVfiEnd && type == kOl)
         return ev + " is outside the VFI range 0-8191 of " + l3mac_intake_type(r.mac_type);
-    if (b.is_mng[1] && r.evlan >= b.vfi_mask && type == kOl)
-        return ev + " is beyond the board's VFI space: a managed overlay VFI must be below " +
-               std::to_string(b.vfi_mask) + ", the VFI mask that evlan_num of the profile gives";
     return "";
 }
 

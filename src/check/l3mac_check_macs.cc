@@ -79,8 +79,13 @@ std::string l3mac_check_entry_head(const l3mac_mac_key &k, uint32_t evlan, uint3
 // board's space, so that the entry matches every number that agrees with
 // its value in those bits, not that value alone. With the default
 // evlan_num the VFI mask is 1: an entry for VFI 5000 matches every even VFI.
+// Intake takes any managed VFI up to 8191, whatever the board's VFI space,
+// so such an entry for a VFI that its MAC wants is the service's own: the
+// profile's evlan_num is what is wrong, and it is a note. Any other is a
+// violation.
 void l3mac_check_beyond(const l3mac_check_board &b, const l3mac_mac_key &k, uint32_t evlan,
-                        uint32_t mask, const l3mac_check_model &m, l3mac_check_report *rep) {
+                        uint32_t mask, const l3mac_check_model &m, bool own,
+                        l3mac_check_report *rep) {
     const bool is_vfi = k.mac_type == kOl;
     const uint32_t numbers = is_vfi ? 16384 : 4096;  // the space of the cover search
     std::vector<uint32_t> shown;
@@ -100,12 +105,19 @@ void l3mac_check_beyond(const l3mac_check_board &b, const l3mac_mac_key &k, uint
         return (r.mac_type & 0xFF) == k.mac_type && r.mac == k.mac && r.phyid == k.phyid &&
                l3mac_check_matches(evlan, mask, r.evlan);
     });
-    rep->violation("%s is for %s %u, beyond the board's %s space (%s; the restore refuses such "
-                   "an entry, so it moves at every restart): cut to that space it compares only "
-                   "the bits %#x and matches %llu of the %ss 0-%u (%s), not %s %u alone%s",
-                   head.c_str(), kind, evlan, kind, space, mask,
-                   static_cast<unsigned long long>(total), kind, numbers - 1,
-                   l3mac_check_list_text(shown, total).c_str(), kind, evlan, from.c_str());
+    char text[1024];
+    std::snprintf(text, sizeof text,
+                  "%s is for %s %u, beyond the board's %s space (%s; the restore refuses such "
+                  "an entry, so it moves at every restart): cut to that space it compares only "
+                  "the bits %#x and matches %llu of the %ss 0-%u (%s), not %s %u alone",
+                  head.c_str(), kind, evlan, kind, space, mask,
+                  static_cast<unsigned long long>(total), kind, numbers - 1,
+                  l3mac_check_list_text(shown, total).c_str(), kind, evlan);
+    if (own)
+        rep->note("beyond: %s; raise evlan_num in the profile to give the board the VFIs its "
+                  "requests use", text);
+    else
+        rep->violation("%s%s", text, from.c_str());
 }
 
 // The numbers of the space that an entry matches and no standing request
@@ -145,13 +157,18 @@ void l3mac_check_one_mac(const l3mac_check_board &b, const l3mac_mac_key &k,
     const int tcam = l3mac_check_tcam_of(b, k.mac_type);
     const uint32_t top = l3mac_check_top(b, is_vfi);
     // The restore's own test of an entry's value (evlan below the mask of
-    // its space). Never the service's own entry, whatever else holds for
-    // the MAC.
+    // its space).
     const uint32_t end = is_vfi ? b.vfi_mask : 4095;
-    size_t told = 0;
-    for (const auto &[evlan, mask] : placed)
-        if (evlan >= end) l3mac_check_beyond(b, k, evlan, mask, m, rep), told++;
     const l3mac_pairs cover = l3mac_check_cover(w.need, is_vfi, b.vfi_mask);
+    size_t told = 0;
+    for (const auto &[evlan, mask] : placed) {
+        if (evlan < end) continue;
+        // An entry's value is the lowest number of its template, one that
+        // the MAC wants when the service made it.
+        const bool own = is_vfi && (w.need.count(evlan) || w.may.count(evlan));
+        l3mac_check_beyond(b, k, evlan, mask, m, own, rep);
+        told += !own;
+    }
     if (placed == cover) return;
     if (l3mac_check_compact_fits(b, placed, cover, w, top)) return;
     if (!w.may.empty() && l3mac_check_serves(placed, w, top)) return;

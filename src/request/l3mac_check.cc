@@ -3,7 +3,6 @@
 #include "diag/l3mac_log.h"
 #include "frame/l3mac_ctx.h"
 #include "request/l3mac_msg.h"
-#include "tcam/l3mac_tcam.h"
 
 namespace {
 
@@ -70,16 +69,6 @@ int sw_l3mac_user_param_check(const l3mac_msg *msg, int is_add) {
         msg->attr.mac_type == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL) {
         L3MAC_FAIL(L3MAC_ERR_ATTR_REFUSED,
                    "!(L3MAC_CAP_IS_MNG2 && !SS_RT_VALID_VFI(msg->attr.evlan) && msg->attr.mac_type == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL)",
-                   msg->attr.evlan, msg->attr.mac_type);
-        return L3MAC_E_PARAM;
-    }
-    // A managed VFI beyond the board's VFI space would be cut by the space
-    // mask into an entry that matches foreign VFIs, and the restore would
-    // refuse it at every start: such a number never becomes a request.
-    if (L3MAC_CAP_IS_MNG2 && L3MAC_TCAM_EVLAN_INVALID(msg->attr.evlan, 1) &&
-        msg->attr.mac_type == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL) {
-        L3MAC_FAIL(L3MAC_ERR_ATTR_REFUSED,
-                   "!(L3MAC_CAP_IS_MNG2 && L3MAC_TCAM_EVLAN_INVALID(msg->attr.evlan, 1) && msg->attr.mac_type == S_ROUTE__L3MAC_TYPE_E__L3MAC_OL)",
                    msg->attr.evlan, msg->attr.mac_type);
         return L3MAC_E_PARAM;
     }
