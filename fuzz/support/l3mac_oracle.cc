@@ -140,8 +140,7 @@ req_key live_key(uint32_t t_user, const std::string &uuid) {
 // set, or a VFI beyond the board's VFI space, whose entries' masks are cut
 // to that space and which the restore refuses.
 bool opaque(uint32_t type, uint32_t evlan) {
-    return evlan >= 16384 || (is_vfi(type) && (evlan >= M.vfi_mask || evlan > space_of(type)) &&
-                              evlan < top_of(type));
+    return evlan >= 16384 || (is_vfi(type) && evlan >= M.vfi_mask && evlan < top_of(type));
 }
 
 // The numbers the cover search reads for a MAC: 1 to the top value minus 1.

@@ -4,6 +4,7 @@
 // drop rows without a write of the service). Also what an entry matches.
 #include <algorithm>
 #include <cstdio>
+#include <vector>
 
 #include "platform/host/hnx_host.h"
 #include "support/l3mac_oracle_model.h"
@@ -165,17 +166,12 @@ void mirror_apply_journal(mirror *m, step_writes *w) {
 }
 
 void mirror_forget_dropped(mirror *m, const mirror &after) {
-    for (auto it = m->hw.begin(); it != m->hw.end();) {
-        auto now = after.hw.find(it->first);
-        if (now != after.hw.end() && now->second == it->second) {
-            ++it;
-            continue;
-        }
-        auto &mine = m->hw_by_mac[it->second.owner()];
-        mine.erase(it->second);
-        if (mine.empty()) m->hw_by_mac.erase(it->second.owner());
-        it = m->hw.erase(it);
+    std::vector<pos> gone;
+    for (const auto &[p, e] : m->hw) {
+        auto now = after.hw.find(p);
+        if (now == after.hw.end() || !(now->second == e)) gone.push_back(p);
     }
+    for (pos p : gone) hw_drop(m, p, nullptr);
 }
 
 std::string mirror_diff(const mirror &a, const mirror &b) {
