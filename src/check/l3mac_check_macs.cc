@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <map>
+#include <vector>
 
 #include "decision/l3mac_bmp.h"
 #include "decision/l3mac_mask.h"
@@ -213,10 +215,12 @@ bool l3mac_check_cut(uint32_t key, uint32_t mask, bool is_vfi, uint32_t vfi_mask
     return true;
 }
 
+namespace {
+
 // The search's own result; a check must not fail for an allocation failure
 // that a test plans for the service.
-l3mac_pairs l3mac_check_cover(const std::set<uint32_t> &numbers, bool is_vfi,
-                              uint32_t vfi_mask) {
+l3mac_pairs l3mac_check_cover_search(const std::set<uint32_t> &numbers, bool is_vfi,
+                                     uint32_t vfi_mask) {
     static evlan_bmp_t bmp;
     bmp = evlan_bmp_t{};
     for (uint32_t n : numbers) l3mac_bmp_set(&bmp, n);
@@ -236,6 +240,36 @@ l3mac_pairs l3mac_check_cover(const std::set<uint32_t> &numbers, bool is_vfi,
     }
     l3mac_masklist_free(&head);
     return out;
+}
+
+// A set's default cover depends on the set and its space alone, and a
+// check after every step of a long sequence asks again for the covers of
+// the same few sets: each is searched once. The memo is dropped whole once
+// it holds a million numbers, so a tool that checks a large board stays
+// within a few megabytes.
+struct cover_memo_key {
+    bool is_vfi;
+    uint32_t vfi_mask;
+    std::vector<uint32_t> numbers;
+    auto operator<=>(const cover_memo_key &) const = default;
+};
+
+std::map<cover_memo_key, l3mac_pairs> g_cover_memo;
+size_t g_cover_memo_numbers = 0;
+constexpr size_t kCoverMemoNumbers = size_t{1} << 20;
+
+}  // namespace
+
+l3mac_pairs l3mac_check_cover(const std::set<uint32_t> &numbers, bool is_vfi,
+                              uint32_t vfi_mask) {
+    cover_memo_key key{is_vfi, vfi_mask, {numbers.begin(), numbers.end()}};
+    if (auto it = g_cover_memo.find(key); it != g_cover_memo.end()) return it->second;
+    l3mac_pairs cover = l3mac_check_cover_search(numbers, is_vfi, vfi_mask);
+    if (g_cover_memo_numbers + numbers.size() > kCoverMemoNumbers)
+        g_cover_memo.clear(), g_cover_memo_numbers = 0;
+    g_cover_memo_numbers += numbers.size();
+    g_cover_memo.emplace(std::move(key), cover);
+    return cover;
 }
 
 uint32_t l3mac_check_top(const l3mac_check_board &b, bool is_vfi) {
