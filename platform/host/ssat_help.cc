@@ -39,9 +39,9 @@ std::string ssat_help_entry(const ssat_cmd_info &cmd, const char *description) {
     // A format the framework cannot read was never registered; its names
     // are then simply not shown.
     if (ssat_fmt_names(cmd.fmt, &names))
-        for (const std::string &n : names) text += " " + upper(n);
+        for (const std::string &n : names) text.append(" ").append(upper(n));
     text += "\n";
     if (description != nullptr && *description != '\0')
-        text += "    " + std::string(description) + "\n";
-    return text + "    format: \"" + cmd.fmt + "\"\n";
+        text.append("    ").append(description).append("\n");
+    return text.append("    format: \"").append(cmd.fmt).append("\"\n");
 }
