@@ -14,6 +14,11 @@
 // Starts hnx-l3table-l3mac with HNX_ROOT=root and a short timer unit; its
 // output goes to <root>/daemon.out. Returns its pid.
 pid_t managed_daemon_start(const std::string &bin, const std::string &root);
+// Starts <bin>/<prog> with HNX_ROOT=root and the arguments in the
+// background; its output goes to the file `out` and `out`.err. Returns its
+// pid.
+pid_t managed_start(const std::string &bin, const std::string &root, const std::string &prog,
+                    const std::vector<std::string> &args, const std::string &out);
 // SIGKILL, then waits for it. No-op for pid 0.
 void managed_daemon_kill(pid_t &pid);
 
@@ -27,11 +32,22 @@ struct managed_result {
 managed_result managed_run(const std::string &bin, const std::string &root, const std::string &prog,
                            const std::vector<std::string> &args, const std::string &input = "");
 
+// Runs `command` with /bin/sh to its end: its exit status (-1 when it did
+// not end normally) and its standard output.
+managed_result managed_shell(const std::string &command);
+
+// Runs <bin>/<prog> --root root with the arguments, as managed_run does.
+inline managed_result managed_tool(const std::string &bin, const std::string &root,
+                                   const std::string &prog, std::vector<std::string> args,
+                                   const std::string &input = "") {
+    args.insert(args.begin(), {"--root", root});
+    return managed_run(bin, root, prog, args, input);
+}
+
 // Runs hnx-tbl --root root with the arguments; its exit status.
 inline int managed_tbl(const std::string &bin, const std::string &root,
                        std::vector<std::string> args) {
-    args.insert(args.begin(), {"--root", root});
-    return managed_run(bin, root, "hnx-tbl", args).status;
+    return managed_tool(bin, root, "hnx-tbl", args).status;
 }
 
 // A folder of this test process's own, <TempDir>/<prefix>-<pid>: ctest
