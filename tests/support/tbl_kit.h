@@ -78,6 +78,14 @@ inline int64_t hw_log_size() {
     return n;
 }
 
+// Whether `said` is just the one line of a reader whose Redis server at
+// `url` went away.
+inline bool hw_server_lost(const std::string &said, const std::string &url) {
+    const std::string tail = "): exiting with status 75 for a restart on the store that stands now\n";
+    return said.rfind("ss_rt_tbl: store 16 (" + url + ") lost its server (", 0) == 0 &&
+           said.ends_with(tail) && said.find('\n') == said.size() - 1;
+}
+
 // Runs `fn` in a forked child, which then exits 0.
 inline pid_t child_start(const std::function<void()> &fn) {
     const pid_t pid = fork();
