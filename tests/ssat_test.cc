@@ -89,8 +89,9 @@ protected:
         char tmpl[] = "/tmp/ssat-test-XXXXXX";
         ASSERT_NE(mkdtemp(tmpl), nullptr);
         root_ = tmpl;
+        sock_ = root_ + "/var/run/hnx/" + MOD + ".sock";
         uv_loop_init(&loop_);
-        ASSERT_EQ(ssat_serve(&loop_, MOD, root_ + "/var/run/hnx/" + MOD + ".sock"), 0);
+        ASSERT_EQ(ssat_serve(&loop_, MOD, sock_), 0);
         ASSERT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), 0);
         g_calls = 0;
     }
@@ -100,7 +101,7 @@ protected:
         EXPECT_EQ(uv_loop_close(&loop_), 0);
         std::filesystem::remove_all(root_);
     }
-    std::string root_;
+    std::string root_, sock_;
     uv_loop_t loop_;
 };
 
@@ -163,8 +164,7 @@ int other(int32_t n) { return n; }
 TEST_F(SsatModule, AnInitAgainForgetsTheCommandsAndTakesTheSameOnesBack) {
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, " void ", noop), 0);
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "other", 0, "n=%d", other), 0);
-    const std::string path = root_ + "/var/run/hnx/" + MOD + ".sock";
-    ASSERT_EQ(ssat_serve(&loop_, MOD, path), 0);
+    ASSERT_EQ(ssat_serve(&loop_, MOD, sock_), 0);
     EXPECT_TRUE(ssat_host_commands(MOD).empty());
     EXPECT_EQ(ssat_run_line(MOD, "nothing").text,
               "unknown command \"nothing\"; \"help\" lists the commands\n");
@@ -179,7 +179,7 @@ TEST_F(SsatModule, AnInitAgainForgetsTheCommandsAndTakesTheSameOnesBack) {
     EXPECT_EQ(ssat_run_line(MOD, "probe 3 t 0:0:0:0:0:2").text, "probe 3 t\n");
 
     // The same three again, one with a handler that no longer fits it.
-    ASSERT_EQ(ssat_serve(&loop_, MOD, path), 0);
+    ASSERT_EQ(ssat_serve(&loop_, MOD, sock_), 0);
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), 0);
     EXPECT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, "n=%d", noop), SSAT_E_FORMAT);
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, "n=%d", other), 0);
@@ -259,9 +259,8 @@ TEST_F(SsatModule, TheHolderOfThePathsLockOwnsThePath) {
 // nothing are dropped when their time is up, and their places come back.
 TEST_F(SsatModule, ConnectionsAreBoundedInNumberAndTime) {
     const ssat_conn_limits old = ssat_server_set_limits({.max_conns = 3, .timeout_ms = 30});
-    const std::string path = root_ + "/var/run/hnx/" + MOD + ".sock";
     std::vector<int> idle;
-    for (int i = 0; i < 4; i++) idle.push_back(ssat_client(path));
+    for (int i = 0; i < 4; i++) idle.push_back(ssat_client(sock_));
     for (int i = 0; i < 8; i++) uv_run(&loop_, UV_RUN_NOWAIT);
     auto [said, closed] = ssat_drain(idle[3]);
     EXPECT_NE(said.find("the module serves 3 connections already; try again"), std::string::npos);
@@ -272,7 +271,7 @@ TEST_F(SsatModule, ConnectionsAreBoundedInNumberAndTime) {
     for (int i = 0; i < 200 && !ssat_drain(idle[2]).second; i++) uv_run(&loop_, UV_RUN_ONCE);
     for (int i = 0; i < 3; i++) EXPECT_TRUE(ssat_drain(idle[i]).second) << i;
     for (int i = 0; i < 4; i++) uv_run(&loop_, UV_RUN_NOWAIT);
-    const int fresh = ssat_client(path);
+    const int fresh = ssat_client(sock_);
     ASSERT_EQ(send(fresh, "probe 5 x 0:0:0:0:0:1\n", 22, 0), 22);
     for (int i = 0; i < 8; i++) uv_run(&loop_, UV_RUN_NOWAIT);
     EXPECT_NE(ssat_drain(fresh).first.find("probe 5 x"), std::string::npos);
