@@ -76,14 +76,19 @@ std::string small_fault(const small_set &s, const compact_output &o) {
     return "";
 }
 
-compact_output compact_of(const small_set &s, std::vector<compact_cube> have = {},
+// The search's output for `in`, released when it goes.
+struct compact_result : compact_output {
+    explicit compact_result(const compact_input &in) : compact_output{} {
+        EXPECT_EQ(l3mac_compact_cover(&in, this), 0);
+    }
+    ~compact_result() { l3mac_compact_release(this); }
+    compact_result(const compact_result &) = delete;
+};
+
+compact_result compact_of(const small_set &s, std::vector<compact_cube> have = {},
                           uint64_t budget = COMPACT_BUDGET_VLAN) {
     const uint64_t set[1] = {s.bits};
-    const compact_input in = {s.width, set, have.data(), static_cast<uint32_t>(have.size()),
-                              budget};
-    compact_output o;
-    EXPECT_EQ(l3mac_compact_cover(&in, &o), 0);
-    return o;
+    return compact_result({s.width, set, have.data(), static_cast<uint32_t>(have.size()), budget});
 }
 
 // Every set of the spaces of 2 to 4 bits, proved, and random sets of 5 bits.
@@ -95,11 +100,10 @@ TEST(CompactCover, SetsOfSmallSpacesGetTheFewestSubCubes) {
     std::mt19937 rng(16);
     for (int n = 0; n < 60; ++n) sets.push_back({5, (static_cast<uint64_t>(rng()) << 1) & 0x7FFFFFFEull});
     for (const small_set &s : sets) {
-        compact_output o = compact_of(s);
+        const compact_result o = compact_of(s);
         ASSERT_EQ(small_fault(s, o), "") << s.width << " " << s.bits;
         ASSERT_TRUE(o.exact || s.width == 5);
         ASSERT_EQ(static_cast<int>(o.count), brute_minimum(s)) << s.width << " " << s.bits;
-        l3mac_compact_release(&o);
     }
 }
 
@@ -155,27 +159,23 @@ TEST(CompactCover, PrimesBySplittingAreTheTablesPrimes) {
 // but a MAC that holds the entry for 1 alone keeps it.
 TEST(CompactCover, AmongTheFewestTheHeldEntriesWin) {
     const small_set s{4, 0b110};
-    compact_output fresh = compact_of(s);
+    const compact_result fresh = compact_of(s);
     EXPECT_EQ(fresh.count, 2u);
     EXPECT_EQ(fresh.kept, 0u);
     EXPECT_EQ(fresh.cubes[0].free, 1u);
-    compact_output held = compact_of(s, {{1, 0}, {9, 6}});  // the second is no sub-cube
+    const compact_result held = compact_of(s, {{1, 0}, {9, 6}});  // the second is no sub-cube
     ASSERT_EQ(held.count, 2u);
     EXPECT_EQ(held.kept, 1u);
     EXPECT_TRUE(held.exact);
     EXPECT_EQ(held.cubes[0].key, 1u);
     EXPECT_EQ(held.cubes[0].free, 0u);
-    l3mac_compact_release(&fresh);
-    l3mac_compact_release(&held);
 }
 
 TEST(CompactCover, AnExhaustedBudgetStillGivesAnExactCover) {
     std::mt19937 rng(3);
     for (int n = 0; n < 20; ++n) {
         const small_set s{6, static_cast<uint64_t>(rng()) << 32 | rng()};
-        compact_output o = compact_of(s, {}, 0);
-        EXPECT_EQ(small_fault(s, o), "");
-        l3mac_compact_release(&o);
+        EXPECT_EQ(small_fault(s, compact_of(s, {}, 0)), "");
     }
 }
 
@@ -265,13 +265,10 @@ TEST(CompactCover, KnownSetsTakeTheFewestEntriesWithinTheBudget) {
     for (const auto &k : known) {
         const bool vfi = k.set.is_vfi;
         const std::vector<uint64_t> set = words_of(k.set);
-        const compact_input in = {vfi ? 14u : 12u, set.data(), nullptr, 0,
-                                  vfi ? COMPACT_BUDGET_VFI : COMPACT_BUDGET_VLAN};
-        compact_output o;
-        ASSERT_EQ(l3mac_compact_cover(&in, &o), 0);
+        const compact_result o({vfi ? 14u : 12u, set.data(), nullptr, 0,
+                                vfi ? COMPACT_BUDGET_VFI : COMPACT_BUDGET_VLAN});
         EXPECT_TRUE(o.exact) << k.fewest;
         EXPECT_EQ(o.count, k.fewest);
-        l3mac_compact_release(&o);
         const cover_run greedy = l3mac_cover_run(k.set), fewest = l3mac_cover_run(k.set, true);
         EXPECT_EQ(fewest.fault, "");
         EXPECT_TRUE(!k.greedy || entries_of(greedy, vfi) == k.greedy) << entries_of(greedy, vfi);
