@@ -42,12 +42,7 @@ protected:
                    managed_slurp(pid_file()) == std::to_string(first_) + std::string(1, '\0');
         }));
     }
-    int first_exit() {
-        int st = 0;
-        if (!managed_wait([&] { return waitpid(first_, &st, WNOHANG) == first_; })) return -1;
-        first_ = 0;
-        return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    }
+    int first_exit() { return child_wait(std::exchange(first_, 0)); }
     std::string pid_file() const { return root_ + "/var/run/de.res_l3mac.route.ss.pid"; }
     std::string profile() const { return root_ + "/etc/hnx/capability.json"; }
 

@@ -175,9 +175,7 @@ TEST_F(LiveRoot, ASignalEndsTheRunWithItsRowsTakenBack) {
         root_ + "/load.out");
     ASSERT_TRUE(managed_wait([&] { return rows_of(root_, "s_route.l3mac_res") > 0; }));
     kill(load, SIGTERM);
-    int st = 0;
-    ASSERT_TRUE(managed_wait([&] { return waitpid(load, &st, WNOHANG) == load; }));
-    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 128 + SIGTERM) << st;
+    EXPECT_EQ(child_wait(load), 128 + SIGTERM);
     EXPECT_EQ(rows_of(root_, "s_route.l3mac_res"), 0);
     const std::string said =
         managed_slurp(root_ + "/load.out") + managed_slurp(root_ + "/load.out.err");

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -18,6 +17,7 @@
 #include "platform/host/ssat_host.h"
 #include "platform/host/ssat_server.h"
 #include "platform/ssat.h"
+#include "support/managed_proc.h"
 
 namespace {
 
@@ -235,22 +235,20 @@ TEST_F(SsatModule, TheHolderOfThePathsLockOwnsThePath) {
     ASSERT_EQ(pipe(ready), 0);
     ASSERT_EQ(pipe(release), 0);
     const std::string third = root_ + "/var/run/hnx/third.sock";
-    const pid_t holder = fork();
-    if (holder == 0) {  // another process that serves `third`
+    const pid_t holder = child_start([&] {  // another process that serves `third`
         int fd = open((third + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
         struct flock lk = {};
         lk.l_type = F_WRLCK;
         char c = fcntl(fd, F_SETLK, &lk) == 0 ? 'y' : 'n';
         (void)!write(ready[1], &c, 1);
         (void)!read(release[0], &c, 1);
-        _exit(0);
-    }
+    });
     char c = 0;
     ASSERT_EQ(read(ready[0], &c, 1), 1);
     ASSERT_EQ(c, 'y');
     EXPECT_EQ(ssat_serve(&loop_, "third", third), SSAT_E_BUSY);
     (void)!write(release[1], &c, 1);
-    waitpid(holder, nullptr, 0);
+    child_wait(holder);
     EXPECT_EQ(ssat_serve(&loop_, "third", third), 0);  // its lock went with it
     for (int fd : {ready[0], ready[1], release[0], release[1]}) close(fd);
 }

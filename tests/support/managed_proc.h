@@ -1,12 +1,15 @@
 // Programs of the project run from a test under a temporary root: the
-// daemon in the background, a tool to completion, and a bounded wait on a
-// condition.
+// daemon in the background, a tool to completion, a bounded wait on a
+// condition, and the test's own code in a forked child.
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <functional>
 #include <string>
 #include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 // `bin` is the build's program folder (HNX_BIN_DIR of the test programs).
@@ -61,3 +64,23 @@ std::string managed_slurp(const std::string &path);
 // Polls `cond` until it holds or `limit` has passed. True when it held.
 bool managed_wait(const std::function<bool()> &cond,
                   std::chrono::milliseconds limit = std::chrono::seconds(20));
+
+// Runs `fn` in a forked child, which then exits 0.
+inline pid_t child_start(const std::function<void()> &fn) {
+    const pid_t pid = fork();
+    if (pid == 0) fn(), _exit(0);
+    return pid;
+}
+
+// The child's exit status after a bounded wait; -1 when it had to be killed
+// or did not exit.
+inline int child_wait(pid_t pid) {
+    int status = 0;
+    if (!managed_wait([&] { return waitpid(pid, &status, WNOHANG) == pid; })) {
+        kill(pid, SIGKILL), waitpid(pid, &status, 0);
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+inline int child_status(const std::function<void()> &fn) { return child_wait(child_start(fn)); }
