@@ -47,6 +47,8 @@ TEST_F(AtCmds, RegistersThirtyOneCommandsInOrder) {
         "get-drv-decision-max-counter set-commom-decision-max-counter "
         "get-commom-decision-max-counter trigger-decision dump-info ";
     EXPECT_EQ(got.substr(got.size() - std::min(got.size(), want.size())), want);
+    // Through the framework, a short line is refused.
+    EXPECT_FALSE(ssat_run_line(MOD, "find-evlan-by-mac 0 00:11:22:33:44:55 0").ran);
 }
 
 // Every command of the module has its line in hnx-cmd's help; the
@@ -63,6 +65,9 @@ TEST_F(AtCmds, EveryCommandHasItsWordsAndItsArgumentsNamed) {
         EXPECT_NE(text, nullptr) << cmds[i].name;
         entry[cmds[i].name] = ssat_help_entry(cmds[i], text);
     }
+    EXPECT_EQ(entry["trigger-decision"],
+              "trigger-decision\n    run a decision round now, without budget or timing sample\n"
+              "    format: \"trigger l3mac decision\"\n");
     EXPECT_TRUE(entry["add-mul-user-entry"].starts_with(
         "add-mul-user-entry USER UUID_BASE COUNT STATUS IS_MATCH_EVLAN EVLAN_BASE MAC_TYPE MAC\n"));
     EXPECT_TRUE(entry["get-mac-db"].starts_with("get-mac-db TYPE MAC\n"));  // phyid is not given
