@@ -34,7 +34,7 @@ TEST_F(CoverModeProfile, TheKeyChoosesTheModeAndItsAbsenceIsNoFailure) {
     EXPECT_EQ(dump.find("compact"), std::string::npos);
 }
 
-// Both modes keep every entry at its index through a restart.
+// (Both modes keep every entry at its index through a restart: ds_test.)
 using CoverModeChange = ManagedWorld;
 
 // VLANs 10-20 take five entries in the greedy cover and four in the

@@ -2,8 +2,6 @@
 // root, so that the guide stays true: each "$ " line of a block marked
 // <!-- example --> is a command, and the block's other lines must appear in
 // the commands' output in that order.
-#include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -47,14 +45,8 @@ std::vector<example> read_examples(const std::string &path) {
 // The command's standard output and error, run by the shell in `dir` with
 // the project's programs first on the PATH and the root in HNX_ROOT.
 std::string run(const std::string &command, const std::string &dir) {
-    const std::string line = "cd '" + dir + "' && PATH='" HNX_BIN_DIR "':$PATH " + command + " 2>&1";
-    std::string out;
-    if (FILE *p = popen(line.c_str(), "r")) {
-        std::array<char, 4096> buf;
-        for (size_t n; (n = fread(buf.data(), 1, buf.size(), p)) > 0;) out.append(buf.data(), n);
-        pclose(p);
-    }
-    return out;
+    const std::string path = "PATH='" HNX_BIN_DIR "':$PATH ";
+    return managed_shell("cd '" + dir + "' && " + path + command + " 2>&1").out;
 }
 
 // An expected line matches an output line exactly, or by its start when it

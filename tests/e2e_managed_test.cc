@@ -3,10 +3,7 @@
 // the store, across a kill and a restart.
 #include <algorithm>
 
-#include "platform/host/hnx_host.h"
-#include "support/managed_proc.h"
-#include "support/managed_world.h"
-#include "support/redis_server.h"
+#include "support/daemon_world.h"
 
 namespace {
 
@@ -30,29 +27,7 @@ bool tables_hold(std::vector<hw_entry> want) {
 }
 
 // The service world's root, its tables read by this process, served by a daemon.
-class ManagedE2e : public OverStores<L3macWorld> {
-protected:
-    void TearDown() override {
-        managed_daemon_kill(pid_);
-        OverStores::TearDown();
-    }
-    void start() { pid_ = managed_daemon_start(HNX_BIN_DIR, root_); }
-
-    // A user's row written with hnx-tbl, or deleted.
-    void set(const mac6 &mac, uint32_t vlan, uint32_t user = 1, bool del = false) {
-        std::vector<std::string> args{del ? "del" : "set", "s_route.l3mac_res",
-                                      "index.t_user=" + std::to_string(user),
-                                      "index.uuid=" + managed_uuid(mac, NORMAL, vlan)};
-        char m[18];
-        std::snprintf(m, sizeof m, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-                      mac[4], mac[5]);
-        if (!del)
-            args.insert(args.end(), {"status=STATUS_REQUEST", "attr.evlan=" + std::to_string(vlan),
-                                     "attr.mac_type=L3MAC_NORMAL", std::string("attr.mac=") + m});
-        ASSERT_EQ(managed_tbl(HNX_BIN_DIR, root_, args), 0);
-    }
-    pid_t pid_ = 0;
-};
+using ManagedE2e = DaemonWorld;
 
 // Covers: {1, 2, 3} is 0/0xFFC; {5, 7} is 5/0xFFD beside the filler;
 // {100..103} is 100/0xFFC; {1, 2} is 0/0xFFD and 0/0xFFE.

@@ -89,15 +89,4 @@ TEST_F(NotifyTest, ReadyAfterSmoothingThenStatusFollowsTheTables) {
     EXPECT_EQ(until("STOPPING=1"), "STOPPING=1\nSTATUS=stopping");
 }
 
-// A daemon started by hand, with no manager listening, sends nothing and
-// serves as before.
-TEST_F(NotifyTest, WithoutTheSocketNothingIsSent) {
-    pid_ = managed_daemon_start(kBin, root_);
-    ASSERT_TRUE(managed_wait([&] {
-        return daemon_err().find("s_route.l3mac_bak: data smoothing ended") != std::string::npos;
-    }));
-    pollfd p = {fd_, POLLIN, 0};
-    EXPECT_EQ(poll(&p, 1, 0), 0);
-}
-
 }  // namespace

@@ -7,9 +7,7 @@
 #include <utility>
 
 #include "platform/host/hnx_host.h"
-#include "support/managed_proc.h"
-#include "support/managed_world.h"
-#include "support/redis_server.h"
+#include "support/daemon_world.h"
 #include "support/tbl_kit.h"
 
 namespace {
@@ -29,23 +27,18 @@ std::string requests(int first, int n) {
     return in;
 }
 
-class RedisE2e : public OverStores<L3macWorld> {
+class RedisE2e : public DaemonWorld {
 protected:
     RedisE2e() { appendonly_ = true; }
-    void TearDown() override {
-        managed_daemon_kill(pid_);
-        OverStores::TearDown();
-    }
-    void start() { pid_ = managed_daemon_start(kBin, root_); }
-    managed_result check() const {
-        return managed_run(kBin, root_, "hnx-l3mac-check", {"--root", root_});
-    }
+    managed_result check() const { return managed_tool(kBin, root_, "hnx-l3mac-check", {}); }
     managed_result feed(const std::string &in) const {
-        return managed_run(kBin, root_, "l3mac-feed", {"--root", root_}, in);
+        return managed_tool(kBin, root_, "l3mac-feed", {}, in);
+    }
+    managed_result tbl(const std::vector<std::string> &args) const {
+        return managed_tool(kBin, root_, "hnx-tbl", args);
     }
     // The daemon's exit status once it ends, or -1.
     int exit_of_daemon() { return child_wait(std::exchange(pid_, 0)); }
-    pid_t pid_ = 0;
 };
 
 // The server killed (its append-only file on) while a user writes its
@@ -114,10 +107,6 @@ TEST_P(RedisE2e, AnAclSetUpLetsEachSideDoItsPartOnly) {
         const std::string file = root_ + "/" + name + ".pw";
         std::ofstream(file) << name << " " << name << "-pw\n";
         setenv("HNX_STORE_PASSWORD_FILE", file.c_str(), 1);
-    };
-    auto tbl = [&](std::vector<std::string> args) {
-        args.insert(args.begin(), {"--root", root_});
-        return managed_run(kBin, root_, "hnx-tbl", args);
     };
     write_caps({});
     as("l3mac");

@@ -2,12 +2,10 @@
 // the crash-restart soak found: one test each, named after the fault.
 #include <climits>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "frame/l3mac_ctx.h"
 #include "platform/host/tbl_store.h"
 #include "support/l3mac_world.h"
+#include "support/managed_proc.h"
 
 namespace {
 
@@ -19,12 +17,9 @@ using FuzzRegress = L3macWorld;
 TEST_F(FuzzRegress, TwoProcessesCreatingTheStoreAtOnceBothOpenIt) {
     for (int round = 0; round < 40; round++) {
         const std::string path = root_ + "/store-" + std::to_string(round) + ".db";
-        const pid_t child = fork();
-        if (child == 0) _exit(tbl_store::open(16, path) ? 0 : 1);
+        const pid_t child = child_start([&] { _exit(tbl_store::open(16, path) ? 0 : 1); });
         EXPECT_NE(tbl_store::open(16, path), nullptr) << "round " << round;
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "round " << round;
+        EXPECT_EQ(child_wait(child), 0) << "round " << round;
     }
 }
 

@@ -3,8 +3,6 @@
 // only a daemon that answers, and takes back every row it wrote, also when
 // a signal ends it, unless told to keep them.
 #include <csignal>
-#include <cstdio>
-#include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -41,19 +39,17 @@ int rows_of(const std::string &root, const std::string &table) {
 // Runs hnx-load with these arguments under `root`, to its end; then
 // counts the rows left, unless `count` is false.
 load_result load_at(const std::string &root, const std::string &args, bool count = true) {
-    std::string cmd = kBin + "/hnx-load --root " + root + " " + args + " 2>&1";
+    const std::string cmd = kBin + "/hnx-load --root " + root + " " + args + " 2>&1";
+    const managed_result run = managed_shell(cmd);
     load_result r;
-    FILE *p = popen(cmd.c_str(), "r");
-    char line[512];
-    while (p && std::fgets(line, sizeof line, p)) {
-        std::string s(line);
-        size_t colon = s.find(": ");
-        if (s.rfind("hnx-load: ", 0) == 0) r.said += s;
+    r.status = run.status;
+    std::istringstream lines(run.out);
+    for (std::string s; std::getline(lines, s);) {
+        const size_t colon = s.find(": ");
+        if (s.rfind("hnx-load: ", 0) == 0) r.said += s + "\n";
         else if (colon != std::string::npos && s.rfind("workload", 0) != 0)
             r.fig[s.substr(0, colon)] = std::stod(s.substr(colon + 2));
     }
-    const int st = p ? pclose(p) : -1;
-    r.status = st >= 0 && WIFEXITED(st) ? WEXITSTATUS(st) : -1;
     if (!count) return r;
     r.left_requests = rows_of(root, "s_route.l3mac_res");
     r.left_entries = rows_of(root, "s_route.l3mac_hw_res");
@@ -173,21 +169,16 @@ TEST_F(LiveRoot, TheRowsWrittenAreKeptWhenToldAndNeverTakenOver) {
 
 // SIGTERM in the middle of a long churn: the run ends through its clean-up.
 TEST_F(LiveRoot, ASignalEndsTheRunWithItsRowsTakenBack) {
-    const pid_t load = fork();
-    if (load == 0) {
-        const int out = open((root_ + "/load.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(out, STDOUT_FILENO), dup2(out, STDERR_FILENO);
-        execl((kBin + "/hnx-load").c_str(), "hnx-load", "--root", root_.c_str(), "churn",
-              "--rate", "200", "--secs", "60", "--macs", "10", static_cast<char *>(nullptr));
-        _exit(127);
-    }
+    const pid_t load = managed_start(
+        kBin, root_, "hnx-load",
+        {"--root", root_, "churn", "--rate", "200", "--secs", "60", "--macs", "10"},
+        root_ + "/load.out");
     ASSERT_TRUE(managed_wait([&] { return rows_of(root_, "s_route.l3mac_res") > 0; }));
     kill(load, SIGTERM);
-    int st = 0;
-    ASSERT_TRUE(managed_wait([&] { return waitpid(load, &st, WNOHANG) == load; }));
-    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 128 + SIGTERM) << st;
+    EXPECT_EQ(child_wait(load), 128 + SIGTERM);
     EXPECT_EQ(rows_of(root_, "s_route.l3mac_res"), 0);
-    const std::string said = managed_slurp(root_ + "/load.out");
+    const std::string said =
+        managed_slurp(root_ + "/load.out") + managed_slurp(root_ + "/load.out.err");
     EXPECT_NE(said.find("request rows written are deleted"), std::string::npos) << said;
     EXPECT_NE(said.find("hnx-load: stopped by signal 15\n"), std::string::npos) << said;
 }

@@ -18,9 +18,8 @@ const char *const kRes = "s_route.l3mac_res";
 class HnxTbl : public L3macWorld {
 protected:
     // Runs hnx-tbl --root <root> with the words.
-    managed_result run(std::vector<std::string> words) {
-        words.insert(words.begin(), {"--root", root_});
-        return managed_run(HNX_BIN_DIR, root_, "hnx-tbl", words);
+    managed_result run(const std::vector<std::string> &words) {
+        return managed_tool(HNX_BIN_DIR, root_, "hnx-tbl", words);
     }
 };
 

@@ -32,11 +32,17 @@ protected:
     // Writes the profile and runs init; what it says on stderr in *err.
     int init(const std::string &text, std::string *err = nullptr) {
         if (!text.empty()) std::ofstream(file()) << text;
-        ::testing::internal::CaptureStderr();
-        const int rv = libkw_cap_init(nullptr, "hnx-l3table-l3mac");
-        const std::string said = ::testing::internal::GetCapturedStderr();
+        int rv = 0;
+        const std::string said = err_of([&] { rv = libkw_cap_init(nullptr, "hnx-l3table-l3mac"); });
         if (err) *err = said;
         return rv;
+    }
+    // Whether the runtime of process `name` starts; what it says in *err.
+    static bool starts(std::string *err, const char *name = "hnx-l3table-l3mac") {
+        kw_global *g = nullptr;
+        *err = err_of([&] { g = kw_global_init(name, 0); });
+        if (g) kw_global_finish(g);
+        return g != nullptr;
     }
 };
 
@@ -121,7 +127,7 @@ TEST(CapCheck, FaultsAndWarningsNameTheFileThePositionOrTheKey) {
           ": s_route/l3mac/ability/is-mng is a number (0), not true or false",
           ": s_route/l3mac/ability/is-mng2 is an object ({}), not true or false"}, {}, "12.0"},
         {R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 4, "tcam_cap": 8, "x": {"y": 1}},
-             "l3mac-dec-cnt": 3, "abilities": {}}, "l3intf": {"other": true}}})",
+             "l3mac-dec-cnt": 3, "abilities": {}}, "l3intf": {"other": true}}, "s_other": {}})",
          {},
          {": unknown key s_route/l3mac/capacity/tcam_cap, ignored (did you mean "
           "s_route/l3mac/capacity/tcam-cap?)",
@@ -155,35 +161,27 @@ TEST(CapCheck, FaultsAndWarningsNameTheFileThePositionOrTheKey) {
 // a missing file, a typo's warning and a process that reads no profile
 // start as before.
 TEST_F(Cap, TheDaemonsRuntimeIsRefusedOnABadProfileOnly) {
-    auto start = [&](const char *name, std::string *err) {
-        ::testing::internal::CaptureStderr();
-        kw_global *g = kw_global_init(name, 0);
-        *err = ::testing::internal::GetCapturedStderr();
-        if (g) kw_global_finish(g);
-        return g != nullptr;
-    };
     std::string err;
-    EXPECT_TRUE(start("hnx-l3table-l3mac", &err));  // no file
+    EXPECT_TRUE(starts(&err));  // no file
     EXPECT_EQ(err, "");
     std::ofstream(file()) << R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": "4096"}}}})";
-    EXPECT_FALSE(start("hnx-l3table-l3mac", &err));
+    EXPECT_FALSE(starts(&err));
     EXPECT_EQ(err, "hnx-l3table-l3mac: capability profile " + file() +
                        ": s_route/l3mac/capacity/tcam-cap is a string (\"4096\"), not an integer; "
                        "not started: mend the file (hnx-l3mac-check --profile " + file() +
                        " lists every fault) or remove it to start on the built-in defaults\n");
-    EXPECT_TRUE(start("hnx-tbl", &err));
+    EXPECT_TRUE(starts(&err, "hnx-tbl"));
     EXPECT_EQ(err, "");
     std::ofstream(file()) << R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 4096, "cap": 1}}}})";
-    EXPECT_TRUE(start("hnx-l3table-l3mac", &err));
-    EXPECT_EQ(err, "hnx-l3table-l3mac: capability profile " + file() +
-                       ": unknown key s_route/l3mac/capacity/cap, ignored\n");
     // A start again over the same text says the same; a changed file is
     // checked afresh.
-    EXPECT_TRUE(start("hnx-l3table-l3mac", &err));
-    EXPECT_EQ(err, "hnx-l3table-l3mac: capability profile " + file() +
-                       ": unknown key s_route/l3mac/capacity/cap, ignored\n");
+    for (int again = 0; again < 2; again++) {
+        EXPECT_TRUE(starts(&err));
+        EXPECT_EQ(err, "hnx-l3table-l3mac: capability profile " + file() +
+                           ": unknown key s_route/l3mac/capacity/cap, ignored\n");
+    }
     std::ofstream(file()) << R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": "4096"}}}})";
-    EXPECT_FALSE(start("hnx-l3table-l3mac", &err));
+    EXPECT_FALSE(starts(&err));
 }
 
 // A harness's profile in memory stands for the file, for the start check
@@ -193,13 +191,6 @@ TEST_F(Cap, AGivenProfileStandsForTheFile) {
         int32_t v = -1;
         libkw_cap_get_capacity_int32(nullptr, "s_route/l3mac/capacity/tcam-cap", &v);
         return v;
-    };
-    auto starts = [](std::string *err) {
-        ::testing::internal::CaptureStderr();
-        kw_global *g = kw_global_init("hnx-l3table-l3mac", 0);
-        *err = ::testing::internal::GetCapturedStderr();
-        if (g) kw_global_finish(g);
-        return g != nullptr;
     };
     std::string err;
     hnx_host_set_profile(R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 64}}}})");

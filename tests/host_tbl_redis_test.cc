@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/host/tbl_redis.h"
+#include "support/l3mac_world.h"
 #include "support/redis_server.h"
 
 namespace {
@@ -106,20 +107,15 @@ TEST_P(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedB
                               "writer", "1@h/b/n"}), "7-1");
     const std::string head = "ss_rt_tbl: store 16 (" + redis_.url() + "): ";
 
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(open(tbl_open::existing), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+    EXPECT_EQ(err_of([this] { EXPECT_EQ(open(tbl_open::existing), nullptr); }),
               head + "its keys are of the first layout (change log entries of four fields): "
                      "start the service (hnx-l3table-l3mac) on it once, which brings it to this "
                      "one\n");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(open(tbl_open::read_only), nullptr);
-    testing::internal::GetCapturedStderr();
+    err_of([this] { EXPECT_EQ(open(tbl_open::read_only), nullptr); });
     EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}), old_id);
 
-    testing::internal::CaptureStderr();
-    auto st = open();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+    std::unique_ptr<tbl_store> st;
+    EXPECT_EQ(err_of([&] { st = open(); }),
               head + "brought its keys from the first layout to layout 2: its change log was "
                      "dropped, its rows kept\n");
     ASSERT_NE(st, nullptr);
@@ -136,9 +132,7 @@ TEST_P(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedB
 
     // A layout this version does not know is left alone.
     ASSERT_EQ(redis_.command({"SET", "hnx:16:id", "3/" + old_id}), "OK");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(open(), nullptr);
-    const std::string said = testing::internal::GetCapturedStderr();
+    const std::string said = err_of([this] { EXPECT_EQ(open(), nullptr); });
     EXPECT_EQ(said.find(head + "its keys are of layout 3, which this version does not know"), 0u)
         << said;
 }

@@ -230,10 +230,10 @@ TEST_P(TblStore, OnlyAWriterMakesAStore) {
     const std::string elsewhere = root_ + "/other/var/run/hnx/store-17.db";
     if (on_redis()) redis_.command({"FLUSHALL"});
     if (on_memory()) tbl_memory_drop_all();
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(tbl_store::open(16, elsewhere, tbl_open::read_only), nullptr);
-    EXPECT_EQ(tbl_store::open(16, elsewhere, tbl_open::existing), nullptr);
-    const std::string said = testing::internal::GetCapturedStderr();
+    const std::string said = err_of([&] {
+        EXPECT_EQ(tbl_store::open(16, elsewhere, tbl_open::read_only), nullptr);
+        EXPECT_EQ(tbl_store::open(16, elsewhere, tbl_open::existing), nullptr);
+    });
     EXPECT_EQ(said.rfind("ss_rt_tbl: store 16 (", 0), 0u) << said;
     EXPECT_FALSE(fs::exists(root_ + "/other"));
     EXPECT_NE(tbl_store::open(16, elsewhere), nullptr);
@@ -250,10 +250,10 @@ TEST_P(TblStore, AReadOnlyConnectionReadsAndNeverWrites) {
     ASSERT_EQ(reader->get("t", {1}, &got, &found), 0);
     EXPECT_TRUE(found);
     EXPECT_EQ(got, (tbl_bytes{1, 2, 3}));
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(reader->put("t", {2}, {2}, &changed), -11);
-    EXPECT_EQ(reader->erase("t", {1}, {1}, &changed), -11);
-    testing::internal::GetCapturedStderr();
+    err_of([&] {
+        EXPECT_EQ(reader->put("t", {2}, {2}, &changed), -11);
+        EXPECT_EQ(reader->erase("t", {1}, {1}, &changed), -11);
+    });
     EXPECT_EQ(top(a_.get()), 1);
 }
 

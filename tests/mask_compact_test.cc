@@ -5,7 +5,6 @@
 // cover.
 #include <algorithm>
 #include <bit>
-#include <random>
 
 #include <gtest/gtest.h>
 
@@ -13,6 +12,7 @@
 #include "decision/l3mac_mask_compact_run.h"
 #include "frame/l3mac_mem.h"
 #include "support/cover_check.h"
+#include "support/cover_sets.h"
 
 namespace {
 
@@ -76,14 +76,19 @@ std::string small_fault(const small_set &s, const compact_output &o) {
     return "";
 }
 
-compact_output compact_of(const small_set &s, std::vector<compact_cube> have = {},
+// The search's output for `in`, released when it goes.
+struct compact_result : compact_output {
+    explicit compact_result(const compact_input &in) : compact_output{} {
+        EXPECT_EQ(l3mac_compact_cover(&in, this), 0);
+    }
+    ~compact_result() { l3mac_compact_release(this); }
+    compact_result(const compact_result &) = delete;
+};
+
+compact_result compact_of(const small_set &s, std::vector<compact_cube> have = {},
                           uint64_t budget = COMPACT_BUDGET_VLAN) {
     const uint64_t set[1] = {s.bits};
-    const compact_input in = {s.width, set, have.data(), static_cast<uint32_t>(have.size()),
-                              budget};
-    compact_output o;
-    EXPECT_EQ(l3mac_compact_cover(&in, &o), 0);
-    return o;
+    return compact_result({s.width, set, have.data(), static_cast<uint32_t>(have.size()), budget});
 }
 
 // Every set of the spaces of 2 to 4 bits, proved, and random sets of 5 bits.
@@ -95,11 +100,10 @@ TEST(CompactCover, SetsOfSmallSpacesGetTheFewestSubCubes) {
     std::mt19937 rng(16);
     for (int n = 0; n < 60; ++n) sets.push_back({5, (static_cast<uint64_t>(rng()) << 1) & 0x7FFFFFFEull});
     for (const small_set &s : sets) {
-        compact_output o = compact_of(s);
+        const compact_result o = compact_of(s);
         ASSERT_EQ(small_fault(s, o), "") << s.width << " " << s.bits;
         ASSERT_TRUE(o.exact || s.width == 5);
         ASSERT_EQ(static_cast<int>(o.count), brute_minimum(s)) << s.width << " " << s.bits;
-        l3mac_compact_release(&o);
     }
 }
 
@@ -155,48 +159,27 @@ TEST(CompactCover, PrimesBySplittingAreTheTablesPrimes) {
 // but a MAC that holds the entry for 1 alone keeps it.
 TEST(CompactCover, AmongTheFewestTheHeldEntriesWin) {
     const small_set s{4, 0b110};
-    compact_output fresh = compact_of(s);
+    const compact_result fresh = compact_of(s);
     EXPECT_EQ(fresh.count, 2u);
     EXPECT_EQ(fresh.kept, 0u);
     EXPECT_EQ(fresh.cubes[0].free, 1u);
-    compact_output held = compact_of(s, {{1, 0}, {9, 6}});  // the second is no sub-cube
+    const compact_result held = compact_of(s, {{1, 0}, {9, 6}});  // the second is no sub-cube
     ASSERT_EQ(held.count, 2u);
     EXPECT_EQ(held.kept, 1u);
     EXPECT_TRUE(held.exact);
     EXPECT_EQ(held.cubes[0].key, 1u);
     EXPECT_EQ(held.cubes[0].free, 0u);
-    l3mac_compact_release(&fresh);
-    l3mac_compact_release(&held);
 }
 
 TEST(CompactCover, AnExhaustedBudgetStillGivesAnExactCover) {
     std::mt19937 rng(3);
     for (int n = 0; n < 20; ++n) {
         const small_set s{6, static_cast<uint64_t>(rng()) << 32 | rng()};
-        compact_output o = compact_of(s, {}, 0);
-        EXPECT_EQ(small_fault(s, o), "");
-        l3mac_compact_release(&o);
+        EXPECT_EQ(small_fault(s, compact_of(s, {}, 0)), "");
     }
 }
 
 // ---- the two real spaces ----------------------------------------------------
-
-evlan_bmp_t ranges_of(std::initializer_list<std::pair<uint32_t, uint32_t>> set, bool vfi = false) {
-    evlan_bmp_t b{};
-    b.is_vfi = vfi;
-    for (auto [lo, hi] : set)
-        for (uint32_t v = lo; v <= hi; ++v) l3mac_bmp_set(&b, v);
-    return b;
-}
-
-evlan_bmp_t random_set(std::mt19937 &rng, bool vfi, double density) {
-    evlan_bmp_t b{};
-    b.is_vfi = vfi;
-    std::bernoulli_distribution in(density);
-    for (uint32_t v = 0; v < (vfi ? 16384u : 4096u); ++v)
-        if (in(rng)) l3mac_bmp_set(&b, v);
-    return b;
-}
 
 // The set as the search reads it: value 0 in, the top value out.
 std::vector<uint64_t> words_of(const evlan_bmp_t &b) {
@@ -266,29 +249,26 @@ TEST(CompactCover, KnownSetsTakeTheFewestEntriesWithinTheBudget) {
         evlan_bmp_t set;
         size_t greedy, fewest;
     } known[] = {
-        {ranges_of({{2, 3001}}), 18, 11},
-        {ranges_of({{100, 199}}), 6, 5},
-        {ranges_of({{10, 20}}), 5, 4},
-        {ranges_of({{4, 7}}), 2, 1},
-        {ranges_of({{1, 4094}}), 12, 12},
-        {ranges_of({{1, 16382}}, true), 14, 14},
-        {ranges_of({{5000, 5499}}, true), 10, 10},
-        {ranges_of({{337, 590}, {630, 744}, {774, 952}, {1151, 1240}, {1859, 1867},
+        {cover_set({{2, 3001}}), 18, 11},
+        {cover_set({{100, 199}}), 6, 5},
+        {cover_set({{10, 20}}), 5, 4},
+        {cover_set({{4, 7}}), 2, 1},
+        {cover_set({{1, 4094}}), 12, 12},
+        {cover_set({{1, 16382}}, true), 14, 14},
+        {cover_set({{5000, 5499}}, true), 10, 10},
+        {cover_set({{337, 590}, {630, 744}, {774, 952}, {1151, 1240}, {1859, 1867},
                     {2755, 2995}, {3070, 3070}}), 0, 37},
-        {ranges_of({{368, 368}, {1004, 1150}, {1161, 1680}, {1728, 1945}, {2234, 2514}}), 0, 25},
-        {ranges_of({{498, 703}, {1124, 1259}, {1324, 1535}, {1790, 1934}, {1957, 2166},
+        {cover_set({{368, 368}, {1004, 1150}, {1161, 1680}, {1728, 1945}, {2234, 2514}}), 0, 25},
+        {cover_set({{498, 703}, {1124, 1259}, {1324, 1535}, {1790, 1934}, {1957, 2166},
                     {2310, 2632}, {2634, 2768}}), 0, 37},
     };
     for (const auto &k : known) {
         const bool vfi = k.set.is_vfi;
         const std::vector<uint64_t> set = words_of(k.set);
-        const compact_input in = {vfi ? 14u : 12u, set.data(), nullptr, 0,
-                                  vfi ? COMPACT_BUDGET_VFI : COMPACT_BUDGET_VLAN};
-        compact_output o;
-        ASSERT_EQ(l3mac_compact_cover(&in, &o), 0);
+        const compact_result o({vfi ? 14u : 12u, set.data(), nullptr, 0,
+                                vfi ? COMPACT_BUDGET_VFI : COMPACT_BUDGET_VLAN});
         EXPECT_TRUE(o.exact) << k.fewest;
         EXPECT_EQ(o.count, k.fewest);
-        l3mac_compact_release(&o);
         const cover_run greedy = l3mac_cover_run(k.set), fewest = l3mac_cover_run(k.set, true);
         EXPECT_EQ(fewest.fault, "");
         EXPECT_TRUE(!k.greedy || entries_of(greedy, vfi) == k.greedy) << entries_of(greedy, vfi);
@@ -305,12 +285,12 @@ std::vector<mask_held> held_of(const cover_run &r) {
 // Entries that cover the set exactly and are no more than the fewest stay
 // as they are; more entries than needed are replaced.
 TEST(CompactCover, HeldEntriesThatCoverTheSetStayUnlessMoreAreHeldThanNeeded) {
-    const evlan_bmp_t set = ranges_of({{1, 2}});
+    const evlan_bmp_t set = cover_set({{1, 2}});
     const std::vector<mask_held> singles = {{1, 0xFFF}, {2, 0xFFF}};
     EXPECT_EQ(l3mac_cover_run(set, true, singles).list,
               (std::vector<cover_row>{{1, 0xFFF, 0}, {2, 0xFFF, 0}}));
 
-    const evlan_bmp_t block = ranges_of({{4, 7}});
+    const evlan_bmp_t block = cover_set({{4, 7}});
     const cover_run r = l3mac_cover_run(block, true, {{4, 0xFFE}, {6, 0xFFE}});
     EXPECT_EQ(r.fault, "");
     EXPECT_EQ(r.list, (std::vector<cover_row>{{4, 0xFFC, 2}}));
@@ -321,7 +301,7 @@ TEST(CompactCover, ASetChangedByOneVlanKeepsMostOfItsEntries) {
     std::mt19937 rng(5);
     for (int n = 0; n < 30; ++n) {
         const uint32_t lo = rng() % 3000 + 1, hi = lo + rng() % 1000;
-        evlan_bmp_t set = ranges_of({{lo, hi}});
+        evlan_bmp_t set = cover_set({{lo, hi}});
         const cover_run before = l3mac_cover_run(set, true);
         const uint32_t flip = lo + rng() % (hi - lo + 2);
         set.bmp[flip / 32] ^= 1u << (flip % 32);
@@ -353,7 +333,7 @@ TEST(CompactCover, NeverMoreEntriesThanTheGreedyCoverAndFarFewerOnDenseSets) {
             SCOPED_TRACE(testing::Message() << "density " << row.density << " vfi " << vfi);
             size_t greedy = 0, fewest = 0;
             for (int n = 0; n < (vfi ? 1 : 4); ++n) {
-                const evlan_bmp_t b = random_set(rng, vfi, row.density);
+                const evlan_bmp_t b = cover_random_set(rng, vfi, row.density);
                 const cover_run g = l3mac_cover_run(b), f = l3mac_cover_run(b, true);
                 ASSERT_EQ(f.fault, "");
                 EXPECT_LE(entries_of(f, vfi), entries_of(g, vfi));
@@ -412,15 +392,15 @@ TEST(CompactCover, TheGreedyCoverIsCountedAsItsSearchBuildsIt) {
     std::mt19937 rng(11);
     std::vector<evlan_bmp_t> sets;
     for (int d = 1; d < 50; ++d) {
-        sets.push_back(random_set(rng, false, d * 0.02));
-        if (d % 6 == 0) sets.push_back(random_set(rng, true, d * 0.02));
+        sets.push_back(cover_random_set(rng, false, d * 0.02));
+        if (d % 6 == 0) sets.push_back(cover_random_set(rng, true, d * 0.02));
     }
     for (int n = 0; n < 40; ++n) {
         const uint32_t lo = rng() % 3000, hi = lo + rng() % 1200;
-        sets.push_back(ranges_of({{lo, hi}, {hi + 2 + rng() % 50, hi + 60 + rng() % 300}}));
+        sets.push_back(cover_set({{lo, hi}, {hi + 2 + rng() % 50, hi + 60 + rng() % 300}}));
     }
-    sets.push_back(ranges_of({{0, 4095}}));
-    sets.push_back(ranges_of({{1, 16382}}, true));
+    sets.push_back(cover_set({{0, 4095}}));
+    sets.push_back(cover_set({{1, 16382}}, true));
     for (const evlan_bmp_t &b : sets) {
         const uint32_t top = b.is_vfi ? 0x3FFF : 0xFFF;
         const cover_run greedy = l3mac_cover_run(b);

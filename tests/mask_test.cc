@@ -1,23 +1,21 @@
 // Mask cover search: whole results for known sets; and in both modes, the
 // greedy and the compact one, the guarantees of the cover on random sets
 // and the all-or-nothing result when memory runs out.
-#include <random>
-
 #include <gtest/gtest.h>
 
 #include "frame/l3mac_mem.h"
 #include "support/cover_check.h"
+#include "support/cover_sets.h"
 
 namespace {
 
 using row = cover_row;
-using ranges = std::vector<std::pair<uint32_t, uint32_t>>;
 
 // The known sets and their whole answers.
 struct known_case {
     const char *name;
     bool vfi;
-    ranges set;
+    cover_ranges set;
     std::vector<row> want;
 };
 
@@ -72,14 +70,6 @@ const known_case KNOWN[] = {
     {"whole VFI set", true, {{1, 16382}}, whole_space(14)},
 };
 
-evlan_bmp_t make_set(const ranges &set, bool vfi = false) {
-    evlan_bmp_t b{};
-    b.is_vfi = vfi;
-    for (auto [lo, hi] : set)
-        for (uint32_t v = lo; v <= hi; ++v) l3mac_bmp_set(&b, v);
-    return b;
-}
-
 // The list of a search that must hold every guarantee.
 std::vector<cover_row> cover(const evlan_bmp_t &b, bool compact = false) {
     const cover_run r = l3mac_cover_run(b, compact);
@@ -88,19 +78,10 @@ std::vector<cover_row> cover(const evlan_bmp_t &b, bool compact = false) {
     return r.list;
 }
 
-evlan_bmp_t random_set(std::mt19937 &rng, bool vfi, double density) {
-    evlan_bmp_t b{};
-    b.is_vfi = vfi;
-    std::bernoulli_distribution in(density);
-    for (uint32_t v = 0; v < L3MAC_BMP_BITS; ++v)
-        if (in(rng)) l3mac_bmp_set(&b, v);
-    return b;
-}
-
 TEST(MaskCover, KnownSetsGiveTheirWholeListInOrder) {
     for (const known_case &c : KNOWN) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(cover(make_set(c.set, c.vfi)), c.want);
+        EXPECT_EQ(cover(cover_set(c.set, c.vfi)), c.want);
     }
 }
 
@@ -112,7 +93,7 @@ TEST_P(CoverSearch, RandomSetsGetAnExactMinimalListAlwaysAlike) {
     for (double d : {0.002, 0.05, 0.3, 0.5, 0.8, 0.97}) {
         for (bool vfi : {false, true}) {
             SCOPED_TRACE(testing::Message() << "density " << d << " vfi " << vfi);
-            const evlan_bmp_t b = random_set(rng, vfi, d);
+            const evlan_bmp_t b = cover_random_set(rng, vfi, d);
             EXPECT_EQ(cover(b, GetParam()), cover(b, GetParam()));
         }
     }
@@ -121,11 +102,11 @@ TEST_P(CoverSearch, RandomSetsGetAnExactMinimalListAlwaysAlike) {
 TEST_P(CoverSearch, NoMemoryAtAnyAllocationLeavesNothingAndTheNextRunIsWhole) {
     std::mt19937 rng(7);
     const evlan_bmp_t sets[] = {
-        make_set({}),
-        make_set({{1, 1}, {3, 3}, {6, 7}, {14, 14}}),
-        make_set({{1, 3}, {6, 7}, {9, 9}, {11, 11}, {13, 15}}),
-        make_set({{4096, 4099}}, true),
-        random_set(rng, false, 0.03),
+        cover_set({}),
+        cover_set({{1, 1}, {3, 3}, {6, 7}, {14, 14}}),
+        cover_set({{1, 3}, {6, 7}, {9, 9}, {11, 11}, {13, 15}}),
+        cover_set({{4096, 4099}}, true),
+        cover_random_set(rng, false, 0.03),
     };
     for (const evlan_bmp_t &b : sets) {
         const std::vector<cover_row> want = cover(b, GetParam());

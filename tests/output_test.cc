@@ -39,38 +39,34 @@ struct bak_row {
 
 using OutputTest = ManagedWorld;
 
-// {evlan, mask, mac_type, hw_id} and the check's answer, on a 16-entry TCAM
-// and a board of 4096 evlans (vfi_mask 1).
-TEST_F(OutputTest, BackupRowChecksBoundIndexEvlanAndType) {
-    start({.tcam_cap = 16});
-    const std::pair<std::array<uint32_t, 4>, int> cases[] = {
-        {{1, 0xFFF, NORMAL, 16}, -4}, {{1, 0xFFF, NORMAL, 15}, 0},
-        {{1, 0xFFF, NORMAL, 0}, 0},   {{4095, 0xFFF, VRRP, 0}, -4},
-        {{4094, 0xFFF, VRRP, 0}, 0},  {{0, 0xFFE, VRRP, 0}, 0},
-        {{0, 1, OL, 0}, 0},           {{1, 1, OL, 0}, -4},  // the last VFI is invalid
-        {{1, 0xFFF, S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX, 0}, -4}, {{1, 0xFFF, SUBIF, 0}, 0}};
-    for (const auto &[r, rc] : cases)
-        EXPECT_EQ(bak_row(r[0], r[1], r[2], r[3]).check(), rc) << r[0] << " " << r[2];
-    EXPECT_EQ(err_count(147), 4u);
-}
-
-// Each refusal names its condition and data in the log, one line per row.
-TEST_F(OutputTest, BackupRowRefusalsLogTheirConditionExactly) {
+// {evlan, mask, mac_type, hw_id}, the check's answer and, where given, the
+// one line that names the refused condition and its data; on a 16-entry
+// TCAM and a board of 4096 evlans (vfi_mask 1).
+TEST_F(OutputTest, BackupRowChecksBoundIndexEvlanAndTypeAndLogTheirCondition) {
     start({.tcam_cap = 16});
     set_log(1);
-    // {evlan, mask, mac_type, hw_id} and the line's text.
-    const std::pair<std::array<uint32_t, 4>, std::string> cases[] = {
-        {{1, 0xFFF, S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX, 0},
-         "fail:tcam_entry->key.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX code:147 data1:5 data2:0\n"},
-        {{4095, 0xFFE, NORMAL, 0},
-         "fail:!L3MAC_TCAM_EVLAN_INVALID(tcam_entry->key.evlan, is_vfi) code:147 data1:4095 "
-         "data2:4094\n"},
-        {{1, 0xFFF, NORMAL, 16}, "fail:tcam_entry->idx < cap code:147 data1:16 data2:0\n"}};
-    for (const auto &[r, text] : cases) {
+    const uint32_t MAX = S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX;
+    const struct { std::array<uint32_t, 4> r; int rc; std::string line; } cases[] = {
+        {{1, 0xFFF, NORMAL, 16}, -4, "fail:tcam_entry->idx < cap code:147 data1:16 data2:0\n"},
+        {{1, 0xFFF, NORMAL, 15}, 0, ""},   {{1, 0xFFF, NORMAL, 0}, 0, ""},
+        {{4095, 0xFFF, VRRP, 0}, -4, ""}, {{4094, 0xFFF, VRRP, 0}, 0, ""},
+        {{0, 0xFFE, VRRP, 0}, 0, ""},     {{0, 1, OL, 0}, 0, ""},
+        {{1, 1, OL, 0}, -4, ""},  // the last VFI is invalid
+        {{1, 0xFFF, MAX, 0}, -4, "fail:tcam_entry->key.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX "
+                                 "code:147 data1:5 data2:0\n"},
+        {{1, 0xFFF, SUBIF, 0}, 0, ""},
+        {{4095, 0xFFE, NORMAL, 0}, -4, "fail:!L3MAC_TCAM_EVLAN_INVALID(tcam_entry->key.evlan, "
+                                       "is_vfi) code:147 data1:4095 data2:4094\n"}};
+    for (const auto &[r, rc, line] : cases) {
         bak_row row(r[0], r[1], r[2], r[3]);
-        const std::string out = out_of([&] { return row.check(); });
-        EXPECT_EQ(out, l3mac_line("ERROR", "l3mac_tcam_param_check", err_slot(147).line, text));
+        int rv = 0;
+        const std::string out = out_of([&] { return row.check(); }, &rv);
+        EXPECT_EQ(rv, rc) << r[0] << " " << r[2];
+        if (!line.empty()) {
+            EXPECT_EQ(out, l3mac_line("ERROR", "l3mac_tcam_param_check", err_slot(147).line, line));
+        }
     }
+    EXPECT_EQ(err_count(147), 5u);
 }
 
 TEST_F(OutputTest, RestoreTakesTheOldIndexesQueuesTheMacOnceAndSkipsATcamWithoutPool) {

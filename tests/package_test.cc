@@ -3,7 +3,6 @@
 // tools run from there against a temporary file root. Its dependencies are
 // runtime libraries only, its man pages render without warnings, and its
 // bash completion offers the tables, their fields and the debug commands.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 
@@ -18,22 +17,6 @@ namespace {
 
 const std::string kBuild = fs::path(HNX_BIN_DIR).parent_path().string();
 
-struct shell_result {
-    int status = -1;
-    std::string out;
-};
-
-shell_result shell(const std::string &cmd) {
-    shell_result r;
-    FILE *p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[4096];
-    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) r.out.append(buf, n);
-    const int st = pclose(p);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return r;
-}
-
 // One package for the suite: ctest runs each case as its own process, so
 // each case makes its own, which takes seconds.
 class Package : public L3macWorld {
@@ -41,12 +24,13 @@ protected:
     static void SetUpTestSuite() {
         dir_ = new std::string(testing::TempDir() + "hnx-package-" + std::to_string(getpid()));
         fs::create_directories(*dir_);
-        const shell_result made = shell("cd '" + *dir_ + "' && cpack -G DEB --config '" + kBuild +
-                                        "/CPackConfig.cmake' -B '" + *dir_ + "' 2>&1");
+        const managed_result made = managed_shell("cd '" + *dir_ + "' && cpack -G DEB --config '" +
+                                                  kBuild + "/CPackConfig.cmake' -B '" + *dir_ +
+                                                  "' 2>&1");
         for (const auto &e : fs::directory_iterator(*dir_))
             if (e.path().extension() == ".deb") *deb_ = e.path().string();
         if (deb_->empty()) *made_ = made.out;
-        else shell("dpkg -x '" + *deb_ + "' '" + *dir_ + "/root'");
+        else managed_shell("dpkg -x '" + *deb_ + "' '" + *dir_ + "/root'");
     }
     static void TearDownTestSuite() {
         std::error_code ec;
@@ -75,7 +59,7 @@ protected:
 };
 
 TEST_F(Package, DependsOnRuntimeLibrariesOnly) {
-    const shell_result dep = shell("dpkg-deb -f '" + *deb_ + "' Depends");
+    const managed_result dep = managed_shell("dpkg-deb -f '" + *deb_ + "' Depends");
     EXPECT_EQ(dep.status, 0);
     for (const char *lib : {"libuv1", "libsqlite3-0", "libprotobuf-c1", "libsystemd0"})
         EXPECT_NE(dep.out.find(lib), std::string::npos) << dep.out;
@@ -115,14 +99,15 @@ TEST_F(Package, ManPagesRenderWithoutWarnings) {
     int pages = 0;
     for (const char *sec : {"/usr/share/man/man1", "/usr/share/man/man8"})
         for (const auto &e : fs::directory_iterator(installed(sec))) {
-            const shell_result r = shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l '" +
-                                         e.path().string() + "' 2>&1 >/dev/null");
+            const managed_result r = managed_shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l '" +
+                                                   e.path().string() + "' 2>&1 >/dev/null");
             EXPECT_EQ(r.status, 0) << e.path();
             EXPECT_EQ(r.out, "") << e.path();
             pages++;
         }
     EXPECT_EQ(pages, 8);  // the daemon's and one for each of the seven tools
-    const shell_result tbl = shell("MANWIDTH=80 man -l '" + installed("/usr/share/man/man1/hnx-tbl.1") + "'");
+    const managed_result tbl =
+        managed_shell("MANWIDTH=80 man -l '" + installed("/usr/share/man/man1/hnx-tbl.1") + "'");
     EXPECT_NE(tbl.out.find("3 the store cannot be read or written."), std::string::npos) << tbl.out;
 }
 
@@ -136,7 +121,7 @@ TEST_F(Package, BashCompletionOffersTablesFieldsAndCommands) {
                                    "'; COMP_WORDS=(" + words + "); COMP_CWORD=" + std::to_string(cword) +
                                    "; " + fn + " 2>/dev/null; printf '%s\\n' \"${COMPREPLY[@]}\"";
         std::ofstream(root_ + "/complete.sh") << script;
-        return shell("bash '" + root_ + "/complete.sh'").out;
+        return managed_shell("bash '" + root_ + "/complete.sh'").out;
     };
     EXPECT_EQ(complete("_hnx_tbl", "hnx-tbl dump s_route.l3mac_h", 2), "s_route.l3mac_hw_res\n");
     EXPECT_EQ(complete("_hnx_tbl", "hnx-tbl set s_route.l3mac_res attr.m", 3),

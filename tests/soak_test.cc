@@ -2,11 +2,12 @@
 // it must come back after every kill with consistent tables and with every
 // entry that stays wanted at its old index.
 #include <cstdio>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
+#include "support/managed_proc.h"
 #include "support/redis_server.h"
 
 namespace {
@@ -18,18 +19,14 @@ struct soak_result {
 };
 
 soak_result run_soak(const std::string &args) {
-    soak_result r;
-    const std::string cmd = std::string(HNX_BIN_DIR) + "/hnx-soak " + args + " 2>&1";
-    FILE *p = popen(cmd.c_str(), "r");
-    char buf[1024];
-    while (p && std::fgets(buf, sizeof buf, p)) {
-        r.out += buf;
-        std::sscanf(buf, "hnx-soak: %d restarts (%*d killed while starting), %*u requests, "
-                    "%d checks, %d violations, %d entries kept",
+    const managed_result run = managed_shell(HNX_BIN_DIR "/hnx-soak " + args + " 2>&1");
+    soak_result r{run.status, run.out};
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);)
+        std::sscanf(line.c_str(),
+                    "hnx-soak: %d restarts (%*d killed while starting), %*u requests, %d checks, "
+                    "%d violations, %d entries kept",
                     &r.restarts, &r.checks, &r.violations, &r.kept);
-    }
-    const int status = p ? pclose(p) : -1;
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return r;
 }
 

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -18,6 +17,7 @@
 #include "platform/host/ssat_host.h"
 #include "platform/host/ssat_server.h"
 #include "platform/ssat.h"
+#include "support/managed_proc.h"
 
 namespace {
 
@@ -89,8 +89,9 @@ protected:
         char tmpl[] = "/tmp/ssat-test-XXXXXX";
         ASSERT_NE(mkdtemp(tmpl), nullptr);
         root_ = tmpl;
+        sock_ = root_ + "/var/run/hnx/" + MOD + ".sock";
         uv_loop_init(&loop_);
-        ASSERT_EQ(ssat_serve(&loop_, MOD, root_ + "/var/run/hnx/" + MOD + ".sock"), 0);
+        ASSERT_EQ(ssat_serve(&loop_, MOD, sock_), 0);
         ASSERT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), 0);
         g_calls = 0;
     }
@@ -100,7 +101,7 @@ protected:
         EXPECT_EQ(uv_loop_close(&loop_), 0);
         std::filesystem::remove_all(root_);
     }
-    std::string root_;
+    std::string root_, sock_;
     uv_loop_t loop_;
 };
 
@@ -163,8 +164,7 @@ int other(int32_t n) { return n; }
 TEST_F(SsatModule, AnInitAgainForgetsTheCommandsAndTakesTheSameOnesBack) {
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, " void ", noop), 0);
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "other", 0, "n=%d", other), 0);
-    const std::string path = root_ + "/var/run/hnx/" + MOD + ".sock";
-    ASSERT_EQ(ssat_serve(&loop_, MOD, path), 0);
+    ASSERT_EQ(ssat_serve(&loop_, MOD, sock_), 0);
     EXPECT_TRUE(ssat_host_commands(MOD).empty());
     EXPECT_EQ(ssat_run_line(MOD, "nothing").text,
               "unknown command \"nothing\"; \"help\" lists the commands\n");
@@ -179,7 +179,7 @@ TEST_F(SsatModule, AnInitAgainForgetsTheCommandsAndTakesTheSameOnesBack) {
     EXPECT_EQ(ssat_run_line(MOD, "probe 3 t 0:0:0:0:0:2").text, "probe 3 t\n");
 
     // The same three again, one with a handler that no longer fits it.
-    ASSERT_EQ(ssat_serve(&loop_, MOD, path), 0);
+    ASSERT_EQ(ssat_serve(&loop_, MOD, sock_), 0);
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "probe", 0, "num=%d, text=%s, mac=%m", probe), 0);
     EXPECT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, "n=%d", noop), SSAT_E_FORMAT);
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, "n=%d", other), 0);
@@ -235,22 +235,20 @@ TEST_F(SsatModule, TheHolderOfThePathsLockOwnsThePath) {
     ASSERT_EQ(pipe(ready), 0);
     ASSERT_EQ(pipe(release), 0);
     const std::string third = root_ + "/var/run/hnx/third.sock";
-    const pid_t holder = fork();
-    if (holder == 0) {  // another process that serves `third`
+    const pid_t holder = child_start([&] {  // another process that serves `third`
         int fd = open((third + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
         struct flock lk = {};
         lk.l_type = F_WRLCK;
         char c = fcntl(fd, F_SETLK, &lk) == 0 ? 'y' : 'n';
         (void)!write(ready[1], &c, 1);
         (void)!read(release[0], &c, 1);
-        _exit(0);
-    }
+    });
     char c = 0;
     ASSERT_EQ(read(ready[0], &c, 1), 1);
     ASSERT_EQ(c, 'y');
     EXPECT_EQ(ssat_serve(&loop_, "third", third), SSAT_E_BUSY);
     (void)!write(release[1], &c, 1);
-    waitpid(holder, nullptr, 0);
+    child_wait(holder);
     EXPECT_EQ(ssat_serve(&loop_, "third", third), 0);  // its lock went with it
     for (int fd : {ready[0], ready[1], release[0], release[1]}) close(fd);
 }
@@ -259,9 +257,8 @@ TEST_F(SsatModule, TheHolderOfThePathsLockOwnsThePath) {
 // nothing are dropped when their time is up, and their places come back.
 TEST_F(SsatModule, ConnectionsAreBoundedInNumberAndTime) {
     const ssat_conn_limits old = ssat_server_set_limits({.max_conns = 3, .timeout_ms = 30});
-    const std::string path = root_ + "/var/run/hnx/" + MOD + ".sock";
     std::vector<int> idle;
-    for (int i = 0; i < 4; i++) idle.push_back(ssat_client(path));
+    for (int i = 0; i < 4; i++) idle.push_back(ssat_client(sock_));
     for (int i = 0; i < 8; i++) uv_run(&loop_, UV_RUN_NOWAIT);
     auto [said, closed] = ssat_drain(idle[3]);
     EXPECT_NE(said.find("the module serves 3 connections already; try again"), std::string::npos);
@@ -272,7 +269,7 @@ TEST_F(SsatModule, ConnectionsAreBoundedInNumberAndTime) {
     for (int i = 0; i < 200 && !ssat_drain(idle[2]).second; i++) uv_run(&loop_, UV_RUN_ONCE);
     for (int i = 0; i < 3; i++) EXPECT_TRUE(ssat_drain(idle[i]).second) << i;
     for (int i = 0; i < 4; i++) uv_run(&loop_, UV_RUN_NOWAIT);
-    const int fresh = ssat_client(path);
+    const int fresh = ssat_client(sock_);
     ASSERT_EQ(send(fresh, "probe 5 x 0:0:0:0:0:1\n", 22, 0), 22);
     for (int i = 0; i < 8; i++) uv_run(&loop_, UV_RUN_NOWAIT);
     EXPECT_NE(ssat_drain(fresh).first.find("probe 5 x"), std::string::npos);

@@ -2,9 +2,7 @@
 // fields by their schema names, enumerations (mac_type, t_user) by their
 // names, MACs as "aa:bb:cc:dd:ee:ff", dumps in key order.
 #include <csignal>
-#include <fcntl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -30,10 +28,8 @@ std::vector<nlohmann::json> objects(const std::string &out) {
 
 class ToolJson : public L3macWorld {
 protected:
-    managed_result tool(const std::string &name, std::vector<std::string> args,
-                        const std::string &input = "") {
-        args.insert(args.begin(), {"--root", root_});
-        return managed_run(HNX_BIN_DIR, root_, name, args, input);
+    managed_result tool(const std::string &name, const std::vector<std::string> &args) {
+        return managed_tool(HNX_BIN_DIR, root_, name, args);
     }
     void set_hw(const std::string &id, const std::string &mac, const std::string &type) {
         ASSERT_EQ(tool("hnx-tbl", {"set", kHw, "index.hw_id=" + id, "attr.evlan=100",
@@ -61,15 +57,9 @@ TEST_F(ToolJson, DumpIsOneObjectPerRowInKeyOrderWithNames) {
 // The watcher prints the changes that others make, one object each.
 TEST_F(ToolJson, WatchGivesSetAndDelObjects) {
     set_hw("5", "00:11:22:33:44:55", "0");
-    const std::string out = root_ + "/watch.out", err = root_ + "/watch.err";
-    const pid_t pid = fork();
-    if (pid == 0) {
-        dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
-        dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
-        execl(HNX_BIN_DIR "/hnx-tbl", "hnx-tbl", "--root", root_.c_str(), "watch", "--json", kHw,
-              nullptr);
-        _exit(127);
-    }
+    const std::string out = root_ + "/watch.out", err = out + ".err";
+    const pid_t pid = managed_start(HNX_BIN_DIR, root_, "hnx-tbl",
+                                    {"--root", root_, "watch", "--json", kHw}, out);
     ASSERT_TRUE(managed_wait([&] { return managed_slurp(err).find("watching") != std::string::npos; }));
     set_hw("6", "00:11:22:33:44:56", "0");
     ASSERT_EQ(tool("hnx-tbl", {"del", kHw, "index.hw_id=5"}).status, 0);

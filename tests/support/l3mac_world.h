@@ -101,6 +101,13 @@ template <class F> std::string out_of(F f, int *rv = nullptr) {
     return testing::internal::GetCapturedStdout();
 }
 
+// Standard error of one call of `f`.
+template <class F> std::string err_of(F f) {
+    testing::internal::CaptureStderr();
+    f();
+    return testing::internal::GetCapturedStderr();
+}
+
 // Occurrences of `needle` in `text`.
 int l3mac_count_of(const std::string &text, const std::string &needle);
 

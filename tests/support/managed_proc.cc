@@ -2,6 +2,7 @@
 #include "support/managed_proc.h"
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -57,6 +58,11 @@ pid_t managed_daemon_start(const std::string &bin, const std::string &root) {
                  O_WRONLY | O_CREAT | O_APPEND);
 }
 
+pid_t managed_start(const std::string &bin, const std::string &root, const std::string &prog,
+                    const std::vector<std::string> &args, const std::string &out) {
+    return spawn(bin + "/" + prog, args, root, out, O_WRONLY | O_CREAT | O_TRUNC);
+}
+
 void managed_daemon_kill(pid_t &pid) {
     if (pid <= 0) return;
     kill(pid, SIGKILL);
@@ -74,6 +80,17 @@ managed_result managed_run(const std::string &bin, const std::string &root, cons
     if (pid > 0 && waitpid(pid, &status, 0) == pid && WIFEXITED(status)) r.status = WEXITSTATUS(status);
     r.out = managed_slurp(out);
     r.err = managed_slurp(out + ".err");
+    return r;
+}
+
+managed_result managed_shell(const std::string &command) {
+    managed_result r;
+    FILE *p = popen(command.c_str(), "r");
+    if (!p) return r;
+    char buf[4096];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) r.out.append(buf, n);
+    const int st = pclose(p);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
     return r;
 }
 

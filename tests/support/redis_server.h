@@ -34,8 +34,6 @@ public:
     bool running() const { return pid_ > 0; }
     // The store URL for HNX_STORE.
     std::string url() const { return "unix://" + socket_; }
-    const std::string &socket() const { return socket_; }
-    const std::string &dir() const { return dir_; }
     const std::string &error() const { return error_; }
     // Runs one command (binary-safe arguments) on a connection of its own:
     // the reply's text, an integer as its digits, "(nil)", or "ERR ..." .

@@ -1,18 +1,15 @@
 // What the suites of the table service and its store share: rows of
 // s_route.l3mac_hw_res built on the stack, a subscriber that records what it
-// is handed, other processes as forked children, and another SQLite client
-// of the store's file.
+// is handed, and another SQLite client of the store's file. (Other
+// processes as forked children: managed_proc.h.)
 #pragma once
 
-#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "platform/host/tbl_state.h"
 #include "platform/ss_rt_tbl.h"
@@ -78,25 +75,13 @@ inline int64_t hw_log_size() {
     return n;
 }
 
-// Runs `fn` in a forked child, which then exits 0.
-inline pid_t child_start(const std::function<void()> &fn) {
-    const pid_t pid = fork();
-    if (pid == 0) fn(), _exit(0);
-    return pid;
+// Whether `said` is just the one line of a reader whose Redis server at
+// `url` went away.
+inline bool hw_server_lost(const std::string &said, const std::string &url) {
+    const std::string tail = "): exiting with status 75 for a restart on the store that stands now\n";
+    return said.rfind("ss_rt_tbl: store 16 (" + url + ") lost its server (", 0) == 0 &&
+           said.ends_with(tail) && said.find('\n') == said.size() - 1;
 }
-
-// The child's exit status after a bounded wait; -1 when it had to be killed
-// or did not exit.
-inline int child_wait(pid_t pid) {
-    int status = 0;
-    if (!managed_wait([&] { return waitpid(pid, &status, WNOHANG) == pid; })) {
-        kill(pid, SIGKILL), waitpid(pid, &status, 0);
-        return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-inline int child_status(const std::function<void()> &fn) { return child_wait(child_start(fn)); }
 
 // Another client of the SQLite store, on its own connection, as sqlite3
 // would be.
