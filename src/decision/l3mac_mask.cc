@@ -15,6 +15,17 @@
 
 namespace {
 
+// The search's tables, kept from one search to the next: a decision round
+// covers MAC after MAC on the service's only thread, and the tables of the
+// VFI space are a quarter of a megabyte, too much to take and give back
+// for every MAC. They grow to the widest space searched and stay.
+struct mask_scratch {
+    uint32_t space;
+    int32_t *cnt;
+    uint32_t *nbr;
+};
+mask_scratch g_scratch;
+
 // The neighbour table carries `found` and the member bitmap behind it.
 // Every member gets a template in its own search before any later one
 // reads its `found` slot.
@@ -23,14 +34,21 @@ int open_run(mask_run *r, uint8_t is_vfi, list_head *head) {
     r->width = is_vfi ? 14 : 12;
     r->space = 1u << r->width;
     r->comb = is_vfi ? l3mac_ctx.mask_comb.vfi : l3mac_ctx.mask_comb.vlan;
-    r->cnt = static_cast<int32_t *>(l3mac_malloc(r->space * sizeof(int32_t)));
-    r->nbr = static_cast<uint32_t *>(l3mac_malloc(
-        r->space * (sizeof(uint32_t) + sizeof(mask_template *)) + r->space / 8));
-    if (!r->cnt || !r->nbr) {
-        l3mac_free(r->cnt);
-        l3mac_free(r->nbr);
-        return -1;
+    if (g_scratch.space < r->space) {
+        auto *cnt = static_cast<int32_t *>(l3mac_malloc(r->space * sizeof(int32_t)));
+        auto *nbr = static_cast<uint32_t *>(l3mac_malloc(
+            r->space * (sizeof(uint32_t) + sizeof(mask_template *)) + r->space / 8));
+        if (!cnt || !nbr) {
+            l3mac_free(cnt);
+            l3mac_free(nbr);
+            return -1;
+        }
+        l3mac_free(g_scratch.cnt);
+        l3mac_free(g_scratch.nbr);
+        g_scratch = {r->space, cnt, nbr};
     }
+    r->cnt = g_scratch.cnt;
+    r->nbr = g_scratch.nbr;
     r->found = reinterpret_cast<mask_template **>(r->nbr + r->space);
     r->member = reinterpret_cast<uint32_t *>(r->found + r->space);
     std::memset(r->member, 0, r->space / 8);
@@ -40,11 +58,6 @@ int open_run(mask_run *r, uint8_t is_vfi, list_head *head) {
         list_init(&r->level_head[l]);
     }
     return 0;
-}
-
-void close_run(mask_run *r) {
-    l3mac_free(r->cnt);
-    l3mac_free(r->nbr);
 }
 
 // Moves every template of `from` behind those of `to`.
@@ -241,7 +254,6 @@ int l3mac_masklist_calc(const evlan_bmp_t *bmp, list_head *head) {
     } else {
         free_levels(&r);
     }
-    close_run(&r);
     return rv == 0 ? 0 : -1;
 }
 
