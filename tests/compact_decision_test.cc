@@ -12,7 +12,7 @@
 
 namespace {
 
-const mac6 kA{2, 0, 0, 0, 0, 0x0A}, kB{2, 0, 0, 0, 0, 0x0B};
+const mac6 kA{2, 0, 0, 0, 0, 0x0A};
 
 using CoverModeProfile = ManagedWorld;
 

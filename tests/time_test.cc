@@ -54,7 +54,8 @@ TEST_F(TimeProbe, ZeroSizeIsAnErrorAndANegativeOneFailsTheAllocation) {
     const std::pair<int32_t, std::pair<std::string, int>> cases[] = {
         {0, {"size:4 -> 0\n\nerror size:0\n\nnot init\n", -4}},
         {-1, {"size:4 -> -1\n\nmalloc fail, size:-1\n\nnot init\n", -2}}};
-    for (const auto &[size, want] : cases) {
+    for (const auto &[size_of_case, want] : cases) {
+        const int32_t size = size_of_case;  // clang before 16 cannot capture a binding
         SCOPED_TRACE(size);
         out_of([] { return l3mac_at_time_init(4) | l3mac_at_time_set(1); });
         int rv = 0;
