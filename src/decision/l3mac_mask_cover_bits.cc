@@ -9,55 +9,24 @@
 // Columns are renumbered by ascending cost, so that the lowest column of
 // a row is its cheapest. Every row looked at is one step; when the budget
 // is spent the best answer so far stands.
+//
+// Rows that share no column bound a node weakly where the ranges of a plan
+// overlap in many primes: the answer is then often proved only after most
+// of the tree. A part that this search leaves open after COVER_PRICE_AFTER
+// steps is searched again with prices on the rows, set once at the root
+// (l3mac_mask_cover_price.cc): they give a second bound at every node,
+// keep out the columns that no cheaper cover below it can take, and end
+// the search as soon as its answer meets their floor. Most parts end
+// before that, where the prices would cost more than they save.
 #include <algorithm>
 #include <bit>
 #include <cstring>
 
+#include "decision/l3mac_mask_cover_price.h"
 #include "decision/l3mac_mask_cover_run.h"
 #include "frame/l3mac_mem.h"
 
 namespace {
-
-constexpr uint32_t WORDS = COVER_BITS_COLS / 64;
-
-struct colset {
-    uint64_t w[WORDS];
-};
-
-colset operator&(colset a, colset b) {
-    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] &= b.w[i];
-    return a;
-}
-colset operator|(colset a, colset b) {
-    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] |= b.w[i];
-    return a;
-}
-colset minus(colset a, colset b) {
-    for (uint32_t i = 0; i < WORDS; ++i) a.w[i] &= ~b.w[i];
-    return a;
-}
-bool empty(colset a) {
-    uint64_t any = 0;
-    for (uint64_t x : a.w) any |= x;
-    return any == 0;
-}
-bool has(colset a, uint32_t c) { return a.w[c / 64] >> (c % 64) & 1u; }
-colset single(uint32_t c) {
-    colset s = {};
-    s.w[c / 64] = 1ull << (c % 64);
-    return s;
-}
-uint32_t lowest(colset a) {
-    uint32_t i = 0;
-    while (a.w[i] == 0) ++i;
-    return 64 * i + static_cast<uint32_t>(std::countr_zero(a.w[i]));
-}
-uint32_t count_of(colset a) {
-    uint32_t n = 0;
-    for (uint64_t x : a.w)
-        for (; x; x >>= 16) n += compact_bits(static_cast<uint32_t>(x & 0xFFFF));
-    return n;
-}
 
 struct bits_search {
     const cover_part *p;
@@ -71,8 +40,12 @@ struct bits_search {
     uint32_t chosen[COVER_BITS_COLS], nchosen;
     uint32_t best[COVER_BITS_COLS], nbest;
     int64_t best_cost;
+    cover_pricing price;                // of the kept rows
+    int64_t floor;                      // no cover costs less
     uint64_t steps, budget;
     bool out, improved;
+    bool proved;                        // the best answer is at the floor
+    bool priced;                        // the prices bound the nodes
 };
 
 // Columns by ascending cost, then number; each row as its set of them.
@@ -159,14 +132,15 @@ void save_best(bits_search *b, int64_t cost) {
 
 // One node: `open` are the rows no chosen column holds, `allowed` the
 // columns its subtree may still take. The bound is the cheapest column of
-// each open row that shares no allowed column with an earlier such row;
-// the branch is on the open row with the fewest allowed columns, its
+// each open row that shares no allowed column with an earlier such row,
+// then the prices' bound; the branch is on the open row with the fewest allowed columns, its
 // columns tried by the open rows they hold, most first, each banned in
 // the subtrees of the later ones so that no set of columns comes twice.
 void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowed,
                  int64_t cost_now) {
     if (n == 0) {
         if (cost_now < b->best_cost) save_best(b, cost_now);
+        b->proved = b->best_cost <= b->floor;
         return;
     }
     b->steps += n;
@@ -190,6 +164,8 @@ void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowe
         }
     }
     if (cost_now + lb >= b->best_cost) return;
+    if (b->priced && cover_price_node(&b->price, open, n, cost_now, b->best_cost, &allowed, &b->steps))
+        return;
     const colset branch = b->row[br] & allowed;
     uint32_t cand[COVER_BITS_COLS], gain[COVER_BITS_COLS], nc = 0;
     for (colset rest = branch; !empty(rest); rest = minus(rest, single(cand[nc - 1])))
@@ -206,7 +182,7 @@ void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowe
             std::swap(gain[j], gain[j - 1]);
         }
     uint32_t *next = b->arena + (open - b->arena) + n;
-    for (uint32_t i = 0; i < nc && !b->out; ++i) {
+    for (uint32_t i = 0; i < nc && !b->out && !b->proved; ++i) {
         const uint32_t c = cand[i];
         uint32_t left = 0;
         for (uint32_t k = 0; k < n; ++k)
@@ -219,8 +195,39 @@ void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowe
     }
 }
 
+// The search from the root within `budget`, the best answer so far kept.
+void search_root(bits_search *b, uint64_t budget) {
+    b->budget = budget;
+    b->out = false;
+    b->nchosen = 0;
+    colset allowed = {};
+    for (uint32_t k = 0; k < b->nc; ++k) allowed = allowed | single(k);
+    // The root's rows are the arena's first nrows; its children's follow.
+    for (uint32_t k = 0; k < b->nrows; ++k) b->arena[k] = k;
+    search_node(b, b->arena, b->nrows, allowed, 0);
+}
+
+// A part that the plain search left open is priced and searched again.
+// Where the floor meets the best answer, from the search or from one the
+// prices built, that answer is the least. 0, or -1 when memory ran out.
+int price_and_search(bits_search *b, uint64_t budget) {
+    const size_t rows = b->nrows + 1;
+    b->price = {b->row, b->nrows, b->nc, b->cost,
+                static_cast<int64_t *>(l3mac_malloc(sizeof(int64_t) * rows)),
+                static_cast<int64_t *>(l3mac_malloc(sizeof(int64_t) * rows)),
+                static_cast<int32_t *>(l3mac_malloc(sizeof(int32_t) * rows)), 1};
+    if (!b->price.price || !b->price.work || !b->price.slope) return -1;
+    b->out = false;
+    cover_price_best best = {b->best, &b->nbest, &b->best_cost, false};
+    b->floor = cover_price_floor(&b->price, &best, &b->steps, budget);
+    b->improved |= best.improved;
+    b->priced = true;
+    if (b->floor < b->best_cost) search_root(b, budget);
+    return 0;
+}
+
 void release_bits(bits_search *b, colset *all) {
-    void *arrays[] = {all, b->row, b->arena};
+    void *arrays[] = {all, b->row, b->arena, b->price.price, b->price.work, b->price.slope};
     for (void *a : arrays) l3mac_free(a);
 }
 
@@ -230,13 +237,16 @@ int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool ro
     bits_search b;
     b.steps = s->steps;
     b.budget = budget;
-    b.out = b.improved = false;
+    b.out = b.improved = b.proved = b.priced = false;
+    b.floor = 0;
     b.nchosen = 0;
     b.best_cost = s->best_cost;
     b.nbest = 0;
     // The candidate arena of the other search is free here.
     b.scratch = s->cand;
     b.arena = nullptr;
+    b.price.price = b.price.work = nullptr;
+    b.price.slope = nullptr;
     auto *all = static_cast<colset *>(l3mac_malloc(sizeof(colset) * (p->nr ? p->nr : 1)));
     b.row = static_cast<colset *>(l3mac_malloc(sizeof(colset) * (p->nr ? p->nr : 1)));
     if (!all || !b.row) {
@@ -263,11 +273,11 @@ int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool ro
         release_bits(&b, nullptr);
         return -1;
     }
-    colset allowed = {};
-    for (uint32_t k = 0; k < b.nc; ++k) allowed = allowed | single(k);
-    for (uint32_t k = 0; k < b.nrows; ++k) b.arena[k] = k;
-    // The root's rows are the arena's first nrows; its children's follow.
-    search_node(&b, b.arena, b.nrows, allowed, 0);
+    search_root(&b, std::min(budget, b.steps + COVER_PRICE_AFTER));
+    if (b.out && b.steps <= budget && price_and_search(&b, budget) != 0) {
+        release_bits(&b, nullptr);
+        return -1;
+    }
     if (b.improved) {
         for (uint32_t k = 0; k < b.nbest; ++k) s->best[k] = b.bit_col[b.best[k]];
         s->nbest = b.nbest;
