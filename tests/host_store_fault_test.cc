@@ -242,9 +242,10 @@ class ChangeLog : public ChangeLogWorld {};
 class StoresChangeLog : public OverStores<ChangeLogWorld> {};
 
 // Change rows that no writer of the service makes, put there by another
-// client: far above the top, at the top of the number range, below zero,
-// and a log emptied under its readers. None makes a reader deaf, now or
-// after a restart.
+// client: at the top of the number range, below zero, and a log emptied
+// under its readers. None makes a reader deaf, now or after a restart. (A
+// gap in the numbers is read afresh as a pruned log is:
+// AStalledReaderThatLostChangesResynchronisesDeletionsIncluded.)
 TEST_F(ChangeLog, ImpossibleSequenceNumbersNeverMakeAReaderDeaf) {
     subscribe();
     elsewhere([](ss_rt_tbl *t) { hw_set(t, 1, 1); });
@@ -256,21 +257,6 @@ TEST_F(ChangeLog, ImpossibleSequenceNumbersNeverMakeAReaderDeaf) {
     elsewhere([](ss_rt_tbl *t) { hw_set(t, 2, 2); });
     EXPECT_EQ(hnx_host_tbl_poll(), 1);
     EXPECT_EQ(hw_seen(), (std::vector<std::string>{"set 1:1", "set 2:2"}));
-
-    // A gap of a thousand numbers: what it hides is read from the table.
-    const int64_t top = other.one("SELECT MAX(seq) FROM changes WHERE seq < 1000000");
-    ASSERT_EQ(other.exec("INSERT INTO changes VALUES(" + std::to_string(top + 1000) + stray),
-              SQLITE_OK);
-    ASSERT_EQ(other.exec("INSERT INTO rows VALUES('s_route.l3mac_hw_res', x'0809', x'2a020809')"),
-              SQLITE_OK);
-    elsewhere([](ss_rt_tbl *t) { hw_set(t, 3, 3); });
-    EXPECT_EQ(err_of(hnx_host_tbl_poll),
-              "ss_rt_tbl: store 16: 999 changes gone before they were read: reading the "
-              "subscribed tables afresh\n"
-              "ss_rt_tbl: store 16: tables read afresh: 2 rows set, 0 deleted\n");
-    hw_seen().erase(hw_seen().begin(), hw_seen().begin() + 2);
-    std::sort(hw_seen().begin(), hw_seen().end());
-    EXPECT_EQ(hw_seen(), (std::vector<std::string>{"set 3:3", "set 9"}));
 
     // The log emptied: its numbers start again below the reader's place.
     ASSERT_EQ(other.exec("DELETE FROM changes"), SQLITE_OK);
@@ -319,9 +305,10 @@ TEST_P(StoresChangeLog, AStalledReaderThatLostChangesResynchronisesDeletionsIncl
         for (uint32_t i = 0; i < 500; i++) hw_set(t, 5000, i);
     }, 256);
     EXPECT_LT(hw_log_size(), 256 + 128 + 2);
-    EXPECT_NE(err_of(hnx_host_tbl_poll)
-                  .find("ss_rt_tbl: store 16: tables read afresh: 1002 rows set, 10 deleted\n"),
-              std::string::npos);
+    const std::string said = err_of(hnx_host_tbl_poll);
+    EXPECT_NE(said.find(" changes gone before they were read: reading the subscribed tables "
+                        "afresh\nss_rt_tbl: store 16: tables read afresh: 1002 rows set, 10 "
+                        "deleted\n"), std::string::npos) << said;
     std::vector<std::string> want;
     for (uint32_t i = 1; i <= 10; i++) want.push_back("del " + std::to_string(i));
     for (uint32_t i = 100; i < 1100; i++) want.push_back("set " + std::to_string(i) + ":" + std::to_string(i));
