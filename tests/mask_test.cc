@@ -83,14 +83,13 @@ TEST(MaskCover, KnownSetsGiveTheirWholeListInOrder) {
 // The greedy search (false) and the compact one (true).
 class CoverSearch : public testing::TestWithParam<bool> {};
 
+// Every allocation of a search on a few sets, in turn (any set, a drawn
+// allocation: cover_fuzz).
 TEST_P(CoverSearch, NoMemoryAtAnyAllocationLeavesNothingAndTheNextRunIsWhole) {
-    std::mt19937 rng(7);
     const evlan_bmp_t sets[] = {
         cover_set({}),
         cover_set({{1, 1}, {3, 3}, {6, 7}, {14, 14}}),
-        cover_set({{1, 3}, {6, 7}, {9, 9}, {11, 11}, {13, 15}}),
         cover_set({{4096, 4099}}, true),
-        cover_random_set(rng, false, 0.03),
     };
     for (const evlan_bmp_t &b : sets) {
         const std::vector<cover_row> want = cover(b, GetParam());
