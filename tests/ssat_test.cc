@@ -160,7 +160,7 @@ int other(int32_t n) { return n; }
 
 // An init again forgets the module's commands; the same ones registered
 // again stand as before, with the handler of now, and a changed format or
-// handler is read and checked as at first.
+// handler is read and checked against each other as at first.
 TEST_F(SsatModule, AnInitAgainForgetsTheCommandsAndTakesTheSameOnesBack) {
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, " void ", noop), 0);
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "other", 0, "n=%d", other), 0);
