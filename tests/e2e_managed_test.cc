@@ -1,6 +1,7 @@
 // The managed path end to end: the daemon under a temporary root, users'
 // rows written with hnx-tbl, and the output and backup tables read from
-// the store, across a kill and a restart.
+// the store, across a kill and a restart; in compact-cover mode too, where
+// the rows get the fewest entries.
 #include <algorithm>
 
 #include "support/daemon_world.h"
@@ -61,6 +62,37 @@ TEST_P(ManagedE2e, EntriesFollowTheRequestsAndStayInPlaceAcrossAKill) {
         return tables_hold({entry(kA, 0, 0xFFD), entry(kA, 0, 0xFFE), entry(kB, 5, 0xFFD),
                             entry(kD, 100, 0xFFC)});
     }));
+}
+
+// Times the table service has said that smoothing of the last table ended.
+int smoothed(const std::string &root) {
+    return l3mac_count_of(managed_slurp(root + "/daemon.out.err"),
+                          "s_route.l3mac_vrrp_hw_res: data smoothing ended");
+}
+
+// VLANs 10-20: four entries where the greedy cover takes five.
+TEST_P(ManagedE2e, CompactFewestEntriesStandUnchangedThroughAKillAndARestart) {
+    write_caps({.compact_cover = true});
+    start();
+    ASSERT_TRUE(managed_wait([&] { return smoothed(root_) == 1; }));
+    for (uint32_t v = 10; v <= 20; ++v) set(kA, v);
+    ASSERT_TRUE(managed_wait([&] {
+        const auto hw = managed_hw_rows();
+        uint32_t matched = 0;
+        for (uint32_t v = 10; v <= 20; ++v)
+            matched += std::any_of(hw.begin(), hw.end(), [v](const hw_entry &e) {
+                return ((v ^ e.evlan) & e.evlan_mask) == 0;
+            });
+        return hw.size() == 4 && matched == 11;
+    }));
+    const auto hw = managed_hw_rows(), bak = managed_bak_rows();
+    for (const hw_entry &e : hw) EXPECT_NE((e.evlan & e.evlan_mask), 0u);  // value 0 not matched
+
+    managed_daemon_kill(pid_);
+    start();
+    ASSERT_TRUE(managed_wait([&] { return smoothed(root_) == 2; }));
+    EXPECT_EQ(managed_hw_rows(), hw);
+    EXPECT_EQ(managed_bak_rows(), bak);
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, ManagedE2e, all_store_backends(), store_backend_name);

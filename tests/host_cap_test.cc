@@ -47,17 +47,17 @@ protected:
 };
 
 // Each case: path, result, and the value read (the caller's 7 when refused).
+// (Which value of any profile is read, and which left at its default:
+// cap_fuzz, against its own reading of the text.)
 TEST_F(Cap, ValuesAreServedByPathAndRefusalsLeaveTheCallersValue) {
-    ASSERT_EQ(init(R"({"a": {"text": "2048", "real": 2048.5, "yes": true, "no": false, "one": 1,
-                             "big": 3000000000, "neg": -5, "min": -2147483648,
-                             "max": 2147483647, "under": -2147483649, "null": null}})"), 0);
+    ASSERT_EQ(init(R"({"a": {"text": "2048", "yes": true, "no": false, "one": 1,
+                             "big": 3000000000, "min": -2147483648, "max": 2147483647,
+                             "under": -2147483649}})"), 0);
     const struct { const char *path; bool flag; int rv; int64_t want; } cases[] = {
-        {"a/neg", false, 0, -5}, {"a/min", false, 0, INT32_MIN}, {"a/max", false, 0, INT32_MAX},
-        {"a/yes", true, 0, 1}, {"a/no", true, 0, 0},
-        {"a/text", false, HNX_CAP_E_TYPE, 7}, {"a/real", false, HNX_CAP_E_TYPE, 7},
-        {"a/yes", false, HNX_CAP_E_TYPE, 7}, {"a/big", false, HNX_CAP_E_TYPE, 7},
-        {"a/under", false, HNX_CAP_E_TYPE, 7}, {"a/null", false, HNX_CAP_E_TYPE, 7},
-        {"a/one", true, HNX_CAP_E_TYPE, 7}, {"a", false, HNX_CAP_E_TYPE, 7},
+        {"a/min", false, 0, INT32_MIN}, {"a/max", false, 0, INT32_MAX}, {"a/no", true, 0, 0},
+        {"a/text", false, HNX_CAP_E_TYPE, 7}, {"a/yes", false, HNX_CAP_E_TYPE, 7},
+        {"a/big", false, HNX_CAP_E_TYPE, 7},  {"a/under", false, HNX_CAP_E_TYPE, 7},
+        {"a/one", true, HNX_CAP_E_TYPE, 7},   {"a", false, HNX_CAP_E_TYPE, 7},
         {"a/none", false, HNX_CAP_E_NO_VALUE, 7}, {"b/none", true, HNX_CAP_E_NO_VALUE, 7},
     };
     for (const auto &c : cases) {
@@ -80,23 +80,14 @@ TEST_F(Cap, EachInitReadsTheFileAsItStandsAndAMissingOrBrokenOneLeavesNothing) {
     EXPECT_EQ(libkw_cap_get_capacity_bool(nullptr, "s/f", &f), HNX_CAP_E_NOT_READY);
     EXPECT_EQ(v + f, 6);
 
-    // Every init reads the file as it stands: a harness that starts the
-    // service again and again over one profile must see each change.
-    for (int n : {1, 2, 1}) {
-        ASSERT_EQ(init(R"({"s": {"n": )" + std::to_string(n) + "}}"), 0);
-        EXPECT_EQ(libkw_cap_get_capacity_int32(nullptr, "s/n", &v), 0);
-        EXPECT_EQ(v, n);
-    }
-    for (int again = 0; again < 2; again++) {  // forgets the earlier one, says so each time
-        EXPECT_EQ(init(R"({"s": {"n": 1,}})", &err), HNX_CAP_E_BAD_FILE);
-        EXPECT_NE(err.find(file() + " is not valid JSON: "), std::string::npos) << err;
-        EXPECT_NE(err.find("parse error"), std::string::npos) << err;
-        EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-        EXPECT_EQ(libkw_cap_get_capacity_int32(nullptr, "s/n", &v), HNX_CAP_E_NOT_READY);
-    }
+    // A broken file after a good one forgets the good one. (Every init
+    // reads the file as it stands, one start after another: cap_fuzz.)
     ASSERT_EQ(init(R"({"s": {"n": 2}})"), 0);
-    EXPECT_EQ(libkw_cap_get_capacity_int32(nullptr, "s/n", &v), 0);
-    EXPECT_EQ(v, 2);
+    EXPECT_EQ(init(R"({"s": {"n": 1,}})", &err), HNX_CAP_E_BAD_FILE);
+    EXPECT_NE(err.find(file() + " is not valid JSON: "), std::string::npos) << err;
+    EXPECT_NE(err.find("parse error"), std::string::npos) << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    EXPECT_EQ(libkw_cap_get_capacity_int32(nullptr, "s/n", &v), HNX_CAP_E_NOT_READY);
 }
 
 const hnx_cap_schema &daemon_schema() { return hnx_cap_schema_of("hnx-l3table-l3mac"); }
@@ -118,14 +109,13 @@ TEST(CapCheck, FaultsAndWarningsNameTheFileThePositionOrTheKey) {
           "unexpected '}'; expected string literal"}, {}, ""},
         {"\"x\"", {": the top is a JSON string, not an object"}, {}, ""},
         {R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 12.0, "tcam2-cap": null,
-             "rsvd-size": -2147483649}, "ability": {"is-mng": 0, "is-mng2": {}}}},
+             "rsvd-size": -2147483649}, "ability": {"is-mng": 0}}},
              "s_bridge": {"ebridge": []}})",
          {": s_route/l3mac/capacity/tcam-cap is 12.0, not a whole number",
           ": s_route/l3mac/capacity/tcam2-cap is null, not an integer",
           ": s_route/l3mac/capacity/rsvd-size is -2147483649, beyond a 32-bit integer",
           ": s_bridge/ebridge is an array ([]), not an object of keys",
-          ": s_route/l3mac/ability/is-mng is a number (0), not true or false",
-          ": s_route/l3mac/ability/is-mng2 is an object ({}), not true or false"}, {}, "12.0"},
+          ": s_route/l3mac/ability/is-mng is a number (0), not true or false"}, {}, "12.0"},
         {R"({"s_route": {"l3mac": {"capacity": {"tcam-cap": 4, "tcam_cap": 8, "x": {"y": 1}},
              "l3mac-dec-cnt": 3, "abilities": {}}, "l3intf": {"other": true}}, "s_other": {}})",
          {},

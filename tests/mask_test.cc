@@ -1,6 +1,8 @@
-// Mask cover search: whole results for known sets; and in both modes, the
-// greedy and the compact one, the guarantees of the cover on random sets
-// and the all-or-nothing result when memory runs out.
+// Mask cover search: whole results for known sets; in both modes, the
+// greedy and the compact one, the all-or-nothing result when memory runs
+// out; and the greedy cover's distance from the smallest. (The guarantees
+// of every list, and the same list for the same set, on any set:
+// cover_fuzz.)
 #include <gtest/gtest.h>
 
 #include "frame/l3mac_mem.h"
@@ -36,13 +38,9 @@ const known_case KNOWN[] = {
     {"1", false, {{1, 1}}, {{0, 0xFFE, 1}}},
     {"1,2", false, {{1, 2}}, {{0, 0xFFD, 1}, {0, 0xFFE, 1}}},
     {"1-3", false, {{1, 3}}, {{0, 0xFFC, 2}}},
-    {"1-15", false, {{1, 15}}, {{0, 0xFF0, 4}}},
     {"2,3", false, {{2, 3}}, {{2, 0xFFE, 1}, {0, 0xFFD, 1}}},
-    {"4,5", false, {{4, 5}}, {{4, 0xFFE, 1}, {0, 0xFFB, 1}}},
     {"5,7", false, {{5, 5}, {7, 7}}, {{0, 0xFFF, 0}, {5, 0xFFD, 1}}},
     {"4-7", false, {{4, 7}}, {{0, 0xFFB, 1}, {4, 0xFFC, 2}}},
-    {"16-31", false, {{16, 31}}, {{0, 0xFEF, 1}, {16, 0xFF0, 4}}},
-    {"100-103", false, {{100, 103}}, {{0, 0xFFF, 0}, {100, 0xFFC, 2}}},
     {"100-103, bits from the top unread", false, {{100, 103}, {4095, 16383}},
      {{0, 0xFFF, 0}, {100, 0xFFC, 2}}},
     {"10,11,14,15", false, {{10, 11}, {14, 15}}, {{0, 0xFFF, 0}, {10, 0xFFA, 2}}},
@@ -53,8 +51,6 @@ const known_case KNOWN[] = {
     {"1,2,4,8", false, {{1, 2}, {4, 4}, {8, 8}},
      {{0, 0xFF7, 1}, {0, 0xFFB, 1}, {0, 0xFFD, 1}, {0, 0xFFE, 1}}},
     {"2047,2048", false, {{2047, 2048}}, {{2047, 0xFFF, 0}, {0, 0x7FF, 1}}},
-    {"1,3,15", false, {{1, 1}, {3, 3}, {15, 15}},
-     {{15, 0xFFF, 0}, {1, 0xFFD, 1}, {0, 0xFFE, 1}}},
     {"search falls from level 3", false,
      {{1, 3}, {6, 7}, {9, 9}, {11, 11}, {13, 15}},
      {{9, 0xFF9, 2}, {6, 0xFF6, 2}, {0, 0xFFC, 2}}},
@@ -66,7 +62,6 @@ const known_case KNOWN[] = {
     {"vfi 16382", true, {{16382, 16382}}, {{16382, 0x3FFF, 0}, {0, 0x3FFF, 0}}},
     {"vfi top unread", true, {{16383, 16383}}, {{0, 0x3FFF, 0}}},
     {"vfi 8192,8193", true, {{8192, 8193}}, {{8192, 0x3FFE, 1}, {0, 0x1FFF, 1}}},
-    {"vfi 4096-4099", true, {{4096, 4099}}, {{0, 0x2FFF, 1}, {4096, 0x3FFC, 2}}},
     {"whole VFI set", true, {{1, 16382}}, whole_space(14)},
 };
 
@@ -88,25 +83,13 @@ TEST(MaskCover, KnownSetsGiveTheirWholeListInOrder) {
 // The greedy search (false) and the compact one (true).
 class CoverSearch : public testing::TestWithParam<bool> {};
 
-TEST_P(CoverSearch, RandomSetsGetAnExactMinimalListAlwaysAlike) {
-    std::mt19937 rng(20240611);
-    for (double d : {0.002, 0.05, 0.3, 0.5, 0.8, 0.97}) {
-        for (bool vfi : {false, true}) {
-            SCOPED_TRACE(testing::Message() << "density " << d << " vfi " << vfi);
-            const evlan_bmp_t b = cover_random_set(rng, vfi, d);
-            EXPECT_EQ(cover(b, GetParam()), cover(b, GetParam()));
-        }
-    }
-}
-
+// Every allocation of a search on a few sets, in turn (any set, a drawn
+// allocation: cover_fuzz).
 TEST_P(CoverSearch, NoMemoryAtAnyAllocationLeavesNothingAndTheNextRunIsWhole) {
-    std::mt19937 rng(7);
     const evlan_bmp_t sets[] = {
         cover_set({}),
         cover_set({{1, 1}, {3, 3}, {6, 7}, {14, 14}}),
-        cover_set({{1, 3}, {6, 7}, {9, 9}, {11, 11}, {13, 15}}),
         cover_set({{4096, 4099}}, true),
-        cover_random_set(rng, false, 0.03),
     };
     for (const evlan_bmp_t &b : sets) {
         const std::vector<cover_row> want = cover(b, GetParam());

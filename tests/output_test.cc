@@ -48,10 +48,9 @@ TEST_F(OutputTest, BackupRowChecksBoundIndexEvlanAndTypeAndLogTheirCondition) {
     const uint32_t MAX = S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX;
     const struct { std::array<uint32_t, 4> r; int rc; std::string line; } cases[] = {
         {{1, 0xFFF, NORMAL, 16}, -4, "fail:tcam_entry->idx < cap code:147 data1:16 data2:0\n"},
-        {{1, 0xFFF, NORMAL, 15}, 0, ""},   {{1, 0xFFF, NORMAL, 0}, 0, ""},
+        {{1, 0xFFF, NORMAL, 15}, 0, ""},
         {{4095, 0xFFF, VRRP, 0}, -4, ""}, {{4094, 0xFFF, VRRP, 0}, 0, ""},
-        {{0, 0xFFE, VRRP, 0}, 0, ""},     {{0, 1, OL, 0}, 0, ""},
-        {{1, 1, OL, 0}, -4, ""},  // the last VFI is invalid
+        {{0, 1, OL, 0}, 0, ""},           {{1, 1, OL, 0}, -4, ""},  // the last VFI is invalid
         {{1, 0xFFF, MAX, 0}, -4, "fail:tcam_entry->key.mac_type < S_ROUTE__L3MAC_TYPE_E__L3MAC_MAX "
                                  "code:147 data1:5 data2:0\n"},
         {{1, 0xFFF, SUBIF, 0}, 0, ""},
