@@ -90,6 +90,9 @@ TEST_P(CoverSearch, NoMemoryAtAnyAllocationLeavesNothingAndTheNextRunIsWhole) {
         cover_set({}),
         cover_set({{1, 1}, {3, 3}, {6, 7}, {14, 14}}),
         cover_set({{4096, 4099}}, true),
+        // An operator's plan whose compact search prices its rows.
+        cover_set({{817, 900}, {1150, 1325}, {1705, 1842}, {2433, 2745}, {3036, 3152},
+                   {3329, 3483}, {3693, 3889}}),
     };
     for (const evlan_bmp_t &b : sets) {
         const std::vector<cover_row> want = cover(b, GetParam());
