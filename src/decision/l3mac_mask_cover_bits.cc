@@ -19,7 +19,6 @@
 // the search as soon as its answer meets their floor. Most parts end
 // before that, where the prices would cost more than they save.
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "decision/l3mac_mask_cover_price.h"
@@ -133,9 +132,10 @@ void save_best(bits_search *b, int64_t cost) {
 // One node: `open` are the rows no chosen column holds, `allowed` the
 // columns its subtree may still take. The bound is the cheapest column of
 // each open row that shares no allowed column with an earlier such row,
-// then the prices' bound; the branch is on the open row with the fewest allowed columns, its
-// columns tried by the open rows they hold, most first, each banned in
-// the subtrees of the later ones so that no set of columns comes twice.
+// then the prices' bound; the branch is on the open row with the fewest
+// allowed columns, its columns tried by the open rows they hold, most
+// first, each banned in the subtrees of the later ones so that no set of
+// columns comes twice.
 void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowed,
                  int64_t cost_now) {
     if (n == 0) {
@@ -211,12 +211,13 @@ void search_root(bits_search *b, uint64_t budget) {
 // Where the floor meets the best answer, from the search or from one the
 // prices built, that answer is the least. 0, or -1 when memory ran out.
 int price_and_search(bits_search *b, uint64_t budget) {
+    // One block: the prices, the prices in hand, the slopes.
     const size_t rows = b->nrows + 1;
-    b->price = {b->row, b->nrows, b->nc, b->cost,
-                static_cast<int64_t *>(l3mac_malloc(sizeof(int64_t) * rows)),
-                static_cast<int64_t *>(l3mac_malloc(sizeof(int64_t) * rows)),
-                static_cast<int32_t *>(l3mac_malloc(sizeof(int32_t) * rows)), 1};
-    if (!b->price.price || !b->price.work || !b->price.slope) return -1;
+    auto *block = static_cast<int64_t *>(
+        l3mac_malloc(rows * (2 * sizeof(int64_t) + sizeof(int32_t))));
+    if (!block) return -1;
+    b->price = {b->row, b->nrows, b->nc, b->cost, block, block + rows,
+                reinterpret_cast<int32_t *>(block + 2 * rows), 1};
     b->out = false;
     cover_price_best best = {b->best, &b->nbest, &b->best_cost, false};
     b->floor = cover_price_floor(&b->price, &best, &b->steps, budget);
@@ -227,7 +228,7 @@ int price_and_search(bits_search *b, uint64_t budget) {
 }
 
 void release_bits(bits_search *b, colset *all) {
-    void *arrays[] = {all, b->row, b->arena, b->price.price, b->price.work, b->price.slope};
+    void *arrays[] = {all, b->row, b->arena, b->price.price};
     for (void *a : arrays) l3mac_free(a);
 }
 
@@ -245,8 +246,7 @@ int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool ro
     // The candidate arena of the other search is free here.
     b.scratch = s->cand;
     b.arena = nullptr;
-    b.price.price = b.price.work = nullptr;
-    b.price.slope = nullptr;
+    b.price.price = nullptr;
     auto *all = static_cast<colset *>(l3mac_malloc(sizeof(colset) * (p->nr ? p->nr : 1)));
     b.row = static_cast<colset *>(l3mac_malloc(sizeof(colset) * (p->nr ? p->nr : 1)));
     if (!all || !b.row) {
