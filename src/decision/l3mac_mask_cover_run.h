@@ -88,8 +88,10 @@ int cover_search_bits(cover_searcher *s, cover_part *p, uint64_t budget, bool ro
 // Betters the answer in s->best of part `p` by local changes within
 // `budget` steps (s->steps counted in): the whole answer of a part too
 // large for the branch and bound, a better start for the search on sets
-// of bits. 0, or -1 when memory ran out.
-int cover_improve(cover_searcher *s, cover_part *p, uint64_t budget);
+// of bits. With `plateau`, changes that keep the cost are made too, where
+// they bring other columns closer to needless. 0, or -1 when memory ran
+// out.
+int cover_improve(cover_searcher *s, cover_part *p, uint64_t budget, bool plateau);
 
 // Searches part `p` with `budget` steps: s->best holds its answer (columns
 // of p), s->steps what it took. False when the search had to stop before it

@@ -223,12 +223,12 @@ bool cover_search_part(cover_searcher *s, cover_part *p, uint64_t budget) {
     // Few columns go to the search on sets of bits.
     if (p->nc > COVER_BITS_COLS) {
         branch_and_bound(s);
-        if (s->unsearched && cover_improve(s, p, budget) != 0) s->no_memory = true;
+        if (s->unsearched && cover_improve(s, p, budget, true) != 0) s->no_memory = true;
     } else {
         // A few passes of local changes first: a better answer to start
         // from cuts more of the tree than they cost.
         const uint64_t quick = s->steps + 8ull * (p->nr + p->cs[p->nc]);
-        if (cover_improve(s, p, quick < budget ? quick : budget) != 0 ||
+        if (cover_improve(s, p, quick < budget ? quick : budget, false) != 0 ||
             cover_search_bits(s, p, budget, false) != 0)
             s->no_memory = s->out = true;
     }
