@@ -98,6 +98,9 @@ struct cover_answer {
     uint64_t steps;
 };
 
-// Columns of least total cost that together hold every row, found within
-// `budget` steps (the best found when the budget runs out). 0 or -1.
+// Columns of least total cost that together hold every row, searched
+// within `budget` steps (the best found when the budget runs out). A
+// matrix too large for the reductions also counts, in ans->steps, the
+// steps of building its views, in proportion to its incidences, which its
+// search does not take from the budget. 0 or -1.
 int l3mac_cover_solve(const cover_matrix *m, uint64_t budget, cover_answer *ans);
