@@ -155,8 +155,7 @@ int give_best(compact_call *c, const evlan_bmp_t *bmp, const compact_output *out
         return fill_list(out->cubes, out->count, head);
     }
     uint32_t entries = 0, kept = 0;
-    if (l3mac_compact_greedy_count(c->width, out->primes, out->nprimes, c->held, c->nheld,
-                                   &entries, &kept) != 0)
+    if (l3mac_compact_greedy_count(c->width, c->set, c->held, c->nheld, &entries, &kept) != 0)
         return -1;
     const bool compact_wins =
         out->count < entries || (out->count == entries && out->kept > kept);

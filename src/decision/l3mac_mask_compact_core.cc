@@ -173,11 +173,6 @@ int l3mac_compact_cover(const compact_input *in, compact_output *out) {
     if (rv == 0) rv = add_held_columns(&r, nprimes);
     if (rv == 0) rv = build_matrix(&r);
     if (rv == 0) rv = solve(&r, out);
-    if (rv == 0 && !out->exact) {  // the primes lead the columns
-        out->primes = r.cols;
-        out->nprimes = nprimes;
-        r.cols = nullptr;
-    }
     close_compact_run(&r);
     if (rv != 0) {
         l3mac_compact_release(out);
@@ -188,8 +183,6 @@ int l3mac_compact_cover(const compact_input *in, compact_output *out) {
 
 void l3mac_compact_release(compact_output *out) {
     l3mac_free(out->cubes);
-    l3mac_free(out->primes);
     out->cubes = nullptr;
-    out->primes = nullptr;
-    out->count = out->nprimes = 0;
+    out->count = 0;
 }

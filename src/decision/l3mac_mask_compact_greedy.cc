@@ -7,9 +7,9 @@
 // The count follows the greedy rule step for step on plain arrays:
 //  - each member brings the largest full sub-cubes that have it as their
 //    highest number, in the order of the greedy search's finder. They are
-//    read off the primes the compact search already has, which costs a
-//    fraction of the finder's walk through the member's neighbourhood on
-//    dense sets;
+//    read off one bitmap per choice of ignored bits, of the numbers that
+//    top a whole sub-cube, word by word: on dense sets a fraction of the
+//    finder's walk through each member's neighbourhood;
 //  - a sub-cube goes when one of a higher level holds it. Only one found
 //    later can hold it (its highest number is above every number of an
 //    earlier one), and holding is transitive, so this is the list the
@@ -23,6 +23,7 @@
 #include "decision/l3mac_mask_compact_greedy.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "decision/l3mac_mask_run.h"
@@ -40,7 +41,6 @@ struct greedy_count {
     uint8_t *gone;       // per sub-cube: held by a larger one, or swept
     uint32_t ncubes;
     int32_t *cnt;        // per number: sub-cubes left that hold it
-    uint16_t *left;      // per number: its sub-cubes not yet gone
 };
 
 void close_count(greedy_count *g) {
@@ -49,7 +49,6 @@ void close_count(greedy_count *g) {
     l3mac_free(g->bits);
     l3mac_free(g->gone);
     l3mac_free(g->cnt);
-    l3mac_free(g->left);
 }
 
 int open_count(greedy_count *g, uint32_t width) {
@@ -58,23 +57,12 @@ int open_count(greedy_count *g, uint32_t width) {
     g->first = static_cast<uint32_t *>(l3mac_calloc(g->space + 1, sizeof(uint32_t)));
     g->level = static_cast<uint8_t *>(l3mac_malloc(g->space));
     g->cnt = static_cast<int32_t *>(l3mac_calloc(g->space, sizeof(int32_t)));
-    g->left = static_cast<uint16_t *>(l3mac_malloc(g->space * sizeof(uint16_t)));
-    if (!g->first || !g->level || !g->cnt || !g->left) {
+    if (!g->first || !g->level || !g->cnt) {
         close_count(g);
         return -1;
     }
     std::memset(g->level, NOT_MEMBER, g->space);
     return 0;
-}
-
-// Walks the numbers of a prime with the bits of each that the prime
-// ignores: those of a sub-cube through the number inside the prime.
-template <class F> void each_number(const compact_cube &p, F f) {
-    uint32_t s = 0;
-    do {
-        f(p.key | s, s);
-        s = (s - p.free) & p.free;
-    } while (s != 0);
 }
 
 // The order of the greedy finder: ascending bit positions compared
@@ -84,63 +72,176 @@ bool finder_before(uint32_t a, uint32_t b) {
     return (a & d & (0u - d)) != 0;
 }
 
-// The largest full sub-cubes whose highest number is x ignore bits of x
-// only, and each lies in a prime through x: they are the largest sets of
-// x's bits that a prime through x ignores. Every member is in a prime;
-// value 0's only sub-cube is itself.
-int find_cubes(greedy_count *g, const compact_cube *primes, uint32_t nprimes) {
-    // The level of each number, and how many primes reach it there.
-    for (uint32_t k = 0; k < nprimes; ++k)
-        each_number(primes[k], [&](uint32_t x, uint32_t s) {
-            const uint8_t lv = static_cast<uint8_t>(compact_bits(s));
-            if (g->level[x] == NOT_MEMBER || lv > g->level[x]) {
-                g->level[x] = lv;
-                g->first[x + 1] = 1;
-            } else {
-                g->first[x + 1] += lv == g->level[x];
-            }
-        });
-    for (uint32_t x = 0; x < g->space; ++x) g->first[x + 1] += g->first[x];
-    g->bits = static_cast<uint32_t *>(l3mac_malloc((g->first[g->space] + 1) * sizeof(uint32_t)));
-    if (!g->bits) return -1;
-    // Each number's first place moves up as its sub-cubes go in, to its
-    // end; they are then sorted and made unique, packed to the front.
-    for (uint32_t k = 0; k < nprimes; ++k)
-        each_number(primes[k], [&](uint32_t x, uint32_t s) {
-            if (compact_bits(s) == g->level[x]) g->bits[g->first[x]++] = s;
-        });
-    uint32_t at = 0, lo = 0;
-    for (uint32_t x = 0; x < g->space; ++x) {
-        const uint32_t hi = g->first[x];
-        g->first[x] = at;
-        std::sort(g->bits + lo, g->bits + hi, finder_before);
-        for (uint32_t i = lo; i < hi; ++i)
-            if (i == lo || g->bits[i] != g->bits[i - 1]) g->bits[at++] = g->bits[i];
-        lo = hi;
+// Positions whose bit p is 1, for p below 6.
+constexpr uint64_t HIGH[6] = {0xAAAAAAAAAAAAAAAAull, 0xCCCCCCCCCCCCCCCCull,
+                              0xF0F0F0F0F0F0F0F0ull, 0xFF00FF00FF00FF00ull,
+                              0xFFFF0000FFFF0000ull, 0xFFFFFFFF00000000ull};
+
+// The tops of the whole sub-cubes ignoring F are a bitmap W_F of the
+// space: x is in W_F when F's bits are set in x and every number that
+// differs from x in F's bits alone is in the set. W_{} is the set, and
+// with b the lowest bit of F, W_F = W_{F-b} at x and at x - 2^b, b set in
+// x. Ignoring F is ignoring F minus b as well, so W_F lies in W_{F-b} and
+// a walk that adds ever lower bits can stop where a bitmap is empty.
+//
+// A bit of F above the sixth picks words: W_F keeps only the words whose
+// index has it set, packed, with their places beside them. Walking down,
+// such bits come first, so the bit added next is always below every
+// packed one and keeps its place in the packed index. Deep bitmaps are
+// then a fraction of the space: the walk reads 3^6 / 2^6 words per word
+// of the space over all F, not 2^6.
+struct tops_walk {
+    greedy_count *g;
+    uint32_t words;   // of the space
+    uint64_t *stack;  // per depth: W_F, packed
+    uint32_t *where;  // per depth: the word of the space each packed word is
+    uint64_t *at;     // per level L: numbers with a whole sub-cube of L bits below them
+    uint32_t *pairs;  // found sub-cubes, number << 16 | ignored bits
+    uint32_t npairs, room;
+    bool collect;
+    bool failed;      // no memory for the pairs
+};
+
+void add_pair(tops_walk *w, uint32_t x, uint32_t f) {
+    if (w->npairs == w->room) {
+        const uint32_t room = w->room ? w->room * 2 : 1024;
+        auto *grown = static_cast<uint32_t *>(l3mac_realloc(w->pairs, room * sizeof(uint32_t)));
+        if (!grown) {
+            w->failed = true;
+            return;
+        }
+        w->pairs = grown;
+        w->room = room;
     }
-    g->first[g->space] = at;
-    g->ncubes = at;
-    return 0;
+    w->pairs[w->npairs++] = x << 16 | f;
 }
 
-// The sub-cubes of lower levels inside each one go. Each lies inside it
-// through its own highest number, one of its numbers below its top; a
-// number whose sub-cubes have all gone is passed over.
+// W_F into `dst` from W_{F-b} in `src` (n packed words), b below the sixth
+// bit; whether any bit is set.
+bool low_tops(const uint64_t *src, uint32_t n, uint32_t b, uint64_t *dst) {
+    uint64_t any = 0;
+    for (uint32_t i = 0; i < n; ++i) {
+        dst[i] = src[i] & src[i] << (1u << b) & HIGH[b];
+        any |= dst[i];
+    }
+    return any != 0;
+}
+
+// The same for a bit q = b - 6 of the word index: pairs of words that
+// differ in it, packed to half as many.
+bool high_tops(const uint64_t *src, const uint32_t *from, uint32_t n, uint32_t q, uint64_t *dst,
+               uint32_t *to) {
+    const uint32_t half = 1u << q;
+    uint64_t any = 0;
+    for (uint32_t blk = 0; blk < n; blk += 2 * half)
+        for (uint32_t t = 0; t < half; ++t) {
+            dst[blk / 2 + t] = src[blk + t] & src[blk + half + t];
+            to[blk / 2 + t] = from[blk + half + t];
+            any |= dst[blk / 2 + t];
+        }
+    return any != 0;
+}
+
+// The first walk ORs each W_F into the bitmap of its level; the second
+// takes the numbers of W_F whose level is F's, and goes deeper only where
+// a number of a higher level is left.
+void walk(tops_walk *w, uint32_t f, uint32_t depth, uint32_t n, const uint32_t *where) {
+    const uint64_t *tops = w->stack + static_cast<size_t>(depth) * w->words;
+    uint64_t *lv = w->at + static_cast<size_t>(depth) * w->words;
+    if (!w->collect) {
+        for (uint32_t i = 0; i < n; ++i) lv[where[i]] |= tops[i];
+    } else {
+        const uint64_t *up = lv + w->words;
+        bool higher = false;
+        for (uint32_t i = 0; i < n; ++i) {
+            higher |= (tops[i] & up[where[i]]) != 0;
+            for (uint64_t m = tops[i] & ~up[where[i]]; m; m &= m - 1)
+                add_pair(w, where[i] * 64 + static_cast<uint32_t>(std::countr_zero(m)), f);
+        }
+        if (!higher) return;
+    }
+    const uint32_t below = f ? static_cast<uint32_t>(std::countr_zero(f))
+                             : static_cast<uint32_t>(std::countr_zero(w->g->space));
+    uint64_t *next = w->stack + static_cast<size_t>(depth + 1) * w->words;
+    uint32_t *next_where = w->where + static_cast<size_t>(depth + 1) * w->words;
+    for (uint32_t b = 0; b < below; ++b) {
+        if (b < 6) {
+            if (low_tops(tops, n, b, next)) walk(w, f | 1u << b, depth + 1, n, where);
+        } else if (high_tops(tops, where, n, b - 6, next, next_where)) {
+            walk(w, f | 1u << b, depth + 1, n / 2, next_where);
+        }
+    }
+}
+
+// The largest full sub-cubes whose highest number is x: those whose level,
+// the bits they ignore, is the highest of any whole sub-cube below x.
+// `on` is the set; value 0 is taken as a member and the top value not.
+int find_cubes(greedy_count *g, uint32_t width, const uint64_t *on) {
+    tops_walk w = {g, g->space / 64, nullptr, nullptr, nullptr, nullptr, 0, 0, false, false};
+    const size_t maps = static_cast<size_t>(width) + 2;
+    w.stack = static_cast<uint64_t *>(l3mac_malloc(maps * w.words * sizeof(uint64_t)));
+    w.where = static_cast<uint32_t *>(l3mac_malloc(maps * w.words * sizeof(uint32_t)));
+    w.at = static_cast<uint64_t *>(l3mac_calloc(maps * w.words, sizeof(uint64_t)));
+    int rv = w.stack && w.where && w.at ? 0 : -1;
+    if (rv == 0) {
+        std::memcpy(w.stack, on, w.words * sizeof(uint64_t));
+        w.stack[0] |= 1;
+        w.stack[w.words - 1] &= ~(1ull << 63);
+        for (uint32_t i = 0; i < w.words; ++i) w.where[i] = i;
+        walk(&w, 0, 0, w.words, w.where);
+        for (uint32_t lv = 0; lv <= width; ++lv) {
+            const uint64_t *mine = w.at + static_cast<size_t>(lv) * w.words;
+            for (uint32_t i = 0; i < w.words; ++i)
+                for (uint64_t m = mine[i] & ~mine[i + w.words]; m; m &= m - 1)
+                    g->level[i * 64 + static_cast<uint32_t>(std::countr_zero(m))] =
+                        static_cast<uint8_t>(lv);
+        }
+        w.collect = true;
+        walk(&w, 0, 0, w.words, w.where);
+        rv = w.failed ? -1 : 0;
+    }
+    if (rv == 0) g->bits = static_cast<uint32_t *>(l3mac_malloc((w.npairs + 1) * sizeof(uint32_t)));
+    if (rv == 0 && g->bits) {
+        // Grouped by number, each group in the finder's order.
+        for (uint32_t k = 0; k < w.npairs; ++k) ++g->first[(w.pairs[k] >> 16) + 1];
+        for (uint32_t x = 0; x < g->space; ++x) g->first[x + 1] += g->first[x];
+        for (uint32_t k = 0; k < w.npairs; ++k) g->bits[g->first[w.pairs[k] >> 16]++] = w.pairs[k] & 0xFFFF;
+        for (uint32_t x = g->space; x-- > 0;) g->first[x + 1] = g->first[x];
+        g->first[0] = 0;
+        for (uint32_t x = 0; x < g->space; ++x)
+            if (g->first[x + 1] - g->first[x] > 1)
+                std::sort(g->bits + g->first[x], g->bits + g->first[x + 1], finder_before);
+        g->ncubes = w.npairs;
+    } else {
+        rv = -1;
+    }
+    l3mac_free(w.stack);
+    l3mac_free(w.where);
+    l3mac_free(w.at);
+    l3mac_free(w.pairs);
+    return rv;
+}
+
+// The sub-cubes of lower levels inside each one go. One of x inside (v, b)
+// ignores bits of b & x only, and the sub-cube below x that ignores all of
+// b & x lies in (v, b) and is whole: x's level is at least |b & x|, and
+// only a sub-cube of exactly that level, ignoring exactly b & x, can lie
+// inside. Higher numbers go first, so a sub-cube that went is passed over:
+// what it holds, the one that holds it holds too.
 void drop_held(greedy_count *g) {
-    for (uint32_t x = 0; x < g->space; ++x)
-        g->left[x] = static_cast<uint16_t>(g->first[x + 1] - g->first[x]);
-    for (uint32_t v = 0; v < g->space; ++v) {
+    for (uint32_t v = g->space; v-- > 0;) {
         const uint32_t lv = g->level[v];
         if (lv == NOT_MEMBER || lv == 0) continue;
         for (uint32_t i = g->first[v]; i < g->first[v + 1]; ++i) {
+            if (g->gone[i]) continue;
             const uint32_t b = g->bits[i];
             for (uint32_t s = b & (0u - b); s != 0; s = (s - b) & b) {
                 const uint32_t x = v ^ s;
-                if (g->level[x] >= lv || g->left[x] == 0) continue;
+                if (g->level[x] + compact_bits(s) != lv) continue;
                 for (uint32_t j = g->first[x]; j < g->first[x + 1]; ++j)
-                    if (!g->gone[j] && (g->bits[j] & ~b) == 0) {
+                    if (g->bits[j] == (b & x)) {
                         g->gone[j] = 1;
-                        --g->left[x];
+                        break;
                     }
             }
         }
@@ -240,12 +341,11 @@ int tally(const greedy_count *g, const compact_cube *held, uint32_t nheld, uint3
 
 }  // namespace
 
-int l3mac_compact_greedy_count(uint32_t width, const compact_cube *primes, uint32_t nprimes,
-                               const compact_cube *held, uint32_t nheld, uint32_t *entries,
-                               uint32_t *kept) {
+int l3mac_compact_greedy_count(uint32_t width, const uint64_t *on, const compact_cube *held,
+                               uint32_t nheld, uint32_t *entries, uint32_t *kept) {
     greedy_count g;
     if (open_count(&g, width) != 0) return -1;
-    int rv = find_cubes(&g, primes, nprimes);
+    int rv = find_cubes(&g, width, on);
     if (rv == 0) {
         g.gone = static_cast<uint8_t *>(l3mac_calloc(g.ncubes + 1, 1));
         rv = g.gone ? 0 : -1;

@@ -57,8 +57,6 @@ struct compact_output {
     bool exact;           // the search ran to its end: no cover is smaller, nor
                           // one of equal size that keeps more of `have`
     uint64_t steps;       // steps the search took
-    compact_cube *primes; // when not exact: the primes of the set with value 0,
-    uint32_t nprimes;     // which the greedy cover's count is read from
 };
 
 // The cover of the fewest sub-cubes for `in`, and among those one that
