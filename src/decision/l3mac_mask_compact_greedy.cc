@@ -37,6 +37,7 @@ struct greedy_count {
     uint32_t space;
     uint32_t *first;     // per number: its first sub-cube; space + 1 places
     uint8_t *level;      // per number: level of its sub-cubes, or NOT_MEMBER
+    uint8_t *spare;      // per member: its set bits beyond its level
     uint32_t *bits;      // per sub-cube: the bits it ignores
     uint8_t *gone;       // per sub-cube: held by a larger one, or swept
     uint32_t ncubes;
@@ -46,6 +47,7 @@ struct greedy_count {
 void close_count(greedy_count *g) {
     l3mac_free(g->first);
     l3mac_free(g->level);
+    l3mac_free(g->spare);
     l3mac_free(g->bits);
     l3mac_free(g->gone);
     l3mac_free(g->cnt);
@@ -56,8 +58,9 @@ int open_count(greedy_count *g, uint32_t width) {
     g->space = 1u << width;
     g->first = static_cast<uint32_t *>(l3mac_calloc(g->space + 1, sizeof(uint32_t)));
     g->level = static_cast<uint8_t *>(l3mac_malloc(g->space));
+    g->spare = static_cast<uint8_t *>(l3mac_malloc(g->space));
     g->cnt = static_cast<int32_t *>(l3mac_calloc(g->space, sizeof(int32_t)));
-    if (!g->first || !g->level || !g->cnt) {
+    if (!g->first || !g->level || !g->spare || !g->cnt) {
         close_count(g);
         return -1;
     }
@@ -192,9 +195,11 @@ int find_cubes(greedy_count *g, uint32_t width, const uint64_t *on) {
         for (uint32_t lv = 0; lv <= width; ++lv) {
             const uint64_t *mine = w.at + static_cast<size_t>(lv) * w.words;
             for (uint32_t i = 0; i < w.words; ++i)
-                for (uint64_t m = mine[i] & ~mine[i + w.words]; m; m &= m - 1)
-                    g->level[i * 64 + static_cast<uint32_t>(std::countr_zero(m))] =
-                        static_cast<uint8_t>(lv);
+                for (uint64_t m = mine[i] & ~mine[i + w.words]; m; m &= m - 1) {
+                    const uint32_t x = i * 64 + static_cast<uint32_t>(std::countr_zero(m));
+                    g->level[x] = static_cast<uint8_t>(lv);
+                    g->spare[x] = static_cast<uint8_t>(compact_bits(x) - lv);
+                }
         }
         w.collect = true;
         walk(&w, 0, 0, w.words, w.where);
@@ -226,8 +231,9 @@ int find_cubes(greedy_count *g, uint32_t width, const uint64_t *on) {
 // ignores bits of b & x only, and the sub-cube below x that ignores all of
 // b & x lies in (v, b) and is whole: x's level is at least |b & x|, and
 // only a sub-cube of exactly that level, ignoring exactly b & x, can lie
-// inside. Higher numbers go first, so a sub-cube that went is passed over:
-// what it holds, the one that holds it holds too.
+// inside. x lacks |v| - |x| of b's bits, so that level leaves x as many
+// spare bits as v has. Higher numbers go first, so a sub-cube that went
+// is passed over: what it holds, the one that holds it holds too.
 void drop_held(greedy_count *g) {
     for (uint32_t v = g->space; v-- > 0;) {
         const uint32_t lv = g->level[v];
@@ -237,7 +243,7 @@ void drop_held(greedy_count *g) {
             const uint32_t b = g->bits[i];
             for (uint32_t s = b & (0u - b); s != 0; s = (s - b) & b) {
                 const uint32_t x = v ^ s;
-                if (g->level[x] + compact_bits(s) != lv) continue;
+                if (g->spare[x] != g->spare[v]) continue;
                 for (uint32_t j = g->first[x]; j < g->first[x + 1]; ++j)
                     if (g->bits[j] == (b & x)) {
                         g->gone[j] = 1;
