@@ -90,9 +90,9 @@ constexpr uint64_t HIGH[6] = {0xAAAAAAAAAAAAAAAAull, 0xCCCCCCCCCCCCCCCCull,
 // A bit of F above the sixth picks words: W_F keeps only the words whose
 // index has it set, packed, with their places beside them. Walking down,
 // such bits come first, so the bit added next is always below every
-// packed one and keeps its place in the packed index. Deep bitmaps are
-// then a fraction of the space: the walk reads 3^6 / 2^6 words per word
-// of the space over all F, not 2^6.
+// packed one and keeps its place in the packed index. With k the bits of
+// a word index (6 for VLANs, 8 for VFIs), the walk then reads (4/3)^k
+// times fewer words than with whole bitmaps.
 struct tops_walk {
     greedy_count *g;
     uint32_t words;   // of the space
@@ -177,7 +177,9 @@ void walk(tops_walk *w, uint32_t f, uint32_t depth, uint32_t n, const uint32_t *
 }
 
 // The largest full sub-cubes whose highest number is x: those whose level,
-// the bits they ignore, is the highest of any whole sub-cube below x.
+// the bits they ignore, is the highest of any whole sub-cube below x. A
+// number with a whole sub-cube of L + 1 bits below it has one of L bits,
+// so the level bitmaps nest: x's level is the last that holds it.
 // `on` is the set; value 0 is taken as a member and the top value not.
 int find_cubes(greedy_count *g, uint32_t width, const uint64_t *on) {
     tops_walk w = {g, g->space / 64, nullptr, nullptr, nullptr, nullptr, 0, 0, false, false};
