@@ -101,7 +101,7 @@ TEST_P(TblStore, EveryRealChangeIsLoggedInWriteOrderAndAnEqualOneIsNot) {
 
 // Packed keys order by their bytes, a shorter prefix first, the empty key
 // (an all-default key) before all; pages go on after the key given.
-TEST_P(TblStore, PagesRunInBytewiseKeyOrderAndTheStoreCountsItsRows) {
+TEST_P(TblStore, PagesRunInBytewiseKeyOrderEachSeesTheTableAsItStandsNow) {
     const std::vector<tbl_bytes> want{{}, {0x01}, {0x01, 0xff}, {0x02}, {0x80, 0x01}, {0xff}};
     for (size_t i = want.size(); i-- > 0;) put(a_.get(), "t", want[i], {uint8_t(i)});
     put(a_.get(), "s", {0x00}, {1});
@@ -121,26 +121,24 @@ TEST_P(TblStore, PagesRunInBytewiseKeyOrderAndTheStoreCountsItsRows) {
     EXPECT_EQ(n, 6);
     ASSERT_EQ(b_->count("nothing", &n), 0);
     EXPECT_EQ(n, 0);
-}
 
-// Each page reads the table as it stands: what another connection changed
-// between two pages is there, in key order; a page may go on after a key
-// that is not there.
-TEST_P(TblStore, EachPageSeesTheTableAsItStandsNow) {
-    for (uint8_t k = 1; k <= 10; k++) put(a_.get(), "t", {k}, {k});
+    // Each page reads the table as it stands: what another connection
+    // changed between two pages is there, in key order; a page may go on
+    // after a key that is not there.
+    for (uint8_t k = 1; k <= 10; k++) put(a_.get(), "p", {k}, {k});
     std::vector<tbl_row> first, second;
-    ASSERT_EQ(a_->page("t", nullptr, 3, &first), 0);
+    ASSERT_EQ(a_->page("p", nullptr, 3, &first), 0);
     EXPECT_EQ(keys(first), (std::vector<tbl_bytes>{{1}, {2}, {3}}));
-    put(b_.get(), "t", {4}, {40});
-    erase(b_.get(), "t", {5});
-    put(b_.get(), "t", {11}, {11});
-    put(b_.get(), "t", {2}, {20});
-    ASSERT_EQ(a_->page("t", &first.back().key, 3, &second), 0);
+    put(b_.get(), "p", {4}, {40});
+    erase(b_.get(), "p", {5});
+    put(b_.get(), "p", {11}, {11});
+    put(b_.get(), "p", {2}, {20});
+    ASSERT_EQ(a_->page("p", &first.back().key, 3, &second), 0);
     EXPECT_EQ(keys(second), (std::vector<tbl_bytes>{{4}, {6}, {7}}));
     EXPECT_EQ(second[0].val, tbl_bytes{40});
     second.clear();
-    const tbl_bytes after{9, 0};
-    ASSERT_EQ(a_->page("t", &after, 3, &second), 0);
+    const tbl_bytes missing{9, 0};
+    ASSERT_EQ(a_->page("p", &missing, 3, &second), 0);
     EXPECT_EQ(keys(second), (std::vector<tbl_bytes>{{10}, {11}}));
 }
 
@@ -225,7 +223,7 @@ TEST_P(TblStore, ASnapshotsRowsMissExactlyTheChangesAfterItsTop) {
 
 // Only a writer makes a missing store: a reader of a mistyped root must
 // find nothing rather than an empty store.
-TEST_P(TblStore, OnlyAWriterMakesAStore) {
+TEST_P(TblStore, OnlyAWriterMakesAStoreAReadOnlyConnectionNeverWrites) {
     a_.reset(), b_.reset();
     const std::string elsewhere = root_ + "/other/var/run/hnx/store-17.db";
     if (on_redis()) redis_.command({"FLUSHALL"});
@@ -239,9 +237,9 @@ TEST_P(TblStore, OnlyAWriterMakesAStore) {
     EXPECT_NE(tbl_store::open(16, elsewhere), nullptr);
     EXPECT_EQ(fs::exists(elsewhere), GetParam() == store_backend::sqlite);
     EXPECT_NE(tbl_store::open(16, elsewhere, tbl_open::existing), nullptr);
-}
 
-TEST_P(TblStore, AReadOnlyConnectionReadsAndNeverWrites) {
+    // A read-only connection reads and never writes.
+    a_ = tbl_store::open(16, path_);
     put(a_.get(), "t", {1}, {1, 2, 3});
     auto reader = other(tbl_open::read_only);
     ASSERT_NE(reader, nullptr);
