@@ -28,11 +28,9 @@ std::vector<hw_entry> adds_of(const std::string &table) {
 
 // A backup row as another process might leave it: not written by this
 // service, naming an index of its own choosing.
-void write_stray_backup(const mac6 &mac, uint32_t evlan, uint32_t idx) {
-    uint8_t bytes[6];
-    std::copy(mac.begin(), mac.end(), bytes);
+void write_stray_backup(mac6 mac, uint32_t evlan, uint32_t idx) {
     PLibpub__Mac m = P_LIBPUB__MAC__INIT;
-    m.data = {sizeof bytes, bytes};
+    m.data = {mac.size(), mac.data()};
     SRoute__L3macHwAttr attr = S_ROUTE__L3MAC_HW_ATTR__INIT;
     attr.evlan = evlan;
     attr.evlan_mask = 0xFFF;
