@@ -233,10 +233,6 @@ return 'OK')";
     EXPECT_EQ(hnx_host_tbl_poll(), 0);
 }
 
-// A reader on its loop waits on the server, blocked in XREAD, instead of
-// asking every few milliseconds: a change of another process wakes it at
-// once, its own writes wake it once and it waits again, and while nothing
-// is written it sends nothing but the one-second backstop's check.
 // The value after `name` ("blocked_clients:", "cmdstat_xread:calls=") in
 // a section of INFO.
 std::string info_field(const redis_server &r, const std::string &section, const std::string &name) {
@@ -247,7 +243,12 @@ std::string info_field(const redis_server &r, const std::string &section, const 
     return info.substr(from, info.find_first_of("\r\n,", from) - from);
 }
 
-TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChange) {
+// A reader on its loop waits on the server, blocked in XREAD, instead of
+// asking every few milliseconds: a change of another process wakes it at
+// once, its own writes wake it once and it waits again, and while nothing
+// is written it sends nothing but the one-second backstop's check. The
+// server gone wakes it too, and it ends.
+TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChangeOrTheServerGone) {
     kw_global *global = kw_global_init("hnx-tbl-test", 0);
     ASSERT_NE(global, nullptr);
     uv_loop_t *loop = hnx_host_loop(global);
@@ -276,11 +277,9 @@ TEST_P(TblSharedRedis, AReaderOnItsLoopWaitsOnTheServerAndWakesOnAChange) {
     EXPECT_EQ(info_field(redis_, "clients", "blocked_clients:"), "1");
     EXPECT_EQ(hw_seen().size(), 2u);
     kw_global_finish(global);
-}
 
-// The server gone while the reader waits: the wait wakes it, and it ends for
-// its supervisor with the one line that says so.
-TEST_P(TblSharedRedis, AServerGoneWakesTheWaitingReaderWhichEndsWithOneLine) {
+    // The server gone while a reader waits: the wait wakes it, and it ends
+    // for its supervisor with the one line that says so.
     testing::internal::CaptureStderr();
     const int status = child_status([this] {
         tbl_store_of(16);  // forgets the parent's connections, and its loop
