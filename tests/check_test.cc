@@ -4,7 +4,6 @@
 // and the all-zero MAC.
 #include <filesystem>
 #include <fstream>
-#include <tuple>
 
 #include "decision/l3mac_decision.h"
 #include "check/l3mac_check.h"
@@ -32,9 +31,20 @@ l3mac_check_report live(l3mac_check_live_opts opts = {}) {
     return rep;
 }
 
-l3mac_check_report tables(l3mac_check_rows rows, bool restarted) {
+// Each of `parts` somewhere in `text`.
+void expect_has(const std::string &text, std::initializer_list<std::string> parts) {
+    for (const std::string &p : parts)
+        EXPECT_NE(text.find(p), std::string::npos) << "wanted \"" << p << "\" in:\n" << text;
+}
+
+void expect_violation(const l3mac_check_report &rep, const std::string &text) {
+    expect_has(joined(rep.violations), {text});
+}
+
+l3mac_check_report tables(const l3mac_check_rows &rows, bool restarted,
+                          const l3mac_check_board &board = l3mac_check_board_live()) {
     l3mac_check_report rep;
-    l3mac_check_tables(rows, l3mac_check_board_live(), {.restarted = restarted}, &rep);
+    l3mac_check_tables(rows, board, {.restarted = restarted}, &rep);
     return rep;
 }
 
@@ -62,16 +72,13 @@ protected:
         SetUp();
     }
 
-    // hnx-l3mac-check over `root` (this world's when empty); its output.
-    std::pair<int, std::string> check(std::vector<std::string> args = {}, std::string root = "") {
+    // hnx-l3mac-check over `root` (this world's when empty), which must end
+    // with `status`; its output.
+    std::string check(int status, std::vector<std::string> args = {}, std::string root = "") {
         args.insert(args.begin(), {"--root", root.empty() ? root_ : root});
         const managed_result r = managed_run(HNX_BIN_DIR, root_, "hnx-l3mac-check", args);
-        return {r.status, r.out + r.err};
-    }
-
-    void expect_violation(const l3mac_check_report &rep, const std::string &text) {
-        EXPECT_NE(joined(rep.violations).find(text), std::string::npos)
-            << "wanted \"" << text << "\" in:\n" << joined(rep.violations);
+        EXPECT_EQ(r.status, status) << r.out + r.err;
+        return r.out + r.err;
     }
 };
 
@@ -124,11 +131,10 @@ TEST_F(CheckTest, AMacMissingEntriesIsAViolationOnlyWhileItsTcamHasRoom) {
 
     l3mac_check_board full = l3mac_check_board_live();
     full.limit[0] = 2;  // A's remaining entry and B's fill it
-    l3mac_check_report rep;
-    l3mac_check_tables(rows, full, {.restarted = true}, &rep);
+    const l3mac_check_report rep = tables(rows, true, full);
     EXPECT_TRUE(rep.ok()) << joined(rep.violations);
     EXPECT_EQ(rep.unserved_macs, 1u);
-    EXPECT_NE(joined(rep.notes).find("uncovered: 10"), std::string::npos) << joined(rep.notes);
+    expect_has(joined(rep.notes), {"uncovered: 10"});
 }
 
 // On a compact board a MAC's entries are any exact cover no larger than the
@@ -148,13 +154,14 @@ TEST_F(CheckTest, CompactCoversAreJudgedByWhatTheyMatch) {
     EXPECT_TRUE(tables(read_rows(), true).ok()) << joined(tables(read_rows(), true).violations);
 
     ASSERT_EQ(withdraw(1, managed_uuid(kA, NORMAL, 3001)), 0);  // the round has not run
-    l3mac_check_report rep = tables(read_rows(), false);
-    expect_violation(rep, "matches VLAN 3001, which no standing request of its MAC asks for");
+    expect_violation(tables(read_rows(), false),
+                     "matches VLAN 3001, which no standing request of its MAC asks for");
 }
 
 // On a board whose second TCAM takes the direct path, so that C has rows
 // of its own in s_route.l3mac_vrrp_hw_res; a refused row of A's beside them
-// turns no rule off.
+// turns no rule off. Each damage is found by a running service's check and
+// after a restart alike.
 TEST_F(CheckTest, DamageToTheTablesIsFound) {
     serve({.tcam2_en = true, .is_mng2 = false, .copy_to_tcam2 = false, .tcam_cap = 8});
     ASSERT_NE(request(19, "far", 5000, NORMAL, kA), 0);
@@ -175,8 +182,8 @@ TEST_F(CheckTest, DamageToTheTablesIsFound) {
         {[](l3mac_check_rows &r) { r.vrrp.push_back(r.vrrp[0]), r.vrrp.back().evlan = 999; },
          "direct row 02:00:00:00:00:0c type 1 evlan 999 stands for no request: no standing input "
          "row asks for it"},
-        // After a restart a row that is no request is served only when the
-        // service marked it failed: it marks rows in its first round too.
+        // A row that is no request is served only when the service marked
+        // it failed: it marks rows in its first round after a restart too.
         {[](l3mac_check_rows &r) {
              for (l3mac_check_res &q : r.res)
                  if (q.uuid == managed_uuid(kB, VRRP, 7)) q.status = S_ROUTE__L3TABLE_STATUS_E__STATUS_ALLOCATED;
@@ -186,11 +193,11 @@ TEST_F(CheckTest, DamageToTheTablesIsFound) {
     for (const auto &[damage, text] : cases) {
         l3mac_check_rows rows = good;
         damage(rows);
-        expect_violation(tables(rows, true), text);
+        for (bool restarted : {false, true}) {
+            SCOPED_TRACE(text + (restarted ? ", restarted" : ", running"));
+            expect_violation(tables(rows, restarted), text);
+        }
     }
-    l3mac_check_rows stray = good;
-    stray.vrrp.push_back(stray.vrrp[0]), stray.vrrp.back().evlan = 999;
-    expect_violation(tables(stray, false), "direct row 02:00:00:00:00:0c type 1 evlan 999 stands");
 }
 
 // A running service keeps serving what a key asked before a row that it
@@ -205,29 +212,21 @@ TEST_F(CheckTest, AnEntryThatNoStandingRequestAsksForIsAViolation) {
     ASSERT_EQ(ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &idle.res.base, 0, 0), 0);
     ASSERT_EQ(l3mac_set_msg_proc(idle.get()), 0);
     sw_l3mac_mac_decision();
-    ASSERT_EQ(placed(mac_of(NORMAL, kA)).size(), 2u);  // still served, by design
+    const auto cover = placed(mac_of(NORMAL, kA));  // sorted by evlan
+    ASSERT_EQ(cover.size(), 2u);  // still served, by design
     tbl_turn_commit();
-    uint32_t idx = 0;
-    for (const tcam_entry *e : entries_of(mac_of(NORMAL, kA)))
-        if (e->key.evlan == 2) idx = e->idx;
     const std::string entry = "output entry MAC 02:00:00:00:00:0a type 0 phyid 0 evlan 2 mask "
-                              "0xff7 at index " + std::to_string(idx) + " of TCAM 0 matches "
-                              "VLAN 10, which no standing request of its MAC asks for";
-    auto [status, out] = check();
-    EXPECT_EQ(status, 1) << out;
-    EXPECT_NE(out.find("violation: " + entry + "; the input row user 1 uuid \"" + uuid +
-                         "\" (status 0 (STATUS_NONE): the service acts only on rows with "
-                         "STATUS_REQUEST) asks for it, but the service does not take that row, "
-                         "and keeps serving what its key asked before: write it again as a "
-                         "request that the service takes, or delete it\n"),
-              std::string::npos) << out;
-    // Told once, on the entry's own line.
-    EXPECT_NE(out.find("1 refused rows: 1 violations\n"), std::string::npos) << out;
+                              "0xff7 at index " + std::to_string(cover[1][2]) + " of TCAM 0 "
+                              "matches VLAN 10, which no standing request of its MAC asks for";
+    const std::string untaken = entry + "; the input row user 1 uuid \"" + uuid + "\" (status 0 "
+                                "(STATUS_NONE): the service acts only on rows with STATUS_REQUEST) "
+                                "asks for it, but the service does not take that row";
+    // The refused row is told once, on the entry's own line.
+    expect_has(check(1), {"violation: " + untaken + ", and keeps serving what its key asked "
+                          "before: write it again as a request that the service takes, or delete "
+                          "it\n", "1 refused rows: 1 violations\n"});
     expect_violation(tables(read_rows(), true),
-                     entry + "; the input row user 1 uuid \"" + uuid + "\" (status 0 "
-                     "(STATUS_NONE): the service acts only on rows with STATUS_REQUEST) asks for "
-                     "it, but the service does not take that row: the entry was left over from "
-                     "before the start");
+                     untaken + ": the entry was left over from before the start");
 
     // The row changed to a number that the service refuses: it no longer
     // shows VLAN 10, but it names the MAC.
@@ -269,55 +268,31 @@ TEST_F(CheckTest, AnOverlayEntryBeyondTheVfiSpaceIsNotedOrAViolation) {
     EXPECT_TRUE(rep.notes.empty()) << joined(rep.notes);
 }
 
-// The program over the store on disk: its summary, a root without a store,
-// and a profile that the daemon would refuse. (Its violations and their
-// status: the two tests below.)
-TEST_F(CheckTest, TheProgramReadsTheStoreAndTheProfile) {
+// The program over the store on disk: its summary; rows that the service
+// refused are listed with their key and the check that refused them, and do
+// not fail the check: they are the requesters' mistakes. The all-zero MAC
+// fails it, in the request and in the entry made for it, both naming the
+// row that asked. A root without a store and a profile that the daemon
+// would refuse end it with status 2. (Its other violations: the tests above.)
+TEST_F(CheckTest, TheProgramTellsTheStoreItsRefusedRowsAndTheAllZeroMac) {
     serve(kTwo);
     tbl_turn_commit();  // the loop that would end this turn never runs here
-    auto [status, out] = check({"--restarted"});
-    EXPECT_EQ(status, 0) << out;
-    EXPECT_NE(out.find("hnx-l3mac-check: 8 managed and 0 direct requests, 3 MACs (0 unserved), "
-                       "TCAM 0 holds 3 of 8, TCAM 1 holds 1 of 8, 0 direct rows, 0 refused rows: "
-                       "0 violations"),
-              std::string::npos) << out;
+    expect_has(check(0, {"--restarted"}),
+               {"hnx-l3mac-check: 8 managed and 0 direct requests, 3 MACs (0 unserved), TCAM 0 "
+                "holds 3 of 8, TCAM 1 holds 1 of 8, 0 direct rows, 0 refused rows: 0 violations"});
 
-    // A mistyped root: said so, and no store made there.
-    const std::string typo = root_ + "/nothing-here";
-    std::tie(status, out) = check({"--restarted"}, typo);
-    EXPECT_EQ(status, 2);
-    EXPECT_EQ(out, "hnx-l3mac-check: no table store at " + typo +
-                       "/var/run/hnx/store-16.db (is HNX_ROOT set?)\n");
-    EXPECT_FALSE(std::filesystem::exists(typo));
-    // A profile that the daemon would refuse describes no board to judge by.
-    std::ofstream(root_ + "/etc/hnx/capability.json") << "{\"s_route\": {\"l3mac\": {},}}\n";
-    std::tie(status, out) = check({"--restarted"});
-    EXPECT_EQ(status, 2) << out;
-    EXPECT_NE(out.find("the daemon would not start on this profile"), std::string::npos) << out;
-}
-
-// Rows that the service refused are listed with their key and the check
-// that refused them, and do not fail the check: they are the requesters'
-// mistakes. The all-zero MAC fails it, in the request and in the entry made
-// for it, both naming the row that asked.
-TEST_F(CheckTest, TheProgramTellsRefusedRowsAndTheAllZeroMac) {
-    serve(kTwo);
     request(19, "far", 5000, NORMAL, kA);
     request(0, "nobody", 10, NORMAL, kA);
     l3mac_row idle(19, "idle", 10, NORMAL, kA.data(), 0, S_ROUTE__L3TABLE_STATUS_E__STATUS_NONE);
     ASSERT_EQ(ss_rt_tbl_add_str(l3mac_ctx.tbl_res, &idle.res.base, 0, 0), 0);
     tbl_turn_commit();
-    auto [status, out] = check();
-    EXPECT_EQ(status, 0) << out;
-    for (const char *line : {
-             "refused: user 19 uuid \"far\": evlan 5000 is outside the VLAN range 0-4095 of "
-             "mac_type 0 (L3MAC_NORMAL)\n",
-             "refused: user 0 uuid \"nobody\": user 0 (L3TABLE_NONE) is no user: users are 1-41 "
-             "(L3TABLE_UC to L3TABLE_OVERLAY_COUNTER)\n",
-             "refused: user 19 uuid \"idle\": status 0 (STATUS_NONE): the service acts only on "
-             "rows with STATUS_REQUEST\n",
-             "0 direct rows, 3 refused rows: 0 violations\n"})
-        EXPECT_NE(out.find(line), std::string::npos) << line << "\nin:\n" << out;
+    expect_has(check(0), {"refused: user 19 uuid \"far\": evlan 5000 is outside the VLAN range "
+                          "0-4095 of mac_type 0 (L3MAC_NORMAL)\n",
+                          "refused: user 0 uuid \"nobody\": user 0 (L3TABLE_NONE) is no user: "
+                          "users are 1-41 (L3TABLE_UC to L3TABLE_OVERLAY_COUNTER)\n",
+                          "refused: user 19 uuid \"idle\": status 0 (STATUS_NONE): the service "
+                          "acts only on rows with STATUS_REQUEST\n",
+                          "0 direct rows, 3 refused rows: 0 violations\n"});
 
     // Five bytes, as a slip in hnx-tbl once wrote them.
     l3mac_row five(19, "five", 20, NORMAL, mac6{}.data());
@@ -326,19 +301,24 @@ TEST_F(CheckTest, TheProgramTellsRefusedRowsAndTheAllZeroMac) {
     ASSERT_EQ(l3mac_set_msg_proc(five.get()), 0);
     sw_l3mac_mac_decision();
     tbl_turn_commit();
-    std::tie(status, out) = check();
-    EXPECT_EQ(status, 1) << out;
     const uint32_t hw_id = l3mac_check_hw_id_of(l3mac_check_board_live(), 0,
                                                 entries_of(mac_of(NORMAL, mac6{}))[0]->idx, 0);
-    for (const std::string &line : {
-             std::string("violation: request user 19 uuid \"five\" asks for the all-zero MAC "
-                         "00:00:00:00:00:00 (its attr.mac has 5 bytes; the service reads a MAC "
-                         "that is not 6 bytes as zero)\n"),
-             "violation: output row hw_id " + std::to_string(hw_id) +
-                 " programs the all-zero MAC (type 0 phyid 0 evlan 20 mask 0xfff), from the "
-                 "input rows user 19 uuid \"five\"\n",
-             std::string("3 refused rows: 2 violations\n")})
-        EXPECT_NE(out.find(line), std::string::npos) << line << "\nin:\n" << out;
+    expect_has(check(1), {"violation: request user 19 uuid \"five\" asks for the all-zero MAC "
+                          "00:00:00:00:00:00 (its attr.mac has 5 bytes; the service reads a MAC "
+                          "that is not 6 bytes as zero)\n",
+                          "violation: output row hw_id " + std::to_string(hw_id) +
+                              " programs the all-zero MAC (type 0 phyid 0 evlan 20 mask 0xfff), "
+                              "from the input rows user 19 uuid \"five\"\n",
+                          "3 refused rows: 2 violations\n"});
+
+    // A mistyped root: said so, and no store made there.
+    const std::string typo = root_ + "/nothing-here";
+    EXPECT_EQ(check(2, {"--restarted"}, typo),
+              "hnx-l3mac-check: no table store at " + typo + "/var/run/hnx/store-16.db (is HNX_ROOT set?)\n");
+    EXPECT_FALSE(std::filesystem::exists(typo));
+    // A profile that the daemon would refuse describes no board to judge by.
+    std::ofstream(root_ + "/etc/hnx/capability.json") << "{\"s_route\": {\"l3mac\": {},}}\n";
+    expect_has(check(2, {"--restarted"}), {"the daemon would not start on this profile"});
 }
 
 }  // namespace
