@@ -21,8 +21,7 @@
 
 namespace {
 
-TEST(SsatRead, Numbers) {
-    int64_t v = 0;
+TEST(SsatRead, NumbersAndMacAddresses) {
     struct { const char *w; bool ok; int64_t v; } cases[] = {
         {"12", true, 12}, {"-1", true, -1}, {"0XfF", true, 255}, {"-0x10", true, -16},
         {"4294967295", true, 4294967295LL}, {"0xFFFFFFFF", true, 4294967295LL},
@@ -31,14 +30,11 @@ TEST(SsatRead, Numbers) {
         {"", false, 0}, {"0x", false, 0}, {"12a", false, 0},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.w);
-        v = 0;
-        EXPECT_EQ(ssat_read_num(c.w, &v), c.ok);
-        EXPECT_EQ(v, c.v);
+        int64_t v = 0;
+        EXPECT_EQ(ssat_read_num(c.w, &v), c.ok) << c.w;
+        EXPECT_EQ(v, c.v) << c.w;
     }
-}
 
-TEST(SsatRead, MacAddresses) {
     uint8_t m[6] = {};
     ASSERT_TRUE(ssat_read_mac("00:1a:2B:33:44:ff", m));
     const uint8_t want[6] = {0x00, 0x1a, 0x2b, 0x33, 0x44, 0xff};
@@ -114,16 +110,13 @@ TEST_F(SsatModule, HandlerGetsItsArgumentsAndRefusedLinesCallNothing) {
     r = ssat_run_line(MOD, "probe -1 x 0:0:0:0:0:0");
     EXPECT_EQ(std::tie(r.ran, r.result), std::make_tuple(true, -7));
 
-    const char *usage = "usage: probe num=%d, text=%s, mac=%m\n";
+    const std::string usage = "usage: probe num=%d, text=%s, mac=%m\n";
     const std::pair<const char *, std::string> refused[] = {
-        {"probe 1 abc", std::string("probe: missing argument 3: a MAC address like "
-                                    "00:11:22:33:44:55\n") + usage},
-        {"probe one abc 0:0:0:0:0:0", std::string("probe: argument 1 \"one\" is not a number, "
-                                                  "decimal or 0x hexadecimal\n") + usage},
-        {"probe 1 abc x", std::string("probe: argument 3 \"x\" is not a MAC address like "
-                                      "00:11:22:33:44:55\n") + usage},
-        {"probe 1 abc 0:0:0:0:0:0 1 2", std::string("probe: too many arguments: 5 given, the "
-                                                    "command takes 3\n") + usage},
+        {"probe 1 abc", "probe: missing argument 3: a MAC address like 00:11:22:33:44:55\n" + usage},
+        {"probe one abc 0:0:0:0:0:0",
+         "probe: argument 1 \"one\" is not a number, decimal or 0x hexadecimal\n" + usage},
+        {"probe 1 abc x", "probe: argument 3 \"x\" is not a MAC address like 00:11:22:33:44:55\n" + usage},
+        {"probe 1 abc 0:0:0:0:0:0 1 2", "probe: too many arguments: 5 given, the command takes 3\n" + usage},
         {"nosuch 1", "unknown command \"nosuch\"; \"help\" lists the commands\n"},
     };
     for (const auto &[line, text] : refused) {
@@ -136,10 +129,14 @@ TEST_F(SsatModule, HandlerGetsItsArgumentsAndRefusedLinesCallNothing) {
 }
 
 int noop() { return 0; }
+int other(int32_t n) { return n; }
 
 // "help" answers the registered names and formats exactly, one a line, for
 // hnx-cmd to show; a format that would break that line is not registered.
-TEST_F(SsatModule, HelpListsNamesAndFormatsAsRegistered) {
+// An init again forgets the module's commands; the same ones registered
+// again stand as before, with the handler of now, and a changed format or
+// handler is read and checked against each other as at first.
+TEST_F(SsatModule, HelpListsTheCommandsAsRegisteredAndAnInitAgainForgetsThem) {
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, " void ", noop), 0);
     EXPECT_EQ(ssat_reg_mod_cmd(MOD, "tab", 0, "a=%d\tb=%d", probe), SSAT_E_FORMAT);
     EXPECT_EQ(ssat_reg_mod_cmd(MOD, "two-lines", 0, "a=%d\n", probe), SSAT_E_FORMAT);
@@ -153,16 +150,7 @@ TEST_F(SsatModule, HelpListsNamesAndFormatsAsRegistered) {
               "probe NUM TEXT MAC\n    probe the framework\n    format: \"num=%d, text=%s, mac=%m\"\n");
     EXPECT_EQ(ssat_help_entry(cmds[1], nullptr), "nothing\n    format: \" void \"\n");
     EXPECT_FALSE(ssat_help_parse("probe num=%d\n", &cmds));
-}
 
-
-int other(int32_t n) { return n; }
-
-// An init again forgets the module's commands; the same ones registered
-// again stand as before, with the handler of now, and a changed format or
-// handler is read and checked against each other as at first.
-TEST_F(SsatModule, AnInitAgainForgetsTheCommandsAndTakesTheSameOnesBack) {
-    ASSERT_EQ(ssat_reg_mod_cmd(MOD, "nothing", 0, " void ", noop), 0);
     ASSERT_EQ(ssat_reg_mod_cmd(MOD, "other", 0, "n=%d", other), 0);
     ASSERT_EQ(ssat_serve(&loop_, MOD, sock_), 0);
     EXPECT_TRUE(ssat_host_commands(MOD).empty());
@@ -180,17 +168,20 @@ TEST_F(SsatModule, AnInitAgainForgetsTheCommandsAndTakesTheSameOnesBack) {
     EXPECT_EQ(g_calls, 1);
 }
 
-// A client of the module's socket: connected, nothing sent yet.
-int ssat_client(const std::string &path) {
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+sockaddr_un unix_addr(const std::string &path) {
     sockaddr_un a = {};
     a.sun_family = AF_UNIX;
     std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path.c_str());
-    if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
+    return a;
+}
+
+// A client of the module's socket: connected, nothing sent yet.
+int ssat_client(const std::string &path) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un a = unix_addr(path);
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&a), sizeof a) == 0) return fd;
+    close(fd);
+    return -1;
 }
 
 // What a client has been sent, and whether the server has closed its side.
@@ -210,39 +201,35 @@ std::pair<std::string, bool> ssat_drain(int fd) {
 TEST_F(SsatModule, TheHolderOfThePathsLockOwnsThePath) {
     const std::string path = root_ + "/var/run/hnx/other.sock";
     const int old = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un a = {};
-    a.sun_family = AF_UNIX;
-    std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path.c_str());
-    ASSERT_EQ(bind(old, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
+    const sockaddr_un a = unix_addr(path);
+    ASSERT_EQ(bind(old, reinterpret_cast<const sockaddr *>(&a), sizeof a), 0);
     ASSERT_EQ(listen(old, 4), 0);  // the predecessor, still listening
-    struct stat before;
+    struct stat before, after;
     ASSERT_EQ(stat(path.c_str(), &before), 0);
     EXPECT_EQ(ssat_serve(&loop_, "other", path), 0);
-    struct stat after;
     ASSERT_EQ(stat(path.c_str(), &after), 0);
     EXPECT_NE(after.st_ino, before.st_ino);
     close(old);
 
-    int ready[2], release[2];
-    ASSERT_EQ(pipe(ready), 0);
-    ASSERT_EQ(pipe(release), 0);
+    // Another process serves `third` until the test closes its end of `sv`
+    // (lockf takes the same whole-file write lock as the server's fcntl).
+    int sv[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sv), 0);
     const std::string third = root_ + "/var/run/hnx/third.sock";
-    const pid_t holder = child_start([&] {  // another process that serves `third`
-        int fd = open((third + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
-        struct flock lk = {};
-        lk.l_type = F_WRLCK;
-        char c = fcntl(fd, F_SETLK, &lk) == 0 ? 'y' : 'n';
-        (void)!write(ready[1], &c, 1);
-        (void)!read(release[0], &c, 1);
+    const pid_t holder = child_start([&] {
+        close(sv[0]);
+        char c = lockf(open((third + ".lock").c_str(), O_RDWR | O_CREAT, 0600), F_TLOCK, 0) ? 'n' : 'y';
+        (void)!write(sv[1], &c, 1);
+        (void)!read(sv[1], &c, 1);
     });
     char c = 0;
-    ASSERT_EQ(read(ready[0], &c, 1), 1);
+    ASSERT_EQ(read(sv[0], &c, 1), 1);
     ASSERT_EQ(c, 'y');
     EXPECT_EQ(ssat_serve(&loop_, "third", third), SSAT_E_BUSY);
-    (void)!write(release[1], &c, 1);
+    close(sv[0]);
     child_wait(holder);
     EXPECT_EQ(ssat_serve(&loop_, "third", third), 0);  // its lock went with it
-    for (int fd : {ready[0], ready[1], release[0], release[1]}) close(fd);
+    close(sv[1]);
 }
 
 // Clients beyond the bound are told the module is busy; clients that send
