@@ -24,8 +24,28 @@ protected:
     }
 };
 
-TEST_F(RequestTest, RowWithoutKeyIsRefusedAndTheRecordStaysUnwritten) {
+// The parser takes the low bytes, cuts the uuid at 127 and reads a short or
+// missing MAC as zero, silently; a row without a key is refused with its
+// line and leaves the record unwritten.
+TEST_F(RequestTest, ParserTakesLowBytesCutsTheUuidAt127AndRefusesARowWithoutKey) {
+    l3mac_row whole(257, std::string(127, 'u') + "tail", 4000, 256, kMac, 9, 0x101);
+    whole.attr.is_match_evlan = 5;
     l3mac_msg msg, before;
+    ASSERT_EQ(l3mac_input_pmsg_parse(whole.get(), &msg, 1), 0);
+    EXPECT_EQ(std::tie(msg.mng_info.user, msg.mng_info.status, msg.attr.mac_type,
+                       msg.attr.is_match_evlan, msg.attr.evlan, msg.attr.phyid),
+              std::make_tuple(1, 1, 0, 1, 4000u, 9u));
+    EXPECT_EQ(std::memcmp(msg.attr.mac, kMac, 6), 0);
+    EXPECT_EQ(std::string(msg.uuid), std::string(127, 'u'));
+    const uint8_t zero[6] = {};
+    whole.mac.data.len = 5;
+    for (PLibpub__Mac *m : {&whole.mac, static_cast<PLibpub__Mac *>(nullptr)}) {
+        whole.attr.mac = m;
+        ASSERT_EQ(l3mac_input_pmsg_parse(whole.get(), &msg, 1), 0);
+        EXPECT_EQ(std::memcmp(msg.attr.mac, zero, 6), 0);
+    }
+    EXPECT_EQ(err_count(122), 0u);
+
     std::memset(&msg, 0xAB, sizeof msg);
     before = msg;
     l3mac_row r(1, "k", 10, 0, kMac);
@@ -40,28 +60,13 @@ TEST_F(RequestTest, RowWithoutKeyIsRefusedAndTheRecordStaysUnwritten) {
     EXPECT_EQ(err_count(122), 2u);
 }
 
-TEST_F(RequestTest, ParserTakesLowBytesCutsTheUuidAt127AndZeroesABadMac) {
-    l3mac_row whole(257, std::string(127, 'u') + "tail", 4000, 256, kMac, 9, 0x101);
-    whole.attr.is_match_evlan = 5;
-    l3mac_msg msg;
-    ASSERT_EQ(l3mac_input_pmsg_parse(whole.get(), &msg, 1), 0);
-    EXPECT_EQ(std::tie(msg.mng_info.user, msg.mng_info.status, msg.attr.mac_type,
-                       msg.attr.is_match_evlan, msg.attr.evlan, msg.attr.phyid),
-              std::make_tuple(1, 1, 0, 1, 4000u, 9u));
-    EXPECT_EQ(std::memcmp(msg.attr.mac, kMac, 6), 0);
-    EXPECT_EQ(std::string(msg.uuid), std::string(127, 'u'));
-
-    const uint8_t zero[6] = {};
-    whole.mac.data.len = 5;  // short or missing: the zero address
-    for (PLibpub__Mac *m : {&whole.mac, static_cast<PLibpub__Mac *>(nullptr)}) {
-        whole.attr.mac = m;
-        ASSERT_EQ(l3mac_input_pmsg_parse(whole.get(), &msg, 1), 0);
-        EXPECT_EQ(std::memcmp(msg.attr.mac, zero, 6), 0);
-    }
-    EXPECT_EQ(err_count(122), 0u);
-}
-
-TEST_F(RequestTest, UsersOneTo41AreAcceptedAndOthersCountedSilently) {
+// Users 1 to 41 are taken and others counted silently, for a delete too.
+// Then each case: flags, the board's VFI mask, mac_type, evlan, result and
+// the slot's data when refused. Intake knows the VFI range 0-8191 only, not
+// the board's VFI space: a VFI beyond that space is taken, and only the
+// restore refuses its entry. (Taken or refused on every board, every type
+// and the edges of every range: intake_test.)
+TEST_F(RequestTest, UsersAndAttributesAreCheckedAgainstTheFlagsInOrder) {
     flags(1, 1, 1);
     for (uint32_t u : {1u, 41u, 257u}) EXPECT_EQ(check(NORMAL, 10, u), 0) << u;  // 257 reads as 1
     set_log(4);
@@ -71,14 +76,7 @@ TEST_F(RequestTest, UsersOneTo41AreAcceptedAndOthersCountedSilently) {
     EXPECT_EQ(check(NORMAL, 10, 298, 0), -4);  // reads as 42; a delete is checked too
     EXPECT_EQ(captured_stdout(), "");
     EXPECT_EQ(std::pair(err_count(126), err_slot(126).data1), std::pair(3u, 42));
-}
 
-// Each case: flags, the board's VFI mask, mac_type, evlan, result and the
-// slot's data when refused. Intake knows the VFI range 0-8191 only, not the
-// board's VFI space: a VFI beyond that space is taken, and only the restore
-// refuses its entry. (Taken or refused on every board, every type and the
-// edges of every range: intake_test.)
-TEST_F(RequestTest, AttributesAreCheckedAgainstTheFlagsInOrder) {
     struct check_case {
         uint8_t mng, mng2, tcam2;
         uint32_t vfi_mask, mac_type, evlan;
