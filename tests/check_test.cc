@@ -66,12 +66,6 @@ protected:
         sw_l3mac_mac_decision();
     }
 
-    // A new store and a new service, for a case of its own.
-    void fresh() {
-        TearDown();
-        SetUp();
-    }
-
     // hnx-l3mac-check over `root` (this world's when empty), which must end
     // with `status`; its output.
     std::string check(int status, std::vector<std::string> args = {}, std::string root = "") {
@@ -106,7 +100,7 @@ TEST_F(CheckTest, DamageToTheLiveStateIsFound) {
         {[] { l3mac_ctx.user_db->cur++; }, "user_db:"},
     };
     for (const auto &[damage, text] : cases) {
-        fresh();
+        TearDown(), SetUp();  // a new store and a new service for each
         serve(kTwo);
         ASSERT_TRUE(live().ok());
         damage();
@@ -142,10 +136,8 @@ TEST_F(CheckTest, AMacMissingEntriesIsAViolationOnlyWhileItsTcamHasRoom) {
 // cover has 18, and both checks take them; an entry that matches one VLAN
 // too many is still found.
 TEST_F(CheckTest, CompactCoversAreJudgedByWhatTheyMatch) {
-    l3mac_caps compact = kTwo;
-    compact.compact_cover = true;
-    compact.tcam_cap = 32;
-    start(compact);
+    start({.tcam2_en = true, .copy_to_tcam2 = false, .tcam_cap = 32, .tcam2_cap = 8,
+           .evlan_num = 4096 + 16384, .compact_cover = true});
     for (uint32_t v = 2; v <= 3001; v++)
         ASSERT_EQ(request(1, managed_uuid(kA, NORMAL, v), v, NORMAL, kA), 0);
     sw_l3mac_mac_decision();

@@ -38,7 +38,7 @@ protected:
     static size_t rows_standing() { return hnx_host_tbl_rows("s_route.l3mac_vrrp_hw_res").size(); }
 };
 
-TEST_F(VrrpTest, FirstUserPublishesSecondSharesLastWithdraws) {
+TEST_F(VrrpTest, FirstUserPublishesSecondSharesLastWithdrawsAnEvlanChangeMoves) {
     start();
     ASSERT_EQ(set_row(1, "a", 10, VRRP, kMacA, 1), 0);
     ASSERT_EQ(set_row(2, "b", 10, VRRP, kMacA, 2), 0);  // phyid is no part of the key
@@ -58,10 +58,8 @@ TEST_F(VrrpTest, FirstUserPublishesSecondSharesLastWithdraws) {
     EXPECT_EQ(hw_of(10, VRRP), nullptr);
     EXPECT_EQ(rows_standing(), 0u);
     EXPECT_EQ(l3mac_ctx.malloc_db, 0u);
-}
 
-TEST_F(VrrpTest, PhyidChangeWritesNothingEvlanChangeWithdrawsFirst) {
-    start();
+    // A phyid change writes nothing; an evlan change withdraws first.
     ASSERT_EQ(set_row(1, "a", 10, VRRP, kMacA, 1), 0);
     hnx_host_tbl_journal_clear();
     ASSERT_EQ(set_row(1, "a", 10, VRRP, kMacA, 5), 0);
@@ -97,7 +95,7 @@ TEST_F(VrrpTest, NoMemoryChangesNothingAndTheDeleteMissesTheNewKey) {
     EXPECT_EQ(user_of(1, "a"), e);
 }
 
-TEST_F(VrrpTest, RefusedWriteIsCountedOnceAndTheRecordStaysMarked) {
+TEST_F(VrrpTest, RefusedWriteIsCountedOnceTheRecordStaysMarkedAndAFailureRowIsWritten) {
     start();
     ss_rt_tbl *tbl = l3mac_ctx.tbl_vrrp_hw_res;
     l3mac_ctx.tbl_vrrp_hw_res = nullptr;  // the table service refuses a null table
@@ -107,10 +105,8 @@ TEST_F(VrrpTest, RefusedWriteIsCountedOnceAndTheRecordStaysMarked) {
     EXPECT_EQ(hw_of(10, VRRP)->is_hw, 1);
     EXPECT_EQ(std::pair(err_count(133), err_slot(133).data1), std::pair(1u, 10));
     EXPECT_EQ(rows_standing(), 0u);
-}
 
-TEST_F(VrrpTest, FailureRowCarriesTheRequestUnderItsOwnKey) {
-    start();
+    // The failure row carries the request under its own key.
     l3mac_row r(7, "vr-1", 30, VRRP, kMacA, 9);
     r.attr.is_match_evlan = 1;
     ASSERT_EQ(l3mac_set_msg_proc(r.get()), 0);
