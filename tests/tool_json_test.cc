@@ -38,24 +38,12 @@ protected:
     }
 };
 
-TEST_F(ToolJson, DumpIsOneObjectPerRowInKeyOrderWithNames) {
+// One set of rows for every view of them: the watcher's changes (others'
+// writes, one object each), the dump in key order whatever the order of the
+// writes, and the checker's findings (entries that no request asks for).
+TEST_F(ToolJson, WatchDumpAndCheckGiveOneObjectALine) {
+    write_caps({});
     set_hw("9", "00:11:22:33:44:59", "1");
-    set_hw("5", "00:11:22:33:44:55", "0");
-    const managed_result r = tool("hnx-tbl", {"dump", kHw, "--json", "--ranges"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    const std::vector<nlohmann::json> rows = objects(r.out);
-    ASSERT_EQ(rows.size(), 2u);
-    EXPECT_EQ(rows[0]["index"]["hw_id"], 5);
-    EXPECT_EQ(rows[0]["attr"]["mac"], "00:11:22:33:44:55");
-    EXPECT_EQ(rows[0]["attr"]["mac_type"], "L3MAC_NORMAL");
-    EXPECT_EQ(rows[0]["vlans"], "100-103");
-    EXPECT_EQ(rows[1]["index"]["hw_id"], 9);
-    EXPECT_EQ(rows[1]["attr"]["mac_type"], "L3MAC_OL");
-    EXPECT_EQ(rows[1]["vfis"], "100-103,4196-4199,8292-8295,12388-12391");  // 14-bit space
-}
-
-// The watcher prints the changes that others make, one object each.
-TEST_F(ToolJson, WatchGivesSetAndDelObjects) {
     set_hw("5", "00:11:22:33:44:55", "0");
     const std::string out = root_ + "/watch.out", err = out + ".err";
     const pid_t pid = managed_start(HNX_BIN_DIR, root_, "hnx-tbl",
@@ -67,19 +55,27 @@ TEST_F(ToolJson, WatchGivesSetAndDelObjects) {
     kill(pid, SIGTERM);
     waitpid(pid, nullptr, 0);
     ASSERT_TRUE(both) << managed_slurp(out) << managed_slurp(err);
+    const nlohmann::json row6 = nlohmann::json::parse(
+        R"({"index":{"hw_id":6,"phase":0},"attr":{"evlan":100,"evlan_mask":4092,)"
+        R"("mac_type":"L3MAC_NORMAL","mac":"00:11:22:33:44:56","phyid":0}})");
     const std::vector<nlohmann::json> changes = objects(managed_slurp(out));
     ASSERT_EQ(changes.size(), 2u);
-    EXPECT_EQ(changes[0]["op"], "set");
-    EXPECT_EQ(changes[0]["table"], kHw);
-    EXPECT_EQ(changes[0]["row"]["attr"]["mac"], "00:11:22:33:44:56");
+    EXPECT_EQ(changes[0], (nlohmann::json{{"op", "set"}, {"table", kHw}, {"row", row6}}));
     EXPECT_EQ(changes[1], nlohmann::json::parse(
                               R"({"op":"del","table":"s_route.l3mac_hw_res","row":{"index":{"hw_id":5,"phase":0}}})"));
-}
 
-TEST_F(ToolJson, CheckGivesFindingsThenASummary) {
-    write_caps({});
-    set_hw("5", "00:11:22:33:44:55", "0");  // an entry that no request asks for
-    const managed_result r = tool("hnx-l3mac-check", {"--json"});
+    managed_result r = tool("hnx-tbl", {"dump", kHw, "--json", "--ranges"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::vector<nlohmann::json> rows = objects(r.out);
+    ASSERT_EQ(rows.size(), 2u);
+    nlohmann::json ranged = row6;
+    ranged["vlans"] = "100-103";
+    EXPECT_EQ(rows[0], ranged);
+    EXPECT_EQ(rows[1]["index"]["hw_id"], 9);
+    EXPECT_EQ(rows[1]["attr"]["mac_type"], "L3MAC_OL");
+    EXPECT_EQ(rows[1]["vfis"], "100-103,4196-4199,8292-8295,12388-12391");  // 14-bit space
+
+    r = tool("hnx-l3mac-check", {"--json"});
     EXPECT_EQ(r.status, 1) << r.err;
     const std::vector<nlohmann::json> lines = objects(r.out);
     ASSERT_GE(lines.size(), 2u) << r.out;
