@@ -51,8 +51,23 @@ protected:
 
 int lines(const std::string &s) { return l3mac_count_of(s, "\n"); }
 
-TEST_F(StartTest, ARefusedLockSaysWhyOnStandardErrorAtEveryLevel) {
+// One daemon turns every other start away. A FIFO in place of its level
+// file once held the start for good: only a regular file is read, anything
+// else is level 0 with a line that says so. The refused start's open
+// empties the pid file (it truncates before it tries the lock); the
+// guide's stop recipe stops the daemon all the same, and the unit leaves
+// the main pid to systemd.
+TEST_F(StartTest, ARefusedLockSaysWhyAtEveryLevelAndTheStopRecipeNeedsNoPidFile) {
+    const std::string dbg = root_ + "/etc/route/debug/l3mac.dbg";
+    ASSERT_EQ(mkfifo(dbg.c_str(), 0600), 0);
     start_first();
+    const std::string err = managed_slurp(root_ + "/daemon.out.err");
+    EXPECT_NE(err.find(kDaemon + ": debug level file " + dbg +
+                       " is not a regular file; level 0 (write the level into a plain file)\n"),
+              std::string::npos) << err;
+    EXPECT_EQ(managed_slurp(root_ + "/daemon.out"), "");  // level 0 prints nothing
+    fs::remove(dbg);
+
     for (const char *lv : {"0", "5"}) {
         SCOPED_TRACE(lv);
         level(lv);
@@ -67,7 +82,17 @@ TEST_F(StartTest, ARefusedLockSaysWhyOnStandardErrorAtEveryLevel) {
         EXPECT_EQ(logged, std::string(lv) != "0") << r.out;
         EXPECT_TRUE(logged || r.out.empty()) << r.out;
     }
-    managed_daemon_kill(first_);
+    EXPECT_EQ(managed_slurp(pid_file()), "");
+
+    const std::string guide = managed_slurp(HNX_SOURCE_DIR "/docs/operations.md");
+    const std::string recipe = "fuser -k -TERM $HNX_ROOT/var/run/de.res_l3mac.route.ss.pid";
+    ASSERT_NE(guide.find(recipe), std::string::npos);
+    EXPECT_EQ(guide.find("tr -d '\\0' <"), std::string::npos);
+    const std::string unit = managed_slurp(HNX_SOURCE_DIR "/packaging/hnx-l3table-l3mac.service");
+    EXPECT_EQ(unit.find("\nPIDFile="), std::string::npos);  // systemd tracks what it started
+    const std::string cmd = "HNX_ROOT=" + root_ + "; export HNX_ROOT; " + recipe + " >/dev/null 2>&1";
+    EXPECT_EQ(std::system(cmd.c_str()), 0);
+    EXPECT_EQ(first_exit(), 0);
 
     fs::remove_all(root_ + "/var/run");
     level("0");
@@ -76,11 +101,8 @@ TEST_F(StartTest, ARefusedLockSaysWhyOnStandardErrorAtEveryLevel) {
     EXPECT_EQ(gone.err, kDaemon + ": cannot open the lock file " + pid_file() +
                             ": No such file or directory; exit -11\n");
     EXPECT_EQ(gone.out, "");
-}
-
-// The store's own line says what failed at which file, once; the daemon's
-// line says that it ends.
-TEST_F(StartTest, AStoreThatCannotBeOpenedEndsTheStartWithItsReasonOnce) {
+    // The store's own line says what failed at which file, once; the
+    // daemon's line says that it ends.
     fs::create_directories(root_ + "/var/run");
     std::ofstream(root_ + "/var/run/hnx") << "not a folder";
     const managed_result r = run();
@@ -155,11 +177,20 @@ TEST_F(StartTest, TheProfileCheckSaysWhatTheStartWould) {
     EXPECT_EQ(managed_run(kBin, root_, "hnx-l3mac-check", {"--profile"}).status, 2);
 }
 
-// With the pid file gone, a second daemon passes the instance lock on a new
-// file; the store's owner lock still turns it away before it writes, so
-// that two daemons never place entries in one table.
-TEST_F(StartTest, ASecondDaemonOnTheSameStoreIsRefusedWithoutThePidFile) {
+// The command socket is its owner's alone; hnx-cmd says 2 for a line that
+// the format refuses, and 3 when the daemon is gone. A level file that does
+// not read as a number is level 7: the level table, then the status, lead
+// the output (level 0 prints nothing: the refused lock above). With the pid
+// file gone, a second daemon passes the instance lock on a new file; the
+// store's owner lock still turns it away before it writes, so that two
+// daemons never place entries in one table.
+TEST_F(StartTest, TheSocketServesItsOwnerOnlyABadLevelIsEveryLevelAndTheStoreHasOneWriter) {
+    level("x");
     start_first();
+    struct stat st;
+    ASSERT_EQ(stat((root_ + "/var/run/hnx/hnx-l3table-l3mac.sock").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(managed_run(kBin, root_, "hnx-cmd", {kDaemon, "dump-evlan-mbr", "1"}).status, 2);
     fs::remove(pid_file());
     const managed_result second = run();
     EXPECT_EQ(second.status, 239);
@@ -168,32 +199,6 @@ TEST_F(StartTest, ASecondDaemonOnTheSameStoreIsRefusedWithoutThePidFile) {
                               "one index. Stop that process first"),
               std::string::npos) << second.err;
     EXPECT_EQ(kill(first_, 0), 0);  // the first serves on
-}
-
-// A FIFO in place of the level file once held the start for good: only a
-// regular file is read, anything else is level 0 with a line that says so.
-TEST_F(StartTest, ALevelFileThatIsNoRegularFileIsSaidAndTakenAsLevelZero) {
-    const std::string dbg = root_ + "/etc/route/debug/l3mac.dbg";
-    ASSERT_EQ(mkfifo(dbg.c_str(), 0600), 0);
-    start_first();
-    const std::string err = managed_slurp(root_ + "/daemon.out.err");
-    EXPECT_NE(err.find(kDaemon + ": debug level file " + dbg +
-                       " is not a regular file; level 0 (write the level into a plain file)\n"),
-              std::string::npos) << err;
-    EXPECT_EQ(managed_slurp(root_ + "/daemon.out"), "");  // level 0 prints nothing
-}
-
-// The command socket is its owner's alone; hnx-cmd says 2 for a line that
-// the format refuses, and 3 when the daemon is gone. A level file that does
-// not read as a number is level 7: the level table, then the status, lead
-// the output (level 0 prints nothing: the refused lock above).
-TEST_F(StartTest, TheCommandSocketServesItsOwnerOnlyAndABadLevelIsEveryLevel) {
-    level("x");
-    start_first();
-    struct stat st;
-    ASSERT_EQ(stat((root_ + "/var/run/hnx/hnx-l3table-l3mac.sock").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
-    EXPECT_EQ(managed_run(kBin, root_, "hnx-cmd", {kDaemon, "dump-evlan-mbr", "1"}).status, 2);
     kill(first_, SIGTERM);
     EXPECT_EQ(first_exit(), 0);
     const managed_result gone = managed_run(kBin, root_, "hnx-cmd", {kDaemon, "show-cap"});
@@ -202,25 +207,6 @@ TEST_F(StartTest, TheCommandSocketServesItsOwnerOnlyAndABadLevelIsEveryLevel) {
     const std::string out = managed_slurp(root_ + "/daemon.out");
     EXPECT_EQ(out.rfind("\n dbg level                 name\n         0                CLOSE\n", 0), 0u) << out;
     EXPECT_NE(out.find("\nlevel:7 log_cnt:-1 dbg_info:0\nlevel:ALL log_cnt:-1\n"), std::string::npos);
-}
-
-// The open of a refused start empties the pid file (it truncates before it
-// tries the lock); the guide's recipe stops the daemon all the same, and
-// the unit leaves the main pid to systemd.
-TEST_F(StartTest, TheStopRecipeNeedsNoPidFile) {
-    const std::string guide = managed_slurp(HNX_SOURCE_DIR "/docs/operations.md");
-    const std::string recipe = "fuser -k -TERM $HNX_ROOT/var/run/de.res_l3mac.route.ss.pid";
-    ASSERT_NE(guide.find(recipe), std::string::npos);
-    EXPECT_EQ(guide.find("tr -d '\\0' <"), std::string::npos);
-    const std::string unit = managed_slurp(HNX_SOURCE_DIR "/packaging/hnx-l3table-l3mac.service");
-    EXPECT_EQ(unit.find("\nPIDFile="), std::string::npos);  // systemd tracks what it started
-
-    start_first();
-    EXPECT_EQ(run().status, 250);
-    EXPECT_EQ(managed_slurp(pid_file()), "");
-    const std::string cmd = "HNX_ROOT=" + root_ + "; export HNX_ROOT; " + recipe + " >/dev/null 2>&1";
-    EXPECT_EQ(std::system(cmd.c_str()), 0);
-    EXPECT_EQ(first_exit(), 0);
 }
 
 }  // namespace
