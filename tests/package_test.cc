@@ -58,7 +58,9 @@ protected:
     pid_t daemon_ = 0;
 };
 
-TEST_F(Package, DependsOnRuntimeLibrariesOnly) {
+// Its files, runtime libraries only, and man pages that render without
+// warnings.
+TEST_F(Package, DependsOnRuntimeLibrariesOnlyAndItsManPagesRender) {
     const managed_result dep = managed_shell("dpkg-deb -f '" + *deb_ + "' Depends");
     EXPECT_EQ(dep.status, 0);
     for (const char *lib : {"libuv1", "libsqlite3-0", "libprotobuf-c1", "libsystemd0"})
@@ -70,11 +72,26 @@ TEST_F(Package, DependsOnRuntimeLibrariesOnly) {
                           "/usr/share/doc/hnx-l3table-l3mac/operations.md",
                           "/usr/share/doc/hnx-l3table-l3mac/examples/capability-two-tcam.json"})
         EXPECT_TRUE(fs::exists(installed(f))) << f;
+
+    int pages = 0;
+    for (const char *sec : {"/usr/share/man/man1", "/usr/share/man/man8"})
+        for (const auto &e : fs::directory_iterator(installed(sec))) {
+            const managed_result r = managed_shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l '" +
+                                                   e.path().string() + "' 2>&1 >/dev/null");
+            EXPECT_EQ(r.status, 0) << e.path();
+            EXPECT_EQ(r.out, "") << e.path();
+            pages++;
+        }
+    EXPECT_EQ(pages, 8);  // the daemon's and one for each of the seven tools
+    const managed_result tbl =
+        managed_shell("MANWIDTH=80 man -l '" + installed("/usr/share/man/man1/hnx-tbl.1") + "'");
+    EXPECT_NE(tbl.out.find("3 the store cannot be read or written."), std::string::npos) << tbl.out;
 }
 
 // The installed daemon serves a request that the installed tools write,
-// read back and check.
-TEST_F(Package, InstalledDaemonAndToolsServeARequest) {
+// read back and check; the bash completion asks the installed tools for
+// the names it offers.
+TEST_F(Package, InstalledDaemonToolsAndCompletionServeARequest) {
     daemon_ = managed_daemon_start(installed("/usr/sbin"), root_);
     ASSERT_EQ(tool("hnx-tbl", {"set", "s_route.l3mac_res", "index.t_user=19", "index.uuid=v100",
                                "status=STATUS_REQUEST", "attr.evlan=100",
@@ -93,28 +110,7 @@ TEST_F(Package, InstalledDaemonAndToolsServeARequest) {
     for (const char *t : {"hnx-tbl", "hnx-cmd", "hnx-l3mac-check", "l3mac-cover", "l3mac-feed",
                           "hnx-load", "hnx-soak"})
         EXPECT_EQ(tool(t, {"--version"}).out, std::string(t) + " (hnx-l3table-l3mac) 1.0.0\n");
-}
 
-TEST_F(Package, ManPagesRenderWithoutWarnings) {
-    int pages = 0;
-    for (const char *sec : {"/usr/share/man/man1", "/usr/share/man/man8"})
-        for (const auto &e : fs::directory_iterator(installed(sec))) {
-            const managed_result r = managed_shell("LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -l '" +
-                                                   e.path().string() + "' 2>&1 >/dev/null");
-            EXPECT_EQ(r.status, 0) << e.path();
-            EXPECT_EQ(r.out, "") << e.path();
-            pages++;
-        }
-    EXPECT_EQ(pages, 8);  // the daemon's and one for each of the seven tools
-    const managed_result tbl =
-        managed_shell("MANWIDTH=80 man -l '" + installed("/usr/share/man/man1/hnx-tbl.1") + "'");
-    EXPECT_NE(tbl.out.find("3 the store cannot be read or written."), std::string::npos) << tbl.out;
-}
-
-// The completion asks the installed tools for the names it offers.
-TEST_F(Package, BashCompletionOffersTablesFieldsAndCommands) {
-    daemon_ = managed_daemon_start(installed("/usr/sbin"), root_);
-    ASSERT_TRUE(managed_wait([&] { return fs::exists(root_ + "/var/run/hnx/hnx-l3table-l3mac.sock"); }));
     auto complete = [&](const std::string &fn, const std::string &words, int cword) {
         const std::string script = "export PATH='" + installed("/usr/bin") + "':$PATH HNX_ROOT='" + root_ +
                                    "'; . '" + installed("/usr/share/bash-completion/completions/hnx-tbl") +
