@@ -41,40 +41,6 @@ protected:
     pid_t pid_ = 0;
 };
 
-// A store dump leaves its last line open; the prompt must not land on it.
-// A failed command's result comes with its meaning.
-TEST_F(HnxCmd, OutputEndsItsLastLineAndResultsAreToldInWords) {
-    managed_result r = cmd({"dump-tcam-db", "-1", "0"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(r.out.ends_with("\ndump max count:  -1\ndump cur count:  0\n")) << r.out;
-    r = cmd({"del-mac-user", "1", "nobody"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "hnx-cmd: result -7: not found\n");
-    r = cmd({"time-dump-l3mac"});
-    EXPECT_EQ(std::tie(r.status, r.out, r.err),
-              std::make_tuple(1, "\nnot init\n",
-                              "hnx-cmd: result -4: invalid input, or a missing store\n"));
-}
-
-// Every command with its arguments named, its line and its format; one
-// command alone by name; an unknown name refused.
-TEST_F(HnxCmd, HelpNamesTheArgumentsAndSaysWhatEachCommandDoes) {
-    managed_result r = cmd({"help"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(r.out.starts_with("commands of hnx-l3table-l3mac ")) << r.out;
-    EXPECT_EQ(l3mac_count_of(r.out, "\n    format: \""), 31) << r.out;
-    EXPECT_NE(r.out.find("\ndump-evlan-mbr EVLAN EVLAN_MASK IS_VFI\n    list the VLANs (IS_VFI 1: "
-                         "the VFI numbers) that a value/mask pair matches\n"
-                         "    format: \"evlan=%d, evlan_mask=%d, is_vfi=%d\"\n"),
-              std::string::npos) << r.out;
-    r = cmd({"help", "time-set-l3mac"});
-    EXPECT_EQ(r.out, "time-set-l3mac SIZE\n    dump the ring, then time one decision in SIZE (a "
-                     "period, not a size; 0 stops)\n    format: \" size = %d\"\n");
-    r = cmd({"help", "nosuch"});
-    EXPECT_EQ(std::tie(r.status, r.err),
-              std::make_tuple(2, "unknown command \"nosuch\"; \"help\" lists the commands\n"));
-}
-
 // What the terminal shows of a prompt session; the session ends at "quit".
 std::string prompt_session(const std::string &root, const std::string &typed) {
     int master = -1;
@@ -112,9 +78,38 @@ std::string prompt_session(const std::string &root, const std::string &typed) {
     return screen;
 }
 
-// Tab completes a unique start of a command name, also after "help", and
-// leaves an argument as it is; the completed lines run.
-TEST_F(HnxCmd, PromptCompletesCommandNamesWithTab) {
+// A store dump leaves its last line open; the prompt must not land on it.
+// A failed command's result comes with its meaning. The help names every
+// command with its arguments, its line and its format; one command alone
+// by name; an unknown name refused. At the prompt, Tab completes a unique
+// start of a command name, also after "help", and leaves an argument as it
+// is; the completed lines run.
+TEST_F(HnxCmd, OutputResultsHelpAndTabCompletion) {
+    managed_result r = cmd({"dump-tcam-db", "-1", "0"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(r.out.ends_with("\ndump max count:  -1\ndump cur count:  0\n")) << r.out;
+    r = cmd({"del-mac-user", "1", "nobody"});
+    EXPECT_EQ(std::tie(r.status, r.err), std::make_tuple(1, "hnx-cmd: result -7: not found\n"));
+    r = cmd({"time-dump-l3mac"});
+    EXPECT_EQ(std::tie(r.status, r.out, r.err),
+              std::make_tuple(1, "\nnot init\n",
+                              "hnx-cmd: result -4: invalid input, or a missing store\n"));
+
+    r = cmd({"help"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(r.out.starts_with("commands of hnx-l3table-l3mac ")) << r.out;
+    EXPECT_EQ(l3mac_count_of(r.out, "\n    format: \""), 31) << r.out;
+    EXPECT_NE(r.out.find("\ndump-evlan-mbr EVLAN EVLAN_MASK IS_VFI\n    list the VLANs (IS_VFI 1: "
+                         "the VFI numbers) that a value/mask pair matches\n"
+                         "    format: \"evlan=%d, evlan_mask=%d, is_vfi=%d\"\n"),
+              std::string::npos) << r.out;
+    r = cmd({"help", "time-set-l3mac"});
+    EXPECT_EQ(r.out, "time-set-l3mac SIZE\n    dump the ring, then time one decision in SIZE (a "
+                     "period, not a size; 0 stops)\n    format: \" size = %d\"\n");
+    r = cmd({"help", "nosuch"});
+    EXPECT_EQ(std::tie(r.status, r.err),
+              std::make_tuple(2, "unknown command \"nosuch\"; \"help\" lists the commands\n"));
+
     const std::string screen = prompt_session(root_, "check-mem\t\nhelp show-c\t\ndebug 1\t -1\nquit\n");
     EXPECT_NE(screen.find("31 commands"), std::string::npos) << screen;
     EXPECT_NE(screen.find("malloc db = 0"), std::string::npos) << screen;
