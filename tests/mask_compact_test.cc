@@ -110,6 +110,34 @@ TEST(CompactCover, SetsOfSmallSpacesGetTheFewestSubCubes) {
     }
 }
 
+// A whole space with a few numbers missing is a few runs with many primes,
+// whose split costs far more than the tables: past its bound it gives up
+// and leaves nothing, and where it ends it finds the tables' primes.
+TEST(CompactCover, ASplitPastItsBoundLeavesTheSetToTheTables) {
+    std::mt19937 rng(17);
+    for (int missing : {3, 40}) {
+        std::vector<uint64_t> on(64, ~0ull);
+        for (int k = 0; k < missing; ++k) {
+            const uint32_t x = 1 + rng() % 4093;
+            on[x / 64] &= ~(1ull << (x % 64));
+        }
+        on.back() &= ~(1ull << 63);
+        compact_cube *split = nullptr, *tables = nullptr;
+        uint32_t nsplit = 0, ntables = 0;
+        EXPECT_EQ(l3mac_compact_primes_split(12, on.data(), compact_split_most(12), &split, &nsplit),
+                  missing == 3 ? 0 : COMPACT_SPLIT_GAVE_UP);
+        l3mac_free(split);
+        ASSERT_EQ(l3mac_compact_primes_split(12, on.data(), ~0ull, &split, &nsplit), 0);
+        ASSERT_EQ(l3mac_compact_primes(12, on.data(), &tables, &ntables), 0);
+        EXPECT_TRUE(std::equal(split, split + nsplit, tables, tables + ntables,
+                               [](const compact_cube &a, const compact_cube &b) {
+                                   return a.key == b.key && a.free == b.free;
+                               }));
+        l3mac_free(split);
+        l3mac_free(tables);
+    }
+}
+
 // {1, 2} needs two entries either way: {0, 1} and {0, 2} are the primes,
 // but a MAC that holds the entry for 1 alone keeps it.
 TEST(CompactCover, AmongTheFewestTheHeldEntriesWin) {

@@ -166,9 +166,13 @@ int l3mac_compact_cover(const compact_input *in, compact_output *out) {
     int rv = open_compact_run(&r, in);
     uint32_t nprimes = 0;
     if (rv == 0) {
-        const bool few_runs = l3mac_compact_runs(in->width, r.on) <= COMPACT_SPLIT_RUNS;
-        rv = few_runs ? l3mac_compact_primes_split(in->width, r.on, &r.cols, &nprimes)
-                      : l3mac_compact_primes(in->width, r.on, &r.cols, &nprimes);
+        // Few runs try the split first; the tables take what it gives up.
+        rv = COMPACT_SPLIT_GAVE_UP;
+        if (l3mac_compact_runs(in->width, r.on) <= COMPACT_SPLIT_RUNS)
+            rv = l3mac_compact_primes_split(in->width, r.on, compact_split_most(in->width),
+                                            &r.cols, &nprimes);
+        if (rv == COMPACT_SPLIT_GAVE_UP)
+            rv = l3mac_compact_primes(in->width, r.on, &r.cols, &nprimes);
     }
     if (rv == 0) rv = add_held_columns(&r, nprimes);
     if (rv == 0) rv = build_matrix(&r);

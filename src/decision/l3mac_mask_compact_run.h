@@ -71,13 +71,24 @@ int l3mac_compact_primes(uint32_t width, const uint64_t *on, compact_cube **prim
                          uint32_t *count);
 // The same primes in the same order, found by splitting the set on its top
 // bit, which costs little when the set is a few runs of consecutive
-// numbers and much more than the tables when it is many.
-int l3mac_compact_primes_split(uint32_t width, const uint64_t *on, compact_cube **primes,
-                               uint32_t *count);
+// numbers and much more than the tables when it is many. 0, -1 when
+// memory ran out, or COMPACT_SPLIT_GAVE_UP when it looked at more than
+// `most` words and cubes (nothing is allocated then).
+inline constexpr int COMPACT_SPLIT_GAVE_UP = 1;
+int l3mac_compact_primes_split(uint32_t width, const uint64_t *on, uint64_t most,
+                               compact_cube **primes, uint32_t *count);
 // Runs of consecutive numbers in `on` (2^width bits).
 uint32_t l3mac_compact_runs(uint32_t width, const uint64_t *on);
-// Sets of at most this many runs take l3mac_compact_primes_split.
+// Sets of at most this many runs take l3mac_compact_primes_split, and
+// leave it for the tables once it has looked at half as many words and
+// cubes as the tables have bits: about as long as the tables take. Small
+// spaces, checked by brute force, split whatever their set.
 inline constexpr uint32_t COMPACT_SPLIT_RUNS = 64;
+inline constexpr uint64_t compact_split_most(uint32_t width) {
+    uint64_t bits = 1;
+    for (uint32_t b = 0; b < width; ++b) bits *= 3;
+    return bits / 2 > 4096 ? bits / 2 : 4096;
+}
 
 // A covering problem: columns with a cost each, every column a run of row
 // numbers, every row in at least one column.

@@ -10,6 +10,10 @@
 // empty half, a full half, or two equal halves leave one branch only, so a
 // run costs a few branches a bit and a set of k runs about k times the
 // square of the width, where the tables cost 3^width whatever the set.
+// A set of few runs can still have many primes, as a whole space with a
+// few numbers missing has, and the halves' primes are held against the
+// intersection's one by one: the split counts what it looks at and gives
+// up past a bound, for the tables to take over.
 // The primes come in the tables' order: ascending ignored bits, then key.
 #include <algorithm>
 #include <cstring>
@@ -24,7 +28,9 @@ struct split_run {
     uint32_t arena_at, arena_room;
     compact_cube *out;  // primes found, the open branches' at the end
     uint32_t count, room;
+    uint64_t looks, most;  // words and cubes looked at, and the most allowed
 };
+
 
 uint32_t words_for(uint32_t m) { return m <= 6 ? 1 : 1u << (m - 6); }
 
@@ -64,7 +70,8 @@ int push(split_run *r, compact_cube c) {
 }
 
 // Whether some cube of [from, to) holds c.
-bool held_by(const compact_cube *from, const compact_cube *to, const compact_cube &c) {
+bool held_by(split_run *r, const compact_cube *from, const compact_cube *to, const compact_cube &c) {
+    r->looks += static_cast<uint64_t>(to - from);
     for (const compact_cube *p = from; p != to; ++p)
         if ((c.free & ~p->free) == 0 && (c.key & ~p->free) == p->key) return true;
     return false;
@@ -111,13 +118,13 @@ int join(split_run *r, const uint64_t *s0, const uint64_t *s1, uint32_t m) {
     const uint32_t at_hi = r->count;
     if (rv == 0) rv = primes_of(r, s1, m - 1);
     r->arena_at -= n;
-    if (rv != 0) return -1;
+    if (rv != 0) return rv;
     // The halves' primes that the intersection's hold go; the others and
     // the intersection's get their top bit.
     const compact_cube *pb = r->out + at_both, *pe = r->out + at_lo;
     uint32_t keep = at_lo;
     for (uint32_t k = at_lo; k < r->count; ++k) {
-        if (held_by(pb, pe, r->out[k])) continue;
+        if (held_by(r, pb, pe, r->out[k])) continue;
         compact_cube c = r->out[k];
         if (k >= at_hi) c.key |= top;
         r->out[keep++] = c;
@@ -128,6 +135,8 @@ int join(split_run *r, const uint64_t *s0, const uint64_t *s1, uint32_t m) {
 }
 
 int primes_of(split_run *r, const uint64_t *s, uint32_t m) {
+    r->looks += words_for(m);
+    if (r->looks > r->most) return COMPACT_SPLIT_GAVE_UP;
     if (all_zero(s, m)) return 0;
     if (all_one(s, m)) return push(r, {0, (1u << m) - 1});
     // m >= 1 here: a set of one number is either empty or full.
@@ -138,7 +147,7 @@ int primes_of(split_run *r, const uint64_t *s, uint32_t m) {
     const uint32_t at = r->count;
     if (all_zero(s1, m - 1)) return primes_of(r, s0, m - 1);
     if (all_zero(s0, m - 1)) {
-        if (primes_of(r, s1, m - 1) != 0) return -1;
+        if (const int rv = primes_of(r, s1, m - 1); rv != 0) return rv;
         set_top(r, at, top);
         return 0;
     }
@@ -146,7 +155,7 @@ int primes_of(split_run *r, const uint64_t *s, uint32_t m) {
     // which is then the intersection, and is a prime itself.
     const bool full0 = all_one(s0, m - 1), full1 = all_one(s1, m - 1);
     if (full0 || full1 || same(s0, s1, m - 1)) {
-        if (primes_of(r, full1 ? s0 : s1, m - 1) != 0) return -1;
+        if (const int rv = primes_of(r, full1 ? s0 : s1, m - 1); rv != 0) return rv;
         ignore_top(r, at, top);
         if (full0 == full1) return 0;
         return push(r, {full1 ? top : 0, top - 1});
@@ -172,9 +181,10 @@ uint32_t l3mac_compact_runs(uint32_t width, const uint64_t *on) {
     return runs;
 }
 
-int l3mac_compact_primes_split(uint32_t width, const uint64_t *on, compact_cube **primes,
-                               uint32_t *count) {
+int l3mac_compact_primes_split(uint32_t width, const uint64_t *on, uint64_t most,
+                               compact_cube **primes, uint32_t *count) {
     split_run r = {};
+    r.most = most;
     // Each level's intersection is half the level above: all of them
     // together fit in one bitmap of the whole width.
     r.arena_room = words_for(width) + COMPACT_MAX_WIDTH;
@@ -184,7 +194,7 @@ int l3mac_compact_primes_split(uint32_t width, const uint64_t *on, compact_cube 
     l3mac_free(r.arena);
     if (rv != 0) {
         l3mac_free(r.out);
-        return -1;
+        return rv;
     }
     std::sort(r.out, r.out + r.count, by_free_key);
     *primes = r.out;
