@@ -212,7 +212,8 @@ int find_cubes(greedy_count *g, uint32_t width, const uint64_t *on) {
         // Grouped by number, each group in the finder's order.
         for (uint32_t k = 0; k < w.npairs; ++k) ++g->first[(w.pairs[k] >> 16) + 1];
         for (uint32_t x = 0; x < g->space; ++x) g->first[x + 1] += g->first[x];
-        for (uint32_t k = 0; k < w.npairs; ++k) g->bits[g->first[w.pairs[k] >> 16]++] = w.pairs[k] & 0xFFFF;
+        for (uint32_t k = 0; k < w.npairs; ++k)
+            g->bits[g->first[w.pairs[k] >> 16]++] = w.pairs[k] & 0xFFFF;
         for (uint32_t x = g->space; x-- > 0;) g->first[x + 1] = g->first[x];
         g->first[0] = 0;
         for (uint32_t x = 0; x < g->space; ++x)

@@ -31,7 +31,6 @@ struct split_run {
     uint64_t looks, most;  // words and cubes looked at, and the most allowed
 };
 
-
 uint32_t words_for(uint32_t m) { return m <= 6 ? 1 : 1u << (m - 6); }
 
 uint64_t low_mask(uint32_t m) { return m >= 6 ? ~0ull : (1ull << (1u << m)) - 1; }
@@ -70,7 +69,8 @@ int push(split_run *r, compact_cube c) {
 }
 
 // Whether some cube of [from, to) holds c.
-bool held_by(split_run *r, const compact_cube *from, const compact_cube *to, const compact_cube &c) {
+bool held_by(split_run *r, const compact_cube *from, const compact_cube *to,
+             const compact_cube &c) {
     r->looks += static_cast<uint64_t>(to - from);
     for (const compact_cube *p = from; p != to; ++p)
         if ((c.free & ~p->free) == 0 && (c.key & ~p->free) == p->key) return true;
