@@ -75,11 +75,6 @@ bool finder_before(uint32_t a, uint32_t b) {
     return (a & d & (0u - d)) != 0;
 }
 
-// Positions whose bit p is 1, for p below 6.
-constexpr uint64_t HIGH[6] = {0xAAAAAAAAAAAAAAAAull, 0xCCCCCCCCCCCCCCCCull,
-                              0xF0F0F0F0F0F0F0F0ull, 0xFF00FF00FF00FF00ull,
-                              0xFFFF0000FFFF0000ull, 0xFFFFFFFF00000000ull};
-
 // The tops of the whole sub-cubes ignoring F are a bitmap W_F of the
 // space: x is in W_F when F's bits are set in x and every number that
 // differs from x in F's bits alone is in the set. W_{} is the set, and
@@ -106,15 +101,9 @@ struct tops_walk {
 };
 
 void add_pair(tops_walk *w, uint32_t x, uint32_t f) {
-    if (w->npairs == w->room) {
-        const uint32_t room = w->room ? w->room * 2 : 1024;
-        auto *grown = static_cast<uint32_t *>(l3mac_realloc(w->pairs, room * sizeof(uint32_t)));
-        if (!grown) {
-            w->failed = true;
-            return;
-        }
-        w->pairs = grown;
-        w->room = room;
+    if (!l3mac_room_for_one(&w->pairs, w->npairs, &w->room, 1024)) {
+        w->failed = true;
+        return;
     }
     w->pairs[w->npairs++] = x << 16 | f;
 }
@@ -124,7 +113,7 @@ void add_pair(tops_walk *w, uint32_t x, uint32_t f) {
 bool low_tops(const uint64_t *src, uint32_t n, uint32_t b, uint64_t *dst) {
     uint64_t any = 0;
     for (uint32_t i = 0; i < n; ++i) {
-        dst[i] = src[i] & src[i] << (1u << b) & HIGH[b];
+        dst[i] = src[i] & src[i] << (1u << b) & ~COMPACT_BIT_ZERO[b];
         any |= dst[i];
     }
     return any != 0;

@@ -30,6 +30,13 @@ inline uint32_t compact_bits(uint32_t x) {
     return COMPACT_BITS8.n[x & 0xFF] + COMPACT_BITS8.n[x >> 8 & 0xFF];
 }
 
+// COMPACT_BIT_ZERO[j]: the positions of a 64-bit word whose bit j is 0, runs
+// of 2^j ones and 2^j zeros from bit 0. Bitmaps of a space index their
+// numbers by position, so these pick the numbers without bit j.
+inline constexpr uint64_t COMPACT_BIT_ZERO[6] = {
+    0x5555555555555555ull, 0x3333333333333333ull, 0x0F0F0F0F0F0F0F0Full,
+    0x00FF00FF00FF00FFull, 0x0000FFFF0000FFFFull, 0x00000000FFFFFFFFull};
+
 // Steps of the covering search: each is one look at one {row, column}
 // incidence, so that a budget means the same amount of work on every
 // machine and the result never depends on the clock.

@@ -19,23 +19,18 @@
 
 namespace {
 
-// K[j]: runs of 2^j ones and 2^j zeros, from bit 0.
-constexpr uint64_t K[6] = {0x5555555555555555ull, 0x3333333333333333ull,
-                           0x0F0F0F0F0F0F0F0Full, 0x00FF00FF00FF00FFull,
-                           0x0000FFFF0000FFFFull, 0x00000000FFFFFFFFull};
-
 // The bits of x at positions whose bit p is 0, packed into the low half.
 uint64_t squeeze_word(uint64_t x, uint32_t p) {
-    x &= K[p];
-    for (uint32_t q = p; q < 5; ++q) x = (x | x >> (1u << q)) & K[q + 1];
+    x &= COMPACT_BIT_ZERO[p];
+    for (uint32_t q = p; q < 5; ++q) x = (x | x >> (1u << q)) & COMPACT_BIT_ZERO[q + 1];
     return x;
 }
 
 // The inverse: the low 32 bits, each sent to both positions that differ in
 // bit p of their position.
 uint64_t spread_word(uint64_t x, uint32_t p) {
-    x &= K[5];
-    for (uint32_t q = 5; q-- > p;) x = (x | x << (1u << q)) & K[q];
+    x &= COMPACT_BIT_ZERO[5];
+    for (uint32_t q = 5; q-- > p;) x = (x | x << (1u << q)) & COMPACT_BIT_ZERO[q];
     return x | x << (1u << p);
 }
 
@@ -159,14 +154,7 @@ void fill_bitmaps(prime_run *r, const uint64_t *on) {
 }
 
 int add_prime(prime_run *r, uint32_t key, uint32_t free) {
-    if (r->count == r->room) {
-        const uint32_t room = r->room ? r->room * 2 : 64;
-        auto *grown = static_cast<compact_cube *>(
-            l3mac_realloc(r->primes, room * sizeof(compact_cube)));
-        if (!grown) return -1;
-        r->primes = grown;
-        r->room = room;
-    }
+    if (!l3mac_room_for_one(&r->primes, r->count, &r->room, 64)) return -1;
     r->primes[r->count++] = {key, free};
     return 0;
 }

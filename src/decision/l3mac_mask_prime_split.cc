@@ -57,13 +57,7 @@ bool same(const uint64_t *a, const uint64_t *b, uint32_t m) {
 }
 
 int push(split_run *r, compact_cube c) {
-    if (r->count == r->room) {
-        const uint32_t room = r->room ? r->room * 2 : 64;
-        auto *grown = static_cast<compact_cube *>(l3mac_realloc(r->out, room * sizeof(compact_cube)));
-        if (!grown) return -1;
-        r->out = grown;
-        r->room = room;
-    }
+    if (!l3mac_room_for_one(&r->out, r->count, &r->room, 64)) return -1;
     r->out[r->count++] = c;
     return 0;
 }
