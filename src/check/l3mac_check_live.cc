@@ -116,7 +116,7 @@ void l3mac_check_rows_mirror(l3mac_check_live_ctx &c, const l3mac_check_rows &ro
 // are the cover of the set it had then: of nothing else can they be.
 void l3mac_check_failed_mac(l3mac_check_live_ctx &c, const mac_entry *mac,
                             const l3mac_pairs &placed, const l3mac_pairs &cover,
-                            const std::string &who) {
+                            const l3mac_check_who &who) {
     const bool is_vfi = mac->mac_type == 1;
     const int t = l3mac_check_tcam_of(c.board, mac->mac_type);
     c.rep->unserved_macs++;
@@ -139,7 +139,7 @@ l3mac_mac_key l3mac_check_key_of(const mac_entry *mac) {
 }
 
 void l3mac_check_mac_cover(l3mac_check_live_ctx &c, const mac_entry *mac,
-                           const std::string &who) {
+                           const l3mac_check_who &who) {
     // Such a MAC's users no longer tell what it was placed for.
     if (c.strays.count(mac)) return;
     const std::set<uint32_t> users = l3mac_check_users_set(mac);

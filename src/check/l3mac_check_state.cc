@@ -66,7 +66,7 @@ bool l3mac_check_same_mac(const tcam_entry *e, const mac_entry *m) {
            e->key.phyid == m->phyid;
 }
 
-void l3mac_check_mac_users(l3mac_check_live_ctx &c, mac_entry *mac, const std::string &who) {
+void l3mac_check_mac_users(l3mac_check_live_ctx &c, mac_entry *mac, const l3mac_check_who &who) {
     bool ok = l3mac_check_walk(&mac->user_head, c.bound, [&](list_head *p) {
         user_entry *u = l3mac_user_of(p);
         if (!c.users.count(u)) {
@@ -86,7 +86,8 @@ void l3mac_check_mac_users(l3mac_check_live_ctx &c, mac_entry *mac, const std::s
     if (!ok) c.rep->violation("%s: user_head list is broken", who.c_str());
 }
 
-void l3mac_check_mac_entries(l3mac_check_live_ctx &c, mac_entry *mac, const std::string &who) {
+void l3mac_check_mac_entries(l3mac_check_live_ctx &c, mac_entry *mac,
+                             const l3mac_check_who &who) {
     bool ok = l3mac_check_walk(&mac->tcam_head, c.bound, [&](list_head *p) {
         tcam_entry *e = l3mac_tcam_of(p);
         if (!c.entries.count(e)) {
@@ -102,7 +103,7 @@ void l3mac_check_mac_entries(l3mac_check_live_ctx &c, mac_entry *mac, const std:
 }
 
 void l3mac_check_mac(l3mac_check_live_ctx &c, mac_entry *mac) {
-    const std::string who = l3mac_check_mac_text(l3mac_check_key_of(mac));
+    const l3mac_check_who who(mac);
     l3mac_check_mac_users(c, mac, who);
     l3mac_check_mac_entries(c, mac, who);
     if (mac->evlan_bmp.is_vfi != (mac->mac_type == 1))
@@ -141,17 +142,21 @@ void l3mac_check_pending(l3mac_check_live_ctx &c) {
 
 void l3mac_check_entry(l3mac_check_live_ctx &c, tcam_entry *e,
                        std::map<std::pair<int, uint32_t>, int> *taken) {
-    char who[96];
-    std::snprintf(who, sizeof who, "entry %u/%#x type %u idx %u", e->key.evlan,
-                  e->key.evlan_mask, e->key.mac_type, e->idx);
-    if (!c.entry_owner.count(e)) c.rep->violation("%s: on no MAC's tcam_head", who);
+    char text[96] = "";
+    auto who = [&] {  // named only in a line that reports something
+        if (!text[0])
+            std::snprintf(text, sizeof text, "entry %u/%#x type %u idx %u", e->key.evlan,
+                          e->key.evlan_mask, e->key.mac_type, e->idx);
+        return text;
+    };
+    if (!c.entry_owner.count(e)) c.rep->violation("%s: on no MAC's tcam_head", who());
     if (e->valid != 1 || e->key.rsvd != 0)
-        c.rep->violation("%s: valid %u filler %u", who, e->valid, e->key.rsvd);
+        c.rep->violation("%s: valid %u filler %u", who(), e->valid, e->key.rsvd);
     const int t = l3mac_check_tcam_of(c.board, e->key.mac_type);
-    if (!c.board.pool[t]) c.rep->violation("%s: TCAM %d has no pool", who, t);
+    if (!c.board.pool[t]) c.rep->violation("%s: TCAM %d has no pool", who(), t);
     if (c.board.cap[t] <= 0 || e->idx >= uint32_t(c.board.cap[t]))
-        c.rep->violation("%s: at or above the capacity %d of TCAM %d", who, c.board.cap[t], t);
-    if (++(*taken)[{t, e->idx}] == 2) c.rep->violation("%s: index shared in TCAM %d", who, t);
+        c.rep->violation("%s: at or above the capacity %d of TCAM %d", who(), c.board.cap[t], t);
+    if (++(*taken)[{t, e->idx}] == 2) c.rep->violation("%s: index shared in TCAM %d", who(), t);
     c.in_tcam[t]++;
 }
 
@@ -172,25 +177,29 @@ void l3mac_check_entries(l3mac_check_live_ctx &c) {
 }
 
 void l3mac_check_mac_hw(l3mac_check_live_ctx &c, mac_hw *hw) {
-    char who[96];
-    std::snprintf(who, sizeof who, "mac_hw evlan %u type %u", hw->evlan, hw->mac_type);
+    char text[96] = "";
+    auto who = [&] {
+        if (!text[0])
+            std::snprintf(text, sizeof text, "mac_hw evlan %u type %u", hw->evlan, hw->mac_type);
+        return text;
+    };
     bool ok = l3mac_check_walk(&hw->user_head, c.bound, [&](list_head *p) {
         user_entry *u = l3mac_user_of(p);
         if (!c.users.count(u)) {
-            c.rep->violation("%s: user_head holds a record of no store", who);
+            c.rep->violation("%s: user_head holds a record of no store", who());
             return;
         }
         if (!c.owner.emplace(u, hw).second)
-            c.rep->violation("%s: user '%s' is on two lists", who, u->uuid);
-        if (u->mac_entry != hw) c.rep->violation("%s: user '%s' bound elsewhere", who, u->uuid);
+            c.rep->violation("%s: user '%s' is on two lists", who(), u->uuid);
+        if (u->mac_entry != hw) c.rep->violation("%s: user '%s' bound elsewhere", who(), u->uuid);
         if (!c.opts.faults && (u->evlan != hw->evlan || u->mac_type != hw->mac_type ||
                                std::memcmp(u->mac, hw->mac, 6) != 0))
-            c.rep->violation("%s: user '%s' asks for another record", who, u->uuid);
+            c.rep->violation("%s: user '%s' asks for another record", who(), u->uuid);
     });
-    if (!ok) c.rep->violation("%s: user_head list is broken", who);
-    if (list_empty(&hw->user_head)) c.rep->violation("%s: has no user", who);
+    if (!ok) c.rep->violation("%s: user_head list is broken", who());
+    if (list_empty(&hw->user_head)) c.rep->violation("%s: has no user", who());
     if (hw->is_hw != !list_empty(&hw->user_head) || hw->evlan_mask != 0 || hw->rsvd != 0)
-        c.rep->violation("%s: is_hw %u mask %#x", who, hw->is_hw, hw->evlan_mask);
+        c.rep->violation("%s: is_hw %u mask %#x", who(), hw->is_hw, hw->evlan_mask);
 }
 
 void l3mac_check_user(l3mac_check_live_ctx &c, const user_entry *u) {

@@ -103,35 +103,37 @@ bool l3mac_check_output_row(const l3mac_check_hw &e, const l3mac_check_board &b,
         rep->violation("output row hw_id %u phase %u holds no whole entry", e.hw_id, e.phase);
         return false;
     }
-    const std::string what = l3mac_check_entry_text(e);
+    auto what = [&e] { return l3mac_check_entry_text(e); };  // for a line that reports
     at->tcam = l3mac_check_tcam_of(b, e.mac_type);
     at->idx = l3mac_check_idx_of(b, at->tcam, e.hw_id, e.phase);
     if (e.phase != (e.mac_type == kOl ? 1u : 0u))
-        rep->violation("output row hw_id %u: %s has phase %u", e.hw_id, what.c_str(), e.phase);
+        rep->violation("output row hw_id %u: %s has phase %u", e.hw_id, what().c_str(), e.phase);
     if (!l3mac_check_managed(b, e.mac_type) || !b.pool[at->tcam])
         rep->violation("output row hw_id %u: %s belongs to TCAM %d, which the service does "
-                       "not manage", e.hw_id, what.c_str(), at->tcam);
+                       "not manage", e.hw_id, what().c_str(), at->tcam);
     if (b.cap[at->tcam] <= 0 || at->idx >= static_cast<uint32_t>(b.cap[at->tcam]))
         rep->violation("output row hw_id %u: %s stands at index %u of TCAM %d, whose "
-                       "capacity is %d", e.hw_id, what.c_str(), at->idx, at->tcam,
+                       "capacity is %d", e.hw_id, what().c_str(), at->idx, at->tcam,
                        b.cap[at->tcam]);
     return true;
 }
 
 void l3mac_check_output(const l3mac_check_rows &rows, const l3mac_check_board &b,
                         l3mac_check_model *m, l3mac_check_report *rep) {
-    std::map<std::pair<int, uint32_t>, std::string> taken;
+    // Rows by place; their text is made only for a line that reports them.
+    std::map<std::pair<int, uint32_t>, const l3mac_check_hw *> taken;
     for (const l3mac_check_hw &e : rows.hw_res) {
         l3mac_placed_at at;
         if (!l3mac_check_output_row(e, b, rep, &at)) continue;
-        const std::string what = l3mac_check_entry_text(e);
-        auto [it, fresh] = taken.emplace(std::make_pair(at.tcam, at.idx), what);
+        auto [it, fresh] = taken.emplace(std::make_pair(at.tcam, at.idx), &e);
         if (!fresh)
             rep->violation("TCAM %d index %u holds two entries: %s and %s", at.tcam, at.idx,
-                           it->second.c_str(), what.c_str());
+                           l3mac_check_entry_text(*it->second).c_str(),
+                           l3mac_check_entry_text(e).c_str());
         const l3mac_mac_key mk{static_cast<uint8_t>(e.mac_type), e.mac, e.phyid};
         if (!m->placed[mk].emplace(e.evlan, e.evlan_mask).second)
-            rep->violation("%s stands at two indexes of the output table", what.c_str());
+            rep->violation("%s stands at two indexes of the output table",
+                           l3mac_check_entry_text(e).c_str());
         m->output[{mk, e.evlan, e.evlan_mask}] = at.idx;
         rep->fill[at.tcam]++;
     }
@@ -140,28 +142,28 @@ void l3mac_check_output(const l3mac_check_rows &rows, const l3mac_check_board &b
 // Both tables describe the same entries at the same indexes.
 void l3mac_check_backup(const l3mac_check_rows &rows, const l3mac_check_board &b,
                         const l3mac_check_model &m, l3mac_check_report *rep) {
-    std::map<std::pair<int, uint32_t>, std::string> taken;
+    std::set<std::pair<int, uint32_t>> taken;
     std::set<l3mac_entry_key> backed;
     for (const l3mac_check_hw &e : rows.bak) {
         if (!e.has_attr) {
             rep->violation("backup row hw_id %u holds no entry", e.hw_id);
             continue;
         }
-        const std::string what = l3mac_check_entry_text(e);
+        auto what = [&e] { return l3mac_check_entry_text(e); };
         const int tcam = l3mac_check_tcam_of(b, e.mac_type);
-        if (!taken.emplace(std::make_pair(tcam, e.hw_id), what).second)
+        if (!taken.emplace(tcam, e.hw_id).second)
             rep->violation("backup rows of TCAM %d share index %u: %s", tcam, e.hw_id,
-                           what.c_str());
+                           what().c_str());
         const l3mac_entry_key k{{static_cast<uint8_t>(e.mac_type), e.mac, e.phyid}, e.evlan,
                                 e.evlan_mask};
         backed.insert(k);
         auto out = m.output.find(k);
         if (out == m.output.end())
-            rep->violation("backup row of %s at index %u has no output row", what.c_str(),
+            rep->violation("backup row of %s at index %u has no output row", what().c_str(),
                            e.hw_id);
         else if (out->second != e.hw_id)
             rep->violation("%s stands at index %u in the output table and %u in the backup",
-                           what.c_str(), out->second, e.hw_id);
+                           what().c_str(), out->second, e.hw_id);
     }
     for (const auto &[k, idx] : m.output)
         if (!backed.count(k))
