@@ -19,6 +19,7 @@ namespace {
 std::string g_root;
 std::string g_profile;  // the profile's text as last given; "" none
 bool g_profile_set = false;
+bool g_journal = false;  // the table service's journal of writes, for the oracle
 
 void fuzz_remove_root() {
     std::error_code ec;
@@ -46,6 +47,7 @@ constexpr l3mac_caps kBoards[] = {
 // and the commands' records wait for the same commands again.
 void fuzz_world_drop() {
     hnx_host_tbl_reset();
+    hnx_host_tbl_keep_journal(g_journal);
     ssat_host_forget_commands();
     if (l3mac_ctx.global) kw_global_finish(l3mac_ctx.global);
     l3mac_release_all();
@@ -100,6 +102,8 @@ const std::string &fuzz_root() {
     fs::create_directories(g_root + "/etc/hnx");
     return g_root;
 }
+
+void fuzz_world_journal(bool keep) { g_journal = keep; }
 
 std::string fuzz_board_json(unsigned n) { return l3mac_caps_json(kBoards[n % std::size(kBoards)]); }
 

@@ -35,6 +35,11 @@ void fuzz_world_start(const std::string &json, bool smooth = true);
 // setting at its start value.
 void fuzz_world_check_reset(const char *when);
 
+// Whether the table service keeps its journal of this process's writes
+// from the next start on (hnx_host_tbl_journal); off unless a target reads
+// it, since packing a copy of every write costs time.
+void fuzz_world_journal(bool keep);
+
 // The process dies and starts again over the same store and profile:
 // every record released, tables, stores and pools made anew, smoothing run.
 void fuzz_world_restart();

@@ -463,6 +463,7 @@ void l3mac_oracle_start(const l3mac_caps &caps) {
     M.history.clear();
     M.plan = round_plan{};
     M.caps = caps;
+    fuzz_world_journal(true);  // the mirror follows the writes through it
     fuzz_world_start(l3mac_caps_json(caps));
     board_read();
     mirror_load(&M.mir);

@@ -180,3 +180,9 @@ int ss_rt_tbl_del_str(ss_rt_tbl *tbl, const ProtobufCMessage *row, int, int) {
 const std::vector<hnx_tbl_write> &hnx_host_tbl_journal() { return tbl_proc().journal; }
 
 void hnx_host_tbl_journal_clear() { tbl_proc().journal.clear(); }
+
+void hnx_host_tbl_keep_journal(bool keep) {
+    tbl_process &p = tbl_proc();
+    p.keep_journal = keep;
+    if (!keep) p.journal.clear();
+}
