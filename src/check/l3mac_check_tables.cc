@@ -125,15 +125,14 @@ void l3mac_check_output(const l3mac_check_rows &rows, const l3mac_check_board &b
     for (const l3mac_check_hw &e : rows.hw_res) {
         l3mac_placed_at at;
         if (!l3mac_check_output_row(e, b, rep, &at)) continue;
+        auto what = [&e] { return l3mac_check_entry_text(e); };
         auto [it, fresh] = taken.emplace(std::make_pair(at.tcam, at.idx), &e);
         if (!fresh)
             rep->violation("TCAM %d index %u holds two entries: %s and %s", at.tcam, at.idx,
-                           l3mac_check_entry_text(*it->second).c_str(),
-                           l3mac_check_entry_text(e).c_str());
+                           l3mac_check_entry_text(*it->second).c_str(), what().c_str());
         const l3mac_mac_key mk{static_cast<uint8_t>(e.mac_type), e.mac, e.phyid};
         if (!m->placed[mk].emplace(e.evlan, e.evlan_mask).second)
-            rep->violation("%s stands at two indexes of the output table",
-                           l3mac_check_entry_text(e).c_str());
+            rep->violation("%s stands at two indexes of the output table", what().c_str());
         m->output[{mk, e.evlan, e.evlan_mask}] = at.idx;
         rep->fill[at.tcam]++;
     }
