@@ -88,9 +88,10 @@ TEST_F(CheckTest, DamageToTheLiveStateIsFound) {
          "on no MAC's tcam_head"},
         {[] { entries_of(mac_of(NORMAL, kA))[0]->ref_cnt = 0; }, "settled entry"},
         {[] { entries_of(mac_of(NORMAL, kA))[1]->idx = entries_of(mac_of(NORMAL, kA))[0]->idx; },
-         "index shared"},
+         "entry 0/0xffc type 0 idx 2: index shared in TCAM 0"},
         {[] { entries_of(mac_of(VRRP, kB))[0]->idx = 8; }, "at or above the capacity"},
-        {[] { l3mac_bmp_set(&mac_of(NORMAL, kA)->evlan_bmp, 11); }, "not its users' set"},
+        {[] { l3mac_bmp_set(&mac_of(NORMAL, kA)->evlan_bmp, 11); },
+         "MAC 02:00:00:00:00:0a type 0 phyid 0: settled, but its bitmap is not its users' set"},
         {[] { l3mac_mac_queue(mac_of(NORMAL, kA)); }, "pending after a finished round"},
         {[] {
              user_entry *u = l3mac_get_or_add_user_db(1, managed_uuid(kA, NORMAL, 1).c_str(), 0);
@@ -160,9 +161,13 @@ TEST_F(CheckTest, DamageToTheTablesIsFound) {
     const l3mac_check_rows good = read_rows();
     ASSERT_EQ(good.vrrp.size(), 2u);
     const std::pair<std::function<void(l3mac_check_rows &)>, std::string> cases[] = {
-        {[](l3mac_check_rows &r) { r.bak[0].hw_id += 1; }, "in the output table and"},
+        {[](l3mac_check_rows &r) { r.bak[0].hw_id += 1; },
+         "MAC 02:00:00:00:00:0a type 0 phyid 0 evlan 2 mask 0xff7 stands at index 1 in the output "
+         "table and 2 in the backup"},
         {[](l3mac_check_rows &r) { r.bak.pop_back(); }, "has no backup row"},
-        {[](l3mac_check_rows &r) { r.hw_res.push_back(r.hw_res[0]); }, "holds two entries"},
+        {[](l3mac_check_rows &r) { r.hw_res.push_back(r.hw_res[0]); },
+         "TCAM 0 index 0 holds two entries: MAC 02:00:00:00:00:0b type 2 phyid 0 evlan 5 "
+         "mask 0xffd and MAC 02:00:00:00:00:0b type 2 phyid 0 evlan 5 mask 0xffd"},
         {[](l3mac_check_rows &r) { r.hw_res[0].hw_id = r.hw_res[0].phase ? 8 : 16; },
          "capacity is 8"},
         {[](l3mac_check_rows &r) { r.bak[0].evlan = 11; }, "has no output row"},
