@@ -1,7 +1,8 @@
 // The Redis store's own write step and layout: one step writes each key's
 // last state and logs every change in order, however many keys it holds; a
-// change is one stream entry that redis-cli shows as it is; a store of the
-// first layout is brought to this one by its maker and refused by others.
+// step's changes are one stream entry that redis-cli shows as it is, read
+// back a few at a time; a store of an earlier layout is brought to this one
+// by its maker and refused by others.
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -37,8 +38,8 @@ protected:
     }
 };
 
-// One step writes each key's last state and logs every change in order, as
-// one stream entry each.
+// One step writes each key's last state and logs every change in order, in
+// one stream entry.
 TEST_P(RedisStore, OneStepWritesEachKeysLastStateAndLogsEveryChangeInOrderAsOneEntry) {
     auto st = open();
     ASSERT_NE(st, nullptr);
@@ -65,9 +66,10 @@ TEST_P(RedisStore, OneStepWritesEachKeysLastStateAndLogsEveryChangeInOrderAsOneE
     EXPECT_EQ(redis_.command({"HEXISTS", "hnx:16:rows:u", "k1"}), "0");
     EXPECT_EQ(redis_.command({"GET", "hnx:16:top"}), "7");
     EXPECT_EQ(redis_.command({"GET", "hnx:16:ver:u"}), "7");
-    EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}).rfind("2/", 0), 0u);
-    // What an operator reads with redis-cli: ID "SEQ-WRITER", one field
-    // named by the operation and the table, holding the row (a delete's key).
+    EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}).rfind("3/", 0), 0u);
+    // What an operator reads with redis-cli: an entry a step, ID
+    // "SEQ-WRITER" of its last change, a field a change named by the
+    // operation and the table, holding the row (a delete's key).
     auto *rs = dynamic_cast<tbl_redis *>(st.get());
     ASSERT_NE(rs, nullptr);
     const std::string w = "-" + rs->writer() + " ";
@@ -77,8 +79,15 @@ for _, e in ipairs(redis.call('XRANGE', KEYS[1], '-', '+')) do
   out[#out + 1] = e[1] .. ' ' .. table.concat(e[2], ' ')
 end
 return table.concat(out, ', '))", "1", "hnx:16:log"}),
-              "1" + w + "set:t k0=a, 2" + w + "set:u k1=a, 3" + w + "set:t k1=b, 4" + w +
-                  "del:t k1, 5" + w + "set:t k1=c, 6" + w + "del:u k1, 7" + w + "set:u k2=a");
+              "1" + w + "set:t k0=a, 2" + w + "set:u k1=a, 7" + w +
+                  "set:t k1=b del:t k1 set:t k1=c del:u k1 set:u k2=a");
+    // A reader that asks for fewer changes than an entry holds gets them,
+    // and the rest of the entry next time.
+    std::vector<tbl_change> got;
+    ASSERT_EQ(st->changes(3, 2, &got), 0);
+    ASSERT_EQ(st->changes(5, 9, &got), 0);
+    ASSERT_EQ(got.size(), 4u);
+    for (size_t i = 0; i < got.size(); i++) EXPECT_EQ(got[i].seq, int64_t(4 + i));
 
     // A step of thousands of keys, then the same rows again: no change.
     for (int round = 0; round < 2; round++) {
@@ -92,7 +101,7 @@ return table.concat(out, ', '))", "1", "hnx:16:log"}),
     EXPECT_EQ(changes(st.get(), 2506), (std::vector<std::string>{"set v 2499"}));
 }
 
-TEST_P(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedByOthers) {
+TEST_P(RedisStore, AStoreOfAnEarlierLayoutIsBroughtToThisOneByItsMakerAndRefusedByOthers) {
     const std::string old_id = "0123456789abcdef01234567";
     ASSERT_EQ(redis_.command({"SET", "hnx:16:id", old_id}), "OK");
     ASSERT_EQ(redis_.command({"SET", "hnx:16:top", "7"}), "OK");
@@ -110,10 +119,10 @@ TEST_P(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedB
 
     std::unique_ptr<tbl_store> st;
     EXPECT_EQ(err_of([&] { st = open(); }),
-              head + "brought its keys from the first layout to layout 2: its change log was "
+              head + "brought its keys from the first layout to layout 3: its change log was "
                      "dropped, its rows kept\n");
     ASSERT_NE(st, nullptr);
-    EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}), "2/" + old_id);
+    EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}), "3/" + old_id);
     EXPECT_EQ(redis_.command({"EXISTS", "hnx:16:log"}), "0");
     tbl_bytes row;
     bool found = false, changed = false;
@@ -123,11 +132,25 @@ TEST_P(RedisStore, AStoreOfTheFirstLayoutIsBroughtToThisOneByItsMakerAndRefusedB
     EXPECT_EQ(changes(st.get(), 7), (std::vector<std::string>{"set t w"}));
     // Others open it as it is now.
     EXPECT_NE(open(tbl_open::existing), nullptr);
+    st.reset();
+
+    // The second layout logged an entry for each change.
+    ASSERT_EQ(redis_.command({"SET", "hnx:16:id", "2/" + old_id}), "OK");
+    EXPECT_EQ(err_of([this] { EXPECT_EQ(open(tbl_open::existing), nullptr); }),
+              head + "its keys are of layout 2 (a change log entry for each change): start the "
+                     "service (hnx-l3table-l3mac) on it once, which brings it to this one\n");
+    EXPECT_EQ(err_of([&] { st = open(); }),
+              head + "brought its keys from layout 2 to layout 3: its change log was dropped, "
+                     "its rows kept\n");
+    ASSERT_NE(st, nullptr);
+    EXPECT_EQ(redis_.command({"GET", "hnx:16:id"}), "3/" + old_id);
+    EXPECT_EQ(redis_.command({"EXISTS", "hnx:16:log"}), "0");
+    EXPECT_EQ(redis_.command({"HGET", "hnx:16:rows:t", "k"}), "w");
 
     // A layout this version does not know is left alone.
-    ASSERT_EQ(redis_.command({"SET", "hnx:16:id", "3/" + old_id}), "OK");
+    ASSERT_EQ(redis_.command({"SET", "hnx:16:id", "4/" + old_id}), "OK");
     const std::string said = err_of([this] { EXPECT_EQ(open(), nullptr); });
-    EXPECT_EQ(said.find(head + "its keys are of layout 3, which this version does not know"), 0u)
+    EXPECT_EQ(said.find(head + "its keys are of layout 4, which this version does not know"), 0u)
         << said;
 }
 

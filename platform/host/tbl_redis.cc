@@ -216,22 +216,35 @@ int tbl_redis::connect(const tbl_where &where, tbl_open mode) {
     return 0;
 }
 
-// A store of the first layout: its identity names no layout, and its log's
-// entries have four fields (table, op, row, writer) under IDs "SEQ-1".
+// The earlier layouts: the first's identity names no layout and its log's
+// entries have four fields (table, op, row, writer) under IDs "SEQ-1"; the
+// second's log has an entry for each change, of one field.
+namespace {
+
+const char *earlier_layout(const std::string &layout) {
+    if (layout.empty()) return "the first layout (change log entries of four fields)";
+    if (layout == "2") return "layout 2 (a change log entry for each change)";
+    return nullptr;
+}
+
+}  // namespace
+
 int tbl_redis::check_layout(tbl_open mode) {
     const std::string mine = std::string(kTblRedisLayout) + "/";
     if (id_.compare(0, mine.size(), mine) == 0) return 0;
     const std::string head = "ss_rt_tbl: store " + std::to_string(db_) + " (" + path_ + "): ";
-    if (id_.find('/') != std::string::npos) {
-        say_once(head + "its keys are of layout " + id_.substr(0, id_.find('/')) +
+    const size_t slash = id_.find('/');
+    const std::string layout = slash == std::string::npos ? "" : id_.substr(0, slash);
+    const char *earlier = earlier_layout(layout);
+    if (!earlier) {
+        say_once(head + "its keys are of layout " + layout +
                  ", which this version does not know: run the version that made it, or " +
                  remedy() + " and start the service again\n");
         return kFail;
     }
     if (mode != tbl_open::create) {
-        say_once(head + "its keys are of the first layout (change log entries of four "
-                 "fields): start the service (hnx-l3table-l3mac) on it once, which brings it "
-                 "to this one\n");
+        say_once(head + "its keys are of " + earlier + ": start the service "
+                 "(hnx-l3table-l3mac) on it once, which brings it to this one\n");
         return kFail;
     }
     reply r = script("bring the store to this layout", kTblLuaMigrate, {},
@@ -241,8 +254,10 @@ int tbl_redis::check_layout(tbl_open mode) {
     if (!id || id->type != REDIS_REPLY_STRING) return kFail;
     id_ = text(id.get());
     if (number(r.get()) == 1)
-        std::fprintf(stderr, "%sbrought its keys from the first layout to layout %s: its change "
-                     "log was dropped, its rows kept\n", head.c_str(), kTblRedisLayout);
+        std::fprintf(stderr, "%sbrought its keys from %s to layout %s: its change log was "
+                     "dropped, its rows kept\n", head.c_str(),
+                     layout.empty() ? "the first layout" : ("layout " + layout).c_str(),
+                     kTblRedisLayout);
     return id_.compare(0, mine.size(), mine) == 0 ? 0 : check_layout(mode);
 }
 
@@ -529,25 +544,47 @@ int tbl_redis::top(int64_t *seq) {
     return r ? 0 : kFail;
 }
 
+// An entry holds the changes numbered up to its ID, so the first entry
+// whose ID is past `after` holds the next change. At most `limit` changes
+// are given (the next call reads the rest of a cut entry again); entries
+// are asked for a few at a time, as many as the changes still wanted by
+// those seen so far, so that a log of large entries is not read whole.
 int tbl_redis::changes(int64_t after, int limit, std::vector<tbl_change> *out) {
-    reply r = run("read changes", {"XRANGE", key("log"), std::to_string(after + 1), "+", "COUNT",
-                                   std::to_string(limit)});
-    if (!r) return kFail;
-    for (size_t i = 0; i < r->elements; i++) {
-        const redisReply *e = r->element[i];
-        if (e->type != REDIS_REPLY_ARRAY || e->elements != 2) continue;
-        const redisReply *f = e->element[1];
-        if (f->type != REDIS_REPLY_ARRAY || f->elements != 2) continue;
-        const std::string id = text(e->element[0]), field = text(f->element[0]);
-        const size_t dash = id.find('-');
-        const bool set = field.rfind("set:", 0) == 0;
-        if (dash == std::string::npos || (!set && field.rfind("del:", 0) != 0)) continue;
-        tbl_change c{std::strtoll(id.c_str(), nullptr, 10), field.substr(4), !set,
-                     bytes(f->element[1]), 0};
-        // The writer is known by the number its connection drew: a pid
-        // would name another host's process of the same pid as this one.
-        if (id.compare(dash + 1, std::string::npos, writer_) == 0) c.writer = owner_;
-        if (c.seq >= 1 && c.seq <= kTblSeqMax) out->push_back(std::move(c));
+    const size_t full = out->size() + static_cast<size_t>(limit);
+    std::string from = std::to_string(after + 1);
+    size_t ask = std::min<size_t>(static_cast<size_t>(limit), 4), entries = 0, seen = 0;
+    while (out->size() < full) {
+        reply r = run("read changes", {"XRANGE", key("log"), from, "+", "COUNT",
+                                       std::to_string(ask)});
+        if (!r) return kFail;
+        for (size_t i = 0; i < r->elements && out->size() < full; i++) {
+            const redisReply *e = r->element[i];
+            if (e->type != REDIS_REPLY_ARRAY || e->elements != 2) continue;
+            const std::string id = text(e->element[0]);
+            from = "(" + id;
+            const redisReply *f = e->element[1];
+            const size_t dash = id.find('-');
+            if (f->type != REDIS_REPLY_ARRAY || f->elements % 2 != 0 || dash == std::string::npos)
+                continue;
+            // The writer is known by the number its connection drew: a pid
+            // would name another host's process of the same pid as this one.
+            const pid_t writer = id.compare(dash + 1, std::string::npos, writer_) == 0 ? owner_ : 0;
+            const size_t n = f->elements / 2;
+            entries++, seen += n;
+            int64_t seq = std::strtoll(id.c_str(), nullptr, 10) - int64_t(n);
+            for (size_t j = 0; j < n && out->size() < full; j++) {
+                ++seq;
+                const std::string field = text(f->element[2 * j]);
+                const bool set = field.rfind("set:", 0) == 0;
+                if (seq <= after || seq < 1 || seq > kTblSeqMax ||
+                    (!set && field.rfind("del:", 0) != 0))
+                    continue;
+                out->push_back({seq, field.substr(4), !set, bytes(f->element[2 * j + 1]), writer});
+            }
+        }
+        if (r->elements < ask) break;  // the end of the log
+        const size_t per_entry = std::max<size_t>(1, seen / std::max<size_t>(1, entries));
+        ask = (full - out->size()) / per_entry + 1;
     }
     return 0;
 }
@@ -612,10 +649,24 @@ int tbl_redis::prune() {
     return script("prune changes", kTblLuaPrune, {}, args) ? 0 : kFail;
 }
 
+// The changes the log holds: its numbers run without a gap from the first
+// change of its oldest entry to the ID of its newest.
 int tbl_redis::log_size(int64_t *n) {
-    reply r = run("count changes", {"XLEN", key("log")});
-    *n = r ? number(r.get()) : 0;
-    return r ? 0 : kFail;
+    *n = 0;
+    reply first = run("count changes", {"XRANGE", key("log"), "-", "+", "COUNT", "1"});
+    reply last = first ? run("count changes", {"XREVRANGE", key("log"), "+", "-", "COUNT", "1"})
+                       : reply();
+    if (!first || !last) return kFail;
+    auto entry = [](const redisReply *r, int64_t *id, int64_t *fields) {
+        if (r->elements != 1 || r->element[0]->elements != 2) return false;
+        *id = std::strtoll(text(r->element[0]->element[0]).c_str(), nullptr, 10);
+        *fields = int64_t(r->element[0]->element[1]->elements);
+        return true;
+    };
+    int64_t first_id = 0, first_fields = 0, last_id = 0, last_fields = 0;
+    if (entry(first.get(), &first_id, &first_fields) && entry(last.get(), &last_id, &last_fields))
+        *n = last_id - (first_id - first_fields / 2);
+    return 0;
 }
 
 int tbl_redis::count(std::string_view table, int64_t *n) {

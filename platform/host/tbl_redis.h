@@ -3,18 +3,22 @@
 // the service's tables), readable with redis-cli:
 //
 //   hnx:N:id             string "LAYOUT/IDENTITY": the layout of these keys
-//                        (2) and the store's identity, set when it is made
+//                        (3) and the store's identity, set when it is made
 //   hnx:N:top            string: the last sequence number given to a change
 //   hnx:N:rows:TABLE     hash: packed key -> packed row (protobuf)
 //   hnx:N:ver:TABLE      string: the number of the last change of TABLE
 //                        (set by each write step that changes it, never
 //                        read there: a writer may only write it), so that a
 //                        reader keeps the table's sorted keys while it stands
-//   hnx:N:log            stream: one entry per change, ID "SEQ-WRITER", one
-//                        field "set:TABLE" or "del:TABLE" holding the row (a
-//                        delete's row holds only the key); WRITER is the
-//                        writing connection's number, drawn at random when
-//                        it connects, by which a process skips its own
+//   hnx:N:log            stream: one entry per write step (one per 500
+//                        changes of a larger step), ID "SEQ-WRITER" where SEQ
+//                        is the number of its last change; a field per
+//                        change, in order, "set:TABLE" or "del:TABLE" holding
+//                        the row (a delete's row holds only the key), so the
+//                        k-th of an entry's n changes is number SEQ - n + k;
+//                        WRITER is the writing connection's number, drawn at
+//                        random when it connects, by which a process skips
+//                        its own
 //   hnx:N:readers        hash: reader id of a subscribing process -> the
 //                        last sequence number it delivered; the id is
 //                        PID@HOST/BOOT-ID/PID-NAMESPACE (the machine id
@@ -23,10 +27,11 @@
 //   hnx:N:lease:ID       string with a TTL: reader ID is alive; set when it
 //                        records its place, renewed while it waits
 //
-// A store of the first layout (an identity without "2/", log entries of four
-// fields) is brought to this one by the first process that may create the
-// store (its log dropped, its rows and numbering kept); any other refuses it
-// with a line that says so.
+// A store of an earlier layout (the first: an identity without a layout, log
+// entries of four fields; the second: "2/", an entry for each change) is
+// brought to this one by the first process that may create the store (its
+// log dropped, its rows and numbering kept); any other refuses it with a
+// line that says so.
 //
 // Every write runs as one Lua script that compares, writes, numbers and
 // logs, so a row and its change stand or fall together, and an equal
@@ -38,7 +43,8 @@
 // counts as a change (the script still logs only real ones).
 //
 // The log is trimmed with XTRIM MINID to the slowest live reader and in any
-// case to the log cap behind the newest, every 128 changes a writer logs.
+// case to the log cap behind the newest, every 128 changes a writer logs;
+// an entry goes only when all its changes are behind that mark.
 // A reader is live while its lease stands; one of the writer's own place
 // whose pid is gone is dropped at once.
 //

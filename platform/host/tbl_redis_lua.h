@@ -9,12 +9,12 @@ enum tbl_redis_script {
     kTblLuaRecord,   // a reader's place, with its lease
     kTblLuaLeave,    // out of the readers
     kTblLuaPrune,    // drop dead readers, trim the log
-    kTblLuaMigrate,  // bring a store of the first layout to this one
+    kTblLuaMigrate,  // bring a store of an earlier layout to this one
     kTblLuaCount
 };
 
 extern const char *const kTblLua[kTblLuaCount];
 
-// The layout that the store's identity names ("2/HEX"); a store whose
+// The layout that the store's identity names ("3/HEX"); a store whose
 // identity has no layout is of the first one.
-constexpr const char *kTblRedisLayout = "2";
+constexpr const char *kTblRedisLayout = "3";
