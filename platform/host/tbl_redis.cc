@@ -657,15 +657,16 @@ int tbl_redis::log_size(int64_t *n) {
     reply last = first ? run("count changes", {"XREVRANGE", key("log"), "+", "-", "COUNT", "1"})
                        : reply();
     if (!first || !last) return kFail;
-    auto entry = [](const redisReply *r, int64_t *id, int64_t *fields) {
+    // An entry's ID and its count of changes, when the range held one.
+    auto entry = [](const redisReply *r, int64_t *id, int64_t *count) {
         if (r->elements != 1 || r->element[0]->elements != 2) return false;
         *id = std::strtoll(text(r->element[0]->element[0]).c_str(), nullptr, 10);
-        *fields = int64_t(r->element[0]->element[1]->elements);
+        *count = int64_t(r->element[0]->element[1]->elements / 2);
         return true;
     };
-    int64_t first_id = 0, first_fields = 0, last_id = 0, last_fields = 0;
-    if (entry(first.get(), &first_id, &first_fields) && entry(last.get(), &last_id, &last_fields))
-        *n = last_id - (first_id - first_fields / 2);
+    int64_t oldest = 0, oldest_count = 0, newest = 0, newest_count = 0;
+    if (entry(first.get(), &oldest, &oldest_count) && entry(last.get(), &newest, &newest_count))
+        *n = newest - (oldest - oldest_count);
     return 0;
 }
 
