@@ -167,13 +167,11 @@ void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowe
     if (b->priced && cover_price_node(&b->price, open, n, cost_now, b->best_cost, &allowed, &b->steps))
         return;
     const colset branch = b->row[br] & allowed;
-    uint32_t cand[COVER_BITS_COLS], gain[COVER_BITS_COLS], nc = 0;
+    uint32_t cand[COVER_BITS_COLS], gain[COVER_BITS_COLS], at[COVER_BITS_COLS], nc = 0;
     for (colset rest = branch; !empty(rest); rest = minus(rest, single(cand[nc - 1])))
-        cand[nc] = lowest(rest), gain[nc++] = 0;
-    for (uint32_t k = 0; k < n; ++k) {
-        const colset m = b->row[open[k]] & branch;
-        for (uint32_t i = 0; i < nc; ++i) gain[i] += has(m, cand[i]);
-    }
+        cand[nc] = lowest(rest), at[cand[nc]] = nc, gain[nc++] = 0;
+    for (uint32_t k = 0; k < n; ++k)
+        for_each_col(b->row[open[k]] & branch, [&](uint32_t c) { ++gain[at[c]]; });
     b->steps += n;
     // Most open rows first, then the cheaper, then the lower bit.
     for (uint32_t i = 1; i < nc; ++i)
@@ -185,8 +183,12 @@ void search_node(bits_search *b, const uint32_t *open, uint32_t n, colset allowe
     for (uint32_t i = 0; i < nc && !b->out && !b->proved; ++i) {
         const uint32_t c = cand[i];
         uint32_t left = 0;
-        for (uint32_t k = 0; k < n; ++k)
-            if (!has(b->row[open[k]], c)) next[left++] = open[k];
+        // Each row is written and kept only when c leaves it open: no
+        // branch to mispredict. At most n are written, within the level.
+        for (uint32_t k = 0; k < n; ++k) {
+            next[left] = open[k];
+            left += !has(b->row[open[k]], c);
+        }
         b->steps += n;
         b->chosen[b->nchosen++] = c;
         search_node(b, next, left, allowed, cost_now + b->cost[c]);
@@ -211,13 +213,25 @@ void search_root(bits_search *b, uint64_t budget) {
 // Where the floor meets the best answer, from the search or from one the
 // prices built, that answer is the least. 0, or -1 when memory ran out.
 int price_and_search(bits_search *b, uint64_t budget) {
-    // One block: the prices, the prices in hand, the slopes.
+    // One block: the prices, the prices in hand, the slopes, then each
+    // column's rows.
     const size_t rows = b->nrows + 1;
-    auto *block = static_cast<int64_t *>(
-        l3mac_malloc(rows * (2 * sizeof(int64_t) + sizeof(int32_t))));
+    size_t incidences = 0;
+    for (uint32_t w = 0; w < b->nrows; ++w) incidences += count_of(b->row[w]);
+    auto *block = static_cast<int64_t *>(l3mac_malloc(
+        rows * (2 * sizeof(int64_t) + sizeof(int32_t)) + (b->nc + 1 + incidences) * sizeof(uint32_t)));
     if (!block) return -1;
-    b->price = {b->row, b->nrows, b->nc, b->cost, block, block + rows,
-                reinterpret_cast<int32_t *>(block + 2 * rows), 1};
+    auto *slope = reinterpret_cast<int32_t *>(block + 2 * rows);
+    uint32_t *col_start = reinterpret_cast<uint32_t *>(slope + rows);
+    uint32_t *col_rows = col_start + b->nc + 1;
+    std::fill(col_start, col_start + b->nc + 1, 0u);
+    for (uint32_t w = 0; w < b->nrows; ++w) for_each_col(b->row[w], [&](uint32_t c) { ++col_start[c + 1]; });
+    for (uint32_t c = 0; c < b->nc; ++c) col_start[c + 1] += col_start[c];
+    for (uint32_t w = 0; w < b->nrows; ++w)
+        for_each_col(b->row[w], [&](uint32_t c) { col_rows[col_start[c]++] = w; });
+    for (uint32_t c = b->nc; c > 0; --c) col_start[c] = col_start[c - 1];
+    col_start[0] = 0;
+    b->price = {b->row, b->nrows, b->nc, b->cost, col_start, col_rows, block, block + rows, slope, 1};
     b->out = false;
     cover_price_best best = {b->best, &b->nbest, &b->best_cost, false};
     b->floor = cover_price_floor(&b->price, &best, &b->steps, budget);

@@ -28,27 +28,28 @@ constexpr int64_t RISE_PARTS = 64;
 // Each row starts at the least share of a column's cost among its
 // columns, the cost shared out over the rows the column holds.
 void first_prices(cover_pricing *pr, uint64_t *steps) {
-    uint32_t held[COVER_BITS_COLS] = {};
-    for (uint32_t w = 0; w < pr->nrows; ++w)
-        *steps += for_each_col(pr->row[w], [&](uint32_t c) { ++held[c]; });
     for (uint32_t w = 0; w < pr->nrows; ++w) {
         int64_t least = INT64_MAX;
-        for_each_col(pr->row[w], [&](uint32_t c) { least = std::min(least, pr->cost[c] / held[c]); });
+        for_each_col(pr->row[w], [&](uint32_t c) {
+            const int64_t held = pr->col_start[c + 1] - pr->col_start[c];
+            least = std::min(least, pr->cost[c] / held);
+        });
         pr->work[w] = pr->price[w] = least;
     }
-    *steps += pr->nrows;
+    *steps += pr->col_start[pr->ncols] + pr->nrows;
 }
 
 // The bound of the prices in hand, with each column's reduced cost.
 int64_t bound_of(const cover_pricing *pr, int64_t *reduced, uint64_t *steps) {
-    for (uint32_t c = 0; c < pr->ncols; ++c) reduced[c] = pr->cost[c];
     int64_t bound = 0;
-    for (uint32_t w = 0; w < pr->nrows; ++w) {
-        const int64_t u = pr->work[w];
-        bound += u;
-        *steps += for_each_col(pr->row[w], [&](uint32_t c) { reduced[c] -= u; });
+    for (uint32_t w = 0; w < pr->nrows; ++w) bound += pr->work[w];
+    for (uint32_t c = 0; c < pr->ncols; ++c) {
+        int64_t r = pr->cost[c];
+        for (uint32_t i = pr->col_start[c]; i < pr->col_start[c + 1]; ++i) r -= pr->work[pr->col_rows[i]];
+        reduced[c] = r;
+        bound += std::min<int64_t>(r, 0);
     }
-    for (uint32_t c = 0; c < pr->ncols; ++c) bound += std::min<int64_t>(reduced[c], 0);
+    *steps += pr->col_start[pr->ncols];
     return bound;
 }
 
@@ -152,10 +153,14 @@ bool cover_price_node(const cover_pricing *pr, const uint32_t *open, uint32_t n,
         *steps += for_each_col(pr->row[open[k]] & *allowed, [&](uint32_t c) { reduced[c] -= u; });
     }
     *steps += for_each_col(*allowed, [&](uint32_t c) { bound += std::min<int64_t>(reduced[c], 0); });
-    if (round_up(bound, pr->unit) >= best) return true;
+    // best is a cover's cost, a multiple of the unit: a bound rounds up to
+    // it exactly when it is above the multiple below, which spares a
+    // division for each column.
+    const int64_t below_best = best - pr->unit;
+    if (bound > below_best) return true;
     colset cannot = {};
     for_each_col(*allowed, [&](uint32_t c) {
-        if (reduced[c] > 0 && round_up(bound + reduced[c], pr->unit) >= best) cannot = cannot | single(c);
+        if (reduced[c] > 0 && bound + reduced[c] > below_best) cannot = cannot | single(c);
     });
     *allowed = minus(*allowed, cannot);
     return false;

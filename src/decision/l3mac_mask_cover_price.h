@@ -21,6 +21,11 @@ struct cover_pricing {
     uint32_t nrows;
     uint32_t ncols;
     const int64_t *cost;  // per column
+    // The rows of each column, ascending: col_rows[col_start[c]] up to
+    // col_rows[col_start[c + 1]]. A round sums each column's prices from
+    // these: the same look at each incidence, without walking bits.
+    const uint32_t *col_start;
+    const uint32_t *col_rows;
     int64_t *price;       // per row: the prices of the highest floor
     int64_t *work;        // per row: the prices of the round in hand
     int32_t *slope;       // per row: scratch of the rounds
