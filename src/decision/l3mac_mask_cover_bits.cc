@@ -214,23 +214,23 @@ void search_root(bits_search *b, uint64_t budget) {
 // prices built, that answer is the least. 0, or -1 when memory ran out.
 int price_and_search(bits_search *b, uint64_t budget) {
     // One block: the prices, the prices in hand, the slopes, then each
-    // column's rows.
-    const size_t rows = b->nrows + 1;
+    // column's rows, ascending, from col_start[c] up to col_start[c + 1].
+    uint32_t held[COVER_BITS_COLS] = {};
     size_t incidences = 0;
-    for (uint32_t w = 0; w < b->nrows; ++w) incidences += count_of(b->row[w]);
+    for (uint32_t w = 0; w < b->nrows; ++w) incidences += for_each_col(b->row[w], [&](uint32_t c) { ++held[c]; });
+    const size_t rows = b->nrows + 1;
     auto *block = static_cast<int64_t *>(l3mac_malloc(
         rows * (2 * sizeof(int64_t) + sizeof(int32_t)) + (b->nc + 1 + incidences) * sizeof(uint32_t)));
     if (!block) return -1;
     auto *slope = reinterpret_cast<int32_t *>(block + 2 * rows);
     uint32_t *col_start = reinterpret_cast<uint32_t *>(slope + rows);
     uint32_t *col_rows = col_start + b->nc + 1;
-    std::fill(col_start, col_start + b->nc + 1, 0u);
-    for (uint32_t w = 0; w < b->nrows; ++w) for_each_col(b->row[w], [&](uint32_t c) { ++col_start[c + 1]; });
-    for (uint32_t c = 0; c < b->nc; ++c) col_start[c + 1] += col_start[c];
-    for (uint32_t w = 0; w < b->nrows; ++w)
-        for_each_col(b->row[w], [&](uint32_t c) { col_rows[col_start[c]++] = w; });
-    for (uint32_t c = b->nc; c > 0; --c) col_start[c] = col_start[c - 1];
     col_start[0] = 0;
+    for (uint32_t c = 0; c < b->nc; ++c) {
+        col_start[c + 1] = col_start[c] + held[c];
+        held[c] = col_start[c];  // from here, where the column's next row goes
+    }
+    for (uint32_t w = 0; w < b->nrows; ++w) for_each_col(b->row[w], [&](uint32_t c) { col_rows[held[c]++] = w; });
     b->price = {b->row, b->nrows, b->nc, b->cost, col_start, col_rows, block, block + rows, slope, 1};
     b->out = false;
     cover_price_best best = {b->best, &b->nbest, &b->best_cost, false};

@@ -6,6 +6,7 @@
 #include <bit>
 #include <cstdint>
 
+#include "decision/l3mac_bit_count.h"
 #include "decision/l3mac_mask_cover_run.h"
 
 inline constexpr uint32_t COLSET_WORDS = COVER_BITS_COLS / 64;
@@ -42,18 +43,9 @@ inline uint32_t lowest(colset a) {
     while (a.w[i] == 0) ++i;
     return 64 * i + static_cast<uint32_t>(std::countr_zero(a.w[i]));
 }
-// Set bits of a word by adding neighbouring fields, without branches or
-// table loads: the build targets CPUs without a popcount instruction, and
-// the search counts the columns of every open row at every node.
-inline uint32_t bits_of(uint64_t x) {
-    x -= x >> 1 & 0x5555555555555555ull;
-    x = (x & 0x3333333333333333ull) + (x >> 2 & 0x3333333333333333ull);
-    x = (x + (x >> 4)) & 0x0F0F0F0F0F0F0F0Full;
-    return static_cast<uint32_t>(x * 0x0101010101010101ull >> 56);
-}
 inline uint32_t count_of(colset a) {
     uint32_t n = 0;
-    for (uint64_t x : a.w) n += bits_of(x);
+    for (uint64_t x : a.w) n += bit_count(x);
     return n;
 }
 

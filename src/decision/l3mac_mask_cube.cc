@@ -17,6 +17,7 @@
 // level that has one is found, in the order in which the list wants them.
 #include <bit>
 
+#include "decision/l3mac_bit_count.h"
 #include "decision/l3mac_mask_run.h"
 
 namespace {
@@ -40,15 +41,6 @@ struct cube_search {
     uint32_t holes[MAX_HOLES];        // bits that lead from v to a non-member
     uint32_t count;                   // sub-cubes found at this level
 };
-
-// Without a popcount instruction in the target, std::popcount is a library
-// call; this is a handful of inline operations.
-uint32_t bit_count(uint32_t x) {
-    x -= (x >> 1) & 0x55555555u;
-    x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
-    x = (x + (x >> 4)) & 0x0F0F0F0Fu;
-    return (x * 0x01010101u) >> 24;
-}
 
 void collect_dims(cube_search *cs) {
     const uint32_t *nbr = cs->r->nbr;
